@@ -1,0 +1,39 @@
+// Variant file maintenance: reads every key of <Directory><Version>.ini into the
+// process-wide settings and repairs the file on the way.
+#pragma once
+#include <string>
+
+namespace ini {
+
+// [DEFAULTS]
+extern int RUNFORECAST, STARTJAHR, ENDJAHR, GAM, ABEW, ABEWGEM, AusgabeNull, STRunden;
+extern int NITER;
+extern double EPS, SCE, SUMTOL;
+extern int AUSGABE_PROTOKOLL, AUSGABE_BINNEN_MATRIX, AUSGABE_AUSSEN_MATRIX;
+extern int DIFF_G, DIFF_BG, DIFF_GG, DIFF_AG, PYRAMIDE, PLOT_DATEN, DELAY;
+// [LA]
+extern int AUSGABE_EINZELWERTE, MATRIX_AUSGABEFORMAT;
+extern std::string FMT_ANZAHL, FMT_RATE;
+// [ZR]
+extern int RUNZR;
+extern std::string ZRGEM, GKZ, BG, GG, AG;
+// [METHODE]
+extern std::string RELEASE;
+extern int G, NAG, NGG, NBG, NTYA, GRND, GNGZ;
+extern int GNTYG, GNTYS, GNTYB, GNTYZZA, GNTYQWA, GNTYNEE, GNTYREA, GNTYWBG, GNRA;
+extern int NRA, NGZ;
+// the two further group counts, kept equal to NBG
+extern int NBGv, NBGn;
+extern double GP, GPAR;
+
+// module letters in reading order and their keys and highest variants
+struct Module { char letter; const char* key; int highest; };
+extern const Module modules[17];
+// the variant of a module letter (0 when not active or unknown)
+int module(char letter);
+void setModule(char letter, int variant);
+
+} // namespace ini
+
+// 0, or 1 when the variant file is missing or a value in it is invalid
+int mkvers();

@@ -1,0 +1,83 @@
+// Settings: the per-user settings file veldor.ini, the variant file, the process-wide
+// text settings, named options and the constants table.
+#pragma once
+#include <map>
+#include <string>
+
+namespace si {
+
+// global settings at start, filled by initGlobals
+extern std::string programPath;
+extern std::string appDir;            // "./App/"
+extern std::string release;           // [DEFAULTS] Release of veldor.ini
+extern std::string localeName;
+extern int kommentar;                 // [CSV] Kommentar
+extern int spaltenname;               // [CSV] Spaltenname
+extern char decimalPoint;
+extern char separator;                // column separator
+extern int csvBom;                    // [CSV] BOM
+extern int csvAscii;                  // [CSV] ASCII
+extern std::string intFormat;         // [CSV] GanzzahlFormat, "_" turned into blanks
+extern std::string floatFormat;       // [CSV] GleitkommaFormat
+extern int logfile;                   // [TRACE] logfile
+
+// the variant: directory (ends with the caller's separator) and bare name, 8-bit form
+extern std::string Directory;
+extern std::string Version;
+
+void initGlobals(const char* argv0);
+void processDefaults();
+
+// where veldor.ini stands (portable Data/ beside App/, else the user's config directory)
+const std::string& dataDirectory();
+std::string settingsPath();
+
+// settings file veldor.ini
+std::string getString(const char* section, const char* key, const char* def);
+int getInt(const char* section, const char* key, int def);
+
+// any profile file, with the semantics of the Windows profile functions
+std::string profileString(const std::string& file, const char* section, const char* key, const char* def);
+// false when the file could not be written
+bool profileWrite(const std::string& file, const char* section, const char* key, const char* value);
+
+bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value);
+// a number written with "." or "," as decimal point, whatever the locale; 0 for no number
+double parseNumber(const std::string& text);
+
+// variant file <dir><ver>.ini
+std::string variantPath(const std::string& dir, const std::string& ver);
+std::string variantPath();            // of Directory, Version
+std::string varString(const char* section, const char* key, const char* def,
+                      const std::string& dir, const std::string& ver);
+int varInt(const char* section, const char* key, int def, const std::string& dir, const std::string& ver);
+double varDouble(const char* section, const char* key, double def, const std::string& dir, const std::string& ver);
+bool varWrite(const char* section, const char* key, const char* value,
+              const std::string& dir, const std::string& ver);
+
+} // namespace si
+
+// named options of the expression language ($ODE, $STACK, ...)
+namespace opt {
+std::map<std::string, double>& all();
+void set(const std::string& name, double value);
+bool has(const std::string& name);
+double get(const std::string& name, double def);
+// the trace forms write "<code>!option(%s %g)</code>" at protocol level 2 when the option exists
+double getTrace(const std::string& name, double def);
+int getIntTrace(const std::string& name, int def);
+void clear();
+} // namespace opt
+
+// constants table constant.csv of the application directory
+namespace konst {
+// 0, or the error number of the failed read
+int read();
+bool has(const std::string& key);
+std::string text(const std::string& key);
+double number(const std::string& key);
+int integer(const std::string& key);
+void set(const std::string& key, const std::string& value);
+void set(const std::string& key, double value);
+std::map<std::string, std::string>& all();
+} // namespace konst

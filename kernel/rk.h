@@ -1,0 +1,25 @@
+// The static stage operations of the forecast kernel.
+#pragma once
+
+class Orvane;
+class MonteCarlo;
+
+// the forecast period being computed
+extern int JAHR;
+
+class RK {
+public:
+    static int PRO(Orvane* orvane);                       // the driver of one forecast
+    static void INI(Orvane* orvane);                      // year initialisation
+    static void PAG(MonteCarlo& mc, Orvane* orvane);      // year step
+    static void input();                                  // input stage: declare and read all tables
+    static void releaseYear();                            // release the arrays of a year
+    static void report();                                 // run report of the settings
+    static void reportDimensions(int year);               // dimension table of the run report
+};
+
+void cleanUpPrognose(Orvane* orvane);
+int ode(double value);                                    // differential equation method
+
+// period label of a counter value under $MONATE
+int periodLabel(int year);

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs a forecast of the demo study area in examples/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+bash scripts/build.sh
+work=build/demo
+rm -rf "$work"; mkdir -p "$work"
+cp -r examples/. "$work/"
+cd build
+./App/orvane orvane -d "demo/" -v demo
+echo "protocol: $(pwd)/demo/demo/prot/index.html"

@@ -1,0 +1,81 @@
+#include "sandbox.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+Sandbox::Sandbox()
+{
+    static std::atomic<int> counter{0};
+    dir = (fs::temp_directory_path() / ("veldor-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++))).string();
+    fs::remove_all(dir);
+    fs::create_directories(dir + "/App");
+    fs::create_directories(dir + "/Data");
+    for (const auto& e : fs::directory_iterator(VELDOR_APPDIR)) {
+        if (e.path().filename() == "orvane") fs::create_symlink(e.path(), dir + "/App/orvane");
+        else fs::copy_file(e.path(), dir + "/App/" + e.path().filename().string());
+    }
+    write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[TRACE]\nlogfile=1\n");
+}
+
+Sandbox::~Sandbox()
+{
+    if (!std::getenv("VELDOR_KEEP_SANDBOX")) {
+        std::error_code ec;
+        fs::permissions(dir, fs::perms::owner_all, fs::perm_options::add, ec);
+        fs::remove_all(dir, ec);
+    }
+}
+
+void Sandbox::write(const std::string& rel, const std::string& content) const
+{
+    fs::create_directories(fs::path(path(rel)).parent_path());
+    std::ofstream f(path(rel), std::ios::binary);
+    f << content;
+}
+
+std::string Sandbox::read(const std::string& rel) const
+{
+    std::ifstream f(path(rel), std::ios::binary);
+    std::stringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+bool Sandbox::exists(const std::string& rel) const { return fs::exists(path(rel)); }
+
+RunResult Sandbox::run(const std::vector<std::string>& args, const std::vector<std::string>& env) const
+{
+    auto quote = [](const std::string& s) {
+        std::string q = "'";
+        for (char c : s) {
+            if (c == '\'') q += "'\\''";
+            else q += c;
+        }
+        return q + "'";
+    };
+    std::string cmd = "cd " + quote(dir) + " && env -u LC_ALL LANG=C.UTF-8 XDG_CONFIG_HOME=" + quote(dir + "/cfg");
+    for (const auto& e : env) cmd += " " + quote(e);
+    cmd += " ./App/orvane";
+    for (const auto& a : args) cmd += " " + quote(a);
+    cmd += " >" + quote(dir + "/.stdout") + " 2>" + quote(dir + "/.stderr") + " </dev/null";
+    RunResult r;
+    int rc = std::system(cmd.c_str());
+    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    r.out = read(".stdout");
+    r.err = read(".stderr");
+    return r;
+}
+
+int countOf(const std::string& text, const std::string& needle)
+{
+    int n = 0;
+    for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + needle.size())) ++n;
+    return n;
+}

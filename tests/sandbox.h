@@ -1,0 +1,31 @@
+// A portable installation in a fresh temporary directory (App/ with the program and its
+// files, Data/veldor.ini), and runs of the program inside it.
+#pragma once
+#include <string>
+#include <vector>
+
+struct RunResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+class Sandbox {
+public:
+    Sandbox();
+    ~Sandbox();
+    const std::string& root() const { return dir; }
+    std::string path(const std::string& rel) const { return dir + "/" + rel; }
+    void write(const std::string& rel, const std::string& content) const;
+    std::string read(const std::string& rel) const;
+    bool exists(const std::string& rel) const;
+    // runs App/orvane with the arguments (each quoted for the shell) from the root directory;
+    // env: extra "NAME=value" settings
+    RunResult run(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) const;
+
+private:
+    std::string dir;
+};
+
+// number of non-overlapping occurrences of needle in text
+int countOf(const std::string& text, const std::string& needle);
