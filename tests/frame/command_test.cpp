@@ -185,9 +185,10 @@ TEST(VariantMaintenance, OutOfRangeValuesAreAllReportedAndStopTheRun)
     EXPECT_NE(r.out.find("GNTYG"), std::string::npos);
     EXPECT_NE(r.out.find("NAG"), std::string::npos);
     EXPECT_NE(r.out.find("NEUBAU"), std::string::npos);
-    EXPECT_NE(r.out.find("var/v.ini not found"), std::string::npos);
+    std::string prot = protocol(s);
+    EXPECT_NE(prot.find("var/v.ini not found"), std::string::npos);
     // the forecast did not run: no year heading
-    EXPECT_EQ(protocol(s).find(" 2024</h4>"), std::string::npos);
+    EXPECT_EQ(prot.find(" 2024</h4>"), std::string::npos);
 }
 
 TEST(VariantMaintenance, OtherReleaseStopsReadingTheMethodKeys)
@@ -328,6 +329,86 @@ TEST(Settings, WorkingDirectoryOptionComesBeforeTheApplicationFiles)
     RunResult r = s.run({"orvane", "-w", "sub", "-d", "var/", "-v", "v"});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("read ./App/constant.csv: No such file or directory"), std::string::npos) << r.err;
+}
+
+} // namespace
+
+namespace {
+
+// a front end script that notes each callback it is started for
+const char* const SCRIPT = "open(my $f, '>>', 'callbacks.txt'); print $f join(' ', @ARGV), \"\\n\"; close $f;\n";
+
+TEST(Callbacks, BeforeAndAfterTheRunWithTheVariantFile)
+{
+    Sandbox s;
+    s.write("source/scripts/ptest.pm", SCRIPT);
+    s.write("var/v.ini", MINIMAL);
+    RunResult r = s.run({"orvane", "-c", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(s.read("callbacks.txt"), "CALLBACK0 var/v.ini\nCALLBACK2 var/v.ini\n");
+    EXPECT_NE(r.err.find("perl -Isource/scripts/ source/scripts/ptest.pm CALLBACK0 \"var/v.ini\"\n"), std::string::npos);
+}
+
+TEST(Callbacks, NoneWithoutTheFlagAndNoSecondWithoutTheEndStatistics)
+{
+    Sandbox s;
+    s.write("source/scripts/ptest.pm", SCRIPT);
+    s.write("var/v.ini", MINIMAL);
+    EXPECT_EQ(s.run({"orvane", "-d", "var/", "-v", "v"}).status, 0);
+    EXPECT_FALSE(s.exists("callbacks.txt"));
+    s.write("var/v.ini", "[DEFAULTS]\nRUNFORECAST=2\nSTARTJAHR=2024\nENDJAHR=2024\n");
+    EXPECT_EQ(s.run({"orvane", "-c", "-d", "var/", "-v", "v"}).status, 0);
+    EXPECT_EQ(s.read("callbacks.txt"), "CALLBACK0 var/v.ini\n");
+    // a failing script changes nothing in the result
+    s.write("source/scripts/ptest.pm", "exit 3;\n");
+    s.write("var/v.ini", MINIMAL);
+    EXPECT_EQ(s.run({"orvane", "-c", "-d", "var/", "-v", "v"}).status, 0);
+}
+
+TEST(NamedOptions, ExpressionOptionSetsOptionsAndTheParallelFlag)
+{
+    Sandbox s;
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($STACK 1) option($XYZ 2.5)"});
+    EXPECT_EQ(r.status, 0) << r.out;
+    std::string prot = protocol(s);
+    EXPECT_NE(prot.find(", parallel, logfile"), std::string::npos);
+    EXPECT_NE(prot.find("<caption>option</caption>\n<tr><th class=l>$STACK</th><td>1</td></tr><tr><th class=l>$XYZ</th><td>2.5</td></tr></table>"),
+              std::string::npos);
+    EXPECT_NE(prot.find("<span class=tracePush> ORVANE RKPRO (2024)</span><br>"), std::string::npos);
+    EXPECT_NE(prot.find("<span class=tracePop> ORVANE RKPRO (2024) "), std::string::npos);
+
+    r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_NE(protocol(s).find(", seriell, logfile"), std::string::npos);
+}
+
+TEST(NamedOptions, CharsetTestPageOnlyForAnExistingVariantDirectory)
+{
+    Sandbox s;
+    s.write("var/v.ini", MINIMAL);
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($TUTF8 1)"});
+    EXPECT_FALSE(s.exists("var/v/prot/tutf8.htm"));
+    r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($TUTF8 1)"});
+    EXPECT_NE(r.out.find("> var/v/prot/tutf8.htm\n"), std::string::npos);
+    std::string page = s.read("var/v/prot/tutf8.htm");
+    EXPECT_EQ(page.rfind("<html><head><meta charset=\"utf-8\"><body><pre>", 0), 0u);
+    EXPECT_NE(page.find("\n00000040 @ A B C"), std::string::npos);
+    EXPECT_NE(page.find("0000C380 À Á Â"), std::string::npos);
+    EXPECT_NE(page.find("00E29880 ☀"), std::string::npos);
+    EXPECT_NE(page.find("F09F9980 🙀"), std::string::npos);
+    EXPECT_EQ(page.substr(page.size() - 20), "</pre></body></html>");
+}
+
+TEST(ForecastCommand, ConstantThatIsNoNumberStopsTheRun)
+{
+    Sandbox s;
+    // a constant that is no number stops the run at its first use
+    std::string constants = s.read("App/constant.csv");
+    s.write("App/constant.csv", constants + "GPdef;abc\n");
+    s.write("var/v.ini", MINIMAL);
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("read ./App/constant.csv: stod: constant GPdef=abc"), std::string::npos) << r.err;
 }
 
 } // namespace
