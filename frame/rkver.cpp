@@ -5,6 +5,7 @@
 #include "frame/mkvers.h"
 #include "frame/prot.h"
 #include "frame/siinit.h"
+#include "kernel/orvane.h"
 #include "kernel/rk.h"
 #include "tables/gnuplot.h"
 
@@ -225,8 +226,21 @@ void RK::report()
     }
 }
 
-void RK::reportDimensions(int year)
+void RK::reportDimensions(const Orvane& c)
 {
-    // the dimensions come from the reference table; they are shown by the kernel state
-    (void)year;
+    if (!Prot::level(3)) return;
+    Prot::raw("<table>\n<caption>%s</caption>\n", DD::lookup("rk1ver_JversPar").c_str());
+    intRow(true, "@NGZ;", c.NGZ);
+    intRow(true, "@NTYG;", c.NTYG);
+    intRow(true, "@NTYS;", c.NTYS);
+    intRow(true, "@NTYB;", c.NTYB);
+    intRow(true, "@NTYZZA;", c.NTYZZA);
+    intRow(true, "@NTYQWA;", c.NTYQWA);
+    intRow(true, "@NTYNEE;", c.NTYNEE);
+    intRow(true, "@NTYREA;", c.NTYREA);
+    intRow(true, "@NTYWBG;", c.NTYWBG);
+    intRow(true, "@NTYAGF;", c.NTYAGF);
+    intRow(true, "@NTYHH;", c.NTYHH);
+    intRow(true, "@NRA;", c.NRA);
+    Prot::raw("</table>\n");
 }

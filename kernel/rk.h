@@ -15,7 +15,9 @@ public:
     static void input();                                  // input stage: declare and read all tables
     static void releaseYear();                            // release the arrays of a year
     static void report();                                 // run report of the settings
-    static void reportDimensions(int year);               // dimension table of the run report
+    // dimension table of the run report; the year initialisation shows it in the start year
+    // and in the year after the first reference table entry
+    static void reportDimensions(const Orvane& orvane);
 };
 
 void cleanUpPrognose(Orvane* orvane);

@@ -1,0 +1,71 @@
+// Semicolon tables: writing comment lines, column names and cells, number formats,
+// and reading a file cell by cell.
+#pragma once
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+// value formats by cell kind: 0 integer, 1 number (FMT_ANZAHL), 2 rate (FMT_RATE), 3 diff, 4 unknown
+extern std::string LAFormats[5];
+// fills the table: "%.0f", the two settings, "%.15g", "%.15g"; a setting that is no
+// printf format of one floating point value is replaced by "%.15g"
+void setLAFormats(const std::string& fmtAnzahl, const std::string& fmtRate);
+// true when format holds exactly one conversion of a double (e, f, g, a, upper case too)
+// and nothing else but literal text and "%%"
+bool isDoubleFormat(const char* format);
+
+// All writers take the open output stream first. A failed write ends the process with
+// the box "Fatal output error in csv" and exit status 1.
+// lines written (byte order mark, comment lines, column-name line)
+int csvWriteHead(FILE* file, const char* tableName, const char* const* columnNames, const char* subtitle);
+// lines written: 0 when comments are off, else 1 or 2
+int csvWriteComment(FILE* file, const char* tableName, const char* subtitle);
+// lines written: 0 or 1; names is a null-terminated list
+int csvWriteColumnNames(FILE* file, const char* const* names);
+// bytes written; format is a printf format of a double (an integer conversion is
+// given the value truncated towards zero); infinite values are written as "undef"
+int csvWriteCell(FILE* file, const char* format, double value, int last);
+int csvWriteText(FILE* file, const char* text, int last);
+int csvEndCell(FILE* file, int last);
+// the one function every write of text goes through
+void csvWrite(FILE* file, const char* data, size_t length);
+std::string csvFormatDouble(double value, int formatIndex);
+std::string intFormat(long long bound, const char* conversion);
+
+// (buffer, size, value) -> length written, at most size-1, always terminated
+using GcvtFn = std::function<int(char* buffer, size_t size, double value)>;
+GcvtFn curried_gcvt(const std::string& formatText);
+
+class CsvReader {
+public:
+    CsvReader(FILE* file, const char* separatorText);
+    // the next cell into buffer; the character that ended it, or a negative status:
+    // -1 end of file, -2 invalid character after a quoted text, -3 unfinished string,
+    // -4 buffer overflow
+    int next(char* buffer, int size);
+    static std::string errorText(int status);
+    std::string currentLine();
+    uint64_t lineNumber() const { return dataLines + commentLines + emptyLines + 1; }
+
+    FILE* file;
+    int lastChar = 0;
+    int separator;
+    int quote = 34;
+    uint64_t dataLines = 0, commentLines = 0, emptyLines = 0;
+    int column = 0;
+    int isComment = 0;
+    int cellsRead = 0;
+    int hadBom = 0;
+    uint64_t nonInteger = 0;
+
+private:
+    int scan(char* buffer, int size);
+    // the character at fault of the last status -2, for errorText
+    static int badChar;
+};
+
+bool needsQuotes(const std::string& text);
+std::string quoteCell(const std::string& text);
+std::string joinCells(const std::vector<std::string>& sorted);
