@@ -75,7 +75,7 @@ TEST(ForecastCommand, MissingVariantFileWarnsAndEndsWithOne)
     std::filesystem::create_directories(s.path("var"));
     RunResult r = s.run({"orvane", "-d", "var/", "-v", "nothere"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(s.read("var/nothere/prot/index.html").find("class=warning>[Warnung] 1: var/nothere.ini not found</span>"),
+    EXPECT_NE(s.read("var/nothere/prot/index.html").find("class=warning>Warnung 1: var/nothere.ini not found</span>"),
               std::string::npos);
 }
 
