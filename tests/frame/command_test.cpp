@@ -412,3 +412,21 @@ TEST(ForecastCommand, ConstantThatIsNoNumberStopsTheRun)
 }
 
 } // namespace
+
+namespace {
+
+TEST(ForecastDriver, PeriodsOfSixMonthsCarryTheirLabels)
+{
+    Sandbox s;
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2020\nENDJAHR=2022\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($MONATE 6)"});
+    ASSERT_EQ(r.status, 0);
+    std::string prot = protocol(s);
+    // the counter values 2020, 2021, 2022 are the half years 2020/1, 2020/2, 2021/1
+    EXPECT_NE(prot.find(" 202001</h4>"), std::string::npos);
+    EXPECT_NE(prot.find(" 202002</h4>"), std::string::npos);
+    EXPECT_NE(prot.find(" 202101</h4>"), std::string::npos);
+    EXPECT_EQ(countOf(prot, ">2021</a><br>"), 1);
+}
+
+} // namespace
