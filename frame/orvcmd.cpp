@@ -17,6 +17,7 @@
 #include "statistics/zrgem.h"
 #include "tables/csv.h"
 #include "tables/expr.h"
+#include "tables/la.h"
 
 int callbackFlag = 0;
 std::string language = "de";
@@ -211,6 +212,7 @@ int orvane(int argc, char** argv)
     if (ini::RUNFORECAST != 0) {
         if (callbackFlag) runCallback("CALLBACK0");
         openProtFile();
+        laSetStream(Prot::stream());
         Prot::openFilePages();
     }
     Prot::reset();
@@ -231,6 +233,8 @@ int orvane(int argc, char** argv)
             Prot::console(SEV_NONE, true, "%s", DD::expKey("@noforecast;").c_str());
         } else {
             protocolHead(cores, ddMillis);
+            // the run object takes the dimensions and modules of the repaired variant file
+            run.loadSettings();
             status = RK::PRO(&run);
         }
         if (ini::RUNZR != 0) {

@@ -18,4 +18,7 @@ void RK::INI(Orvane*)
     Trace::leave();
 }
 
-void RK::releaseYear() {}
+void RK::releaseYear()
+{
+    if (Orvane::current) Orvane::current->releaseYear();
+}
