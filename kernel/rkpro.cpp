@@ -82,9 +82,9 @@ int RK::PRO(Orvane* orvane)
         } else {
             // the switch and the limit are those before the first year has read its options
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
-            if (mc->on) {
-                Prot::writeln(1, "@monte_carlo; %d", mc->on);
-                Prot::writeln(1, "@monte_carlo_seed; %u", mc->seed);
+            if (mc->mode) {
+                Prot::writeln(1, "@monte_carlo; %d", mc->mode);
+                Prot::writeln(1, "@monte_carlo_seed; %llu", (unsigned long long)mc->seed);
                 Prot::writeln(1, "%s", DD::lookup(ZOMBIE ? "zombie1" : "zombie0").c_str());
                 Prot::writeln(1, "Schwelle %d - Ratenformel", mc->limit);
                 MBF = opt::get("$MBF", 1);
