@@ -1,4 +1,5 @@
 // Year initialisation and the release of a year's arrays.
+#include "frame/mkvers.h"
 #include "frame/prot.h"
 #include "kernel/orvane.h"
 #include "kernel/rk.h"
@@ -12,9 +13,10 @@ double LEAKS = 0;
 
 // The population of a year is prepared here once the input tables exist; for now a
 // year starts from nothing.
-void RK::INI(Orvane*)
+void RK::INI(Orvane* orvane)
 {
     Trace::enter("RKINI");
+    if (JAHR == ini::STARTJAHR) RK::reportDimensions(*orvane);
     Trace::leave();
 }
 
