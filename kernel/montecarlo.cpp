@@ -7,25 +7,13 @@
 #include "frame/prot.h"
 #include "kernel/sparse.h"
 
-std::mt19937_64& runGenerator64()
-{
-    static std::mt19937_64 generator(MonteCarlo::defaultSeed);
-    return generator;
-}
-
-double runUniform()
-{
-    double u = std::generate_canonical<double, 53>(runGenerator64());
-    // the standard rule may round up to 1 for the largest outputs
-    return u < 1.0 ? u : std::nextafter(1.0, 0.0);
-}
-
 MonteCarlo::MonteCarlo(int mode_, int limit_) : mode(mode_), limit(limit_)
 {
     if (mode == 1) seed = std::random_device()();
     else if (mode != 0) seed = static_cast<uint64_t>(mode);
     if (seed == 0) seed = defaultSeed;
-    runGenerator64().seed(seed);
+    // the generator is not seeded anew between years
+    runGenerator().seed(seed);
 }
 
 double MonteCarlo::uniform() { return runUniform(); }

@@ -4,12 +4,9 @@
 #include <cstdint>
 #include <random>
 
-class GemTable;
+#include "tables/fn.h"
 
-// the run's generator; the expression language's rand draws from it too
-std::mt19937_64& runGenerator64();
-// a number in [0, 1) from the run's generator
-double runUniform();
+class GemTable;
 
 class MonteCarlo {
 public:

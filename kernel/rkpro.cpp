@@ -1,4 +1,5 @@
 // The driver of one forecast: system report, inputs, the year loop, end statistics.
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -16,6 +17,8 @@
 #include "kernel/orvane.h"
 #include "kernel/rk.h"
 #include "kernel/rkglobals.h"
+#include "tables/expr.h"
+#include "tables/fn.h"
 
 int JAHR = 0;
 
@@ -68,10 +71,38 @@ int periodLabel(int year)
     return ((year - s) / p + s) * 100 + ((year - s) % p) + 1;
 }
 
+namespace {
+
+bool stateVariable(const char* name, double& value)
+{
+    return Orvane::current && Orvane::current->variable(name, value);
+}
+
+// what the expressions of the tables may ask of the forecast: its regions and population
+ForecastLink forecastLinkOf(Orvane* c)
+{
+    ForecastLink link;
+    link.regionCount = [c] { return c->NGZ; };
+    link.regionTotal = [c](int position) { return c->BG40.exists() ? c->BG40.regionSum(size_t(position)) : 0.0; };
+    link.regionPosition = [c](long long key) {
+        if (c->keyScale < 2) return c->findgem(key);
+        auto it = std::lower_bound(c->indexKeys.begin(), c->indexKeys.end(), key);
+        return it != c->indexKeys.end() && *it == key ? int(it - c->indexKeys.begin()) : -1;
+    };
+    link.sumTol = [c] { return c->SUMTOL; };
+    link.keyScaleChanged = [c](long long scale) { c->keyScale = scale; };
+    return link;
+}
+
+} // namespace
+
 int RK::PRO(Orvane* orvane)
 {
     std::vector<uint32_t> timers{clockMs()};
     int result = 0;
+    setSystemVariableResolver(stateVariable);
+    ForecastLink link = forecastLinkOf(orvane);
+    setForecastLink(&link);
     try {
         systemReport();
         RK::report();
@@ -120,6 +151,8 @@ int RK::PRO(Orvane* orvane)
         Prot::message(SEV_ERROR, "@exit;");
         result = 1;
     }
+    setForecastLink(nullptr);
+    setSystemVariableResolver(nullptr);
     if (ini::RUNFORECAST == 1) {
         timers.push_back(clockMs());
         Prot::heading(2, "@end;", "@end; @rk0pro_forecast;");
