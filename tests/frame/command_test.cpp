@@ -430,3 +430,28 @@ TEST(ForecastDriver, PeriodsOfSixMonthsCarryTheirLabels)
 }
 
 } // namespace
+
+#include <regex>
+#include <set>
+
+namespace {
+
+TEST(Protocol, NoKeyShowsInSquareBracketsAtTheHighestLevel)
+{
+    Sandbox s;
+    s.write("var/v.ini", "[NOTIZ]\n000=x\n[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\nAUSGABE_PROTOKOLL=3\n[METHODE]\nNEUBAU=D1\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($STACK 1) option($DDTEST 1)"});
+    ASSERT_EQ(r.status, 0);
+    // section rows show their names in brackets; a missing key would show the same way
+    const std::set<std::string> sections = {"[CSV]", "[METHODE]", "[Voreinstellungen]", "[Gnuplot]",
+                                            "[Ablaufverfolgung]", "[Ausgabedateien]", "[Matrixausgabe]"};
+    for (const char* page : {"index.html", "inp.htm", "out.htm"}) {
+        std::string text = s.read(std::string("var/v/prot/") + page);
+        std::regex bracket(R"(\[[A-Za-z_0-9?]+\])");
+        for (auto it = std::sregex_iterator(text.begin(), text.end(), bracket); it != std::sregex_iterator(); ++it)
+            EXPECT_TRUE(sections.count(it->str())) << page << ": " << it->str();
+    }
+    EXPECT_EQ(r.out.find("["), std::string::npos) << r.out;
+}
+
+} // namespace
