@@ -13,6 +13,14 @@ public:
     static void INI(Orvane* orvane);                      // year initialisation
     static void PAG(MonteCarlo& mc, Orvane* orvane);      // year step
     static void input();                                  // input stage: declare and read all tables
+    static void REF();                                    // reads the reference table of regions
+    // rows of the outputs by aggregate level lev: their number, the key of row i, the largest key
+    static int refRows(int lev);
+    static long long refKey(int lev, int i);
+    static long long refMaxKey(int lev);
+    // lowest (0 or 1) and highest number used in a column of the reference table, 3 (TYG) to 13 (AGG)
+    static int refLowest(int column);
+    static int refHighest(int column);
     static void releaseYear();                            // release the arrays of a year
     static void report();                                 // run report of the settings
     // dimension table of the run report; the year initialisation shows it in the start year

@@ -22,6 +22,8 @@ Sandbox::Sandbox()
         else fs::copy_file(e.path(), dir + "/App/" + e.path().filename().string());
     }
     write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[TRACE]\nlogfile=1\n");
+    // the variants of the tests stand in var/, with a reference table of one region
+    write("var/reftyp.csv", "1,Gebiet,1,1,1,1,1,1,1,1,1,1,1\n");
 }
 
 Sandbox::~Sandbox()
