@@ -2,6 +2,8 @@
 // and its messages, and the text of the forecast command's option -o.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -74,47 +76,23 @@ struct TableCell {
 
 } // namespace
 
-class ExprTest : public ::testing::Test {
+class ExprTest : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/exprtestXXXXXX";
-        dir = std::string(mkdtemp(tmpl)) + "/";
-        Prot::setup(dir, "v", 3, 0);
-        fs::create_directories(dir + "v/prot");
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
-        Prot::reset();
-        Prot::setThrow(false);
+        ProtocolFixture::SetUp();
         exprClearTable();
-        fflush(Prot::stream());
-        seen = fs::file_size(dir + "v/prot/index.html");
     }
     void TearDown() override
     {
         exprClearTable();
-        Prot::close();
-        Prot::reset();
-        fs::remove_all(dir);
-    }
-    // what the protocol got since the last call
-    std::string newText()
-    {
-        fflush(Prot::stream());
-        std::ifstream in(dir + "v/prot/index.html", std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        std::string all = s.str();
-        std::string part = all.substr(seen);
-        seen = all.size();
-        return part;
+        ProtocolFixture::TearDown();
     }
     double value(const std::string& text)
     {
         TableCell c(text);
         return c.value();
     }
-    std::string dir;
-    size_t seen = 0;
 };
 
 // ---------------------------------------------------------------- fast path and tokens

@@ -2,6 +2,8 @@
 // behaviour of and/or/if, side tables through read, and the link to the forecast state.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -20,44 +22,23 @@
 
 namespace fs = std::filesystem;
 
-class FnTest : public ::testing::Test {
+class FnTest : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/fntestXXXXXX";
-        dir = std::string(mkdtemp(tmpl)) + "/";
-        Prot::setup(dir, "v", 3, 0);
-        fs::create_directories(dir + "v/prot");
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
-        Prot::reset();
-        Prot::setThrow(false);
+        ProtocolFixture::SetUp();
         exprClearTable();
         oldDirectory = si::Directory;
         oldSeparator = si::separator;
         si::Directory = dir;
         si::separator = ';';
-        fflush(Prot::stream());
-        seen = fs::file_size(dir + "v/prot/index.html");
     }
     void TearDown() override
     {
         exprClearTable();
         si::Directory = oldDirectory;
         si::separator = oldSeparator;
-        Prot::close();
-        Prot::reset();
-        fs::remove_all(dir);
-    }
-    std::string newText()
-    {
-        fflush(Prot::stream());
-        std::ifstream in(dir + "v/prot/index.html", std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        std::string all = s.str();
-        std::string part = all.substr(seen);
-        seen = all.size();
-        return part;
+        ProtocolFixture::TearDown();
     }
     // evaluates text as a cell with the given indices
     double value(const std::string& text, std::vector<long long> indices = {}, int shift = 0, int check = 0)
@@ -73,9 +54,8 @@ protected:
     }
     bool said(const std::string& text) { return newText().find(text) != std::string::npos; }
 
-    std::string dir, oldDirectory;
+    std::string oldDirectory;
     char oldSeparator = ';';
-    size_t seen = 0;
 };
 
 // ---------------------------------------------------------------- the table

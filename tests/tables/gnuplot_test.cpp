@@ -2,6 +2,8 @@
 // its error log, and a run without gnuplot.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,41 +17,20 @@
 
 namespace fs = std::filesystem;
 
-class GnuplotTest : public ::testing::Test {
+class GnuplotTest : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/plottestXXXXXX";
-        dir = std::string(mkdtemp(tmpl)) + "/";
-        Prot::setup(dir, "v", 3, 0);
-        fs::create_directories(dir + "v/prot");
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
-        Prot::reset();
-        Prot::setThrow(false);
+        ProtocolFixture::SetUp();
         plot::saveCmd = 0;
         plot::saveLog = 1;
         plot::background = "#ffffff";
-        fflush(Prot::stream());
-        seen = fs::file_size(dir + "v/prot/index.html");
     }
     void TearDown() override
     {
         plot::saveCmd = 0;
         plot::saveLog = 1;
-        Prot::close();
-        Prot::reset();
-        fs::remove_all(dir);
-    }
-    std::string newText()
-    {
-        fflush(Prot::stream());
-        std::ifstream in(dir + "v/prot/index.html", std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        std::string all = s.str();
-        std::string part = all.substr(seen);
-        seen = all.size();
-        return part;
+        ProtocolFixture::TearDown();
     }
     static bool isPng(const std::string& path)
     {
@@ -67,8 +48,6 @@ protected:
         fprintf(f, "%s\n", body);
         fprintf(f, "set output\n");
     }
-    std::string dir;
-    size_t seen = 0;
 };
 
 TEST_F(GnuplotTest, HeadLines)
