@@ -1,0 +1,146 @@
+// Benchmark of the yearly forecast: generates synthetic study areas of N regions (2 groups,
+// 2 sexes, 101 ages; rates from expressions, the start population from a formula), runs ten
+// forecast years serially and with -p under /usr/bin/time -v, and reports wall time and peak
+// memory.
+//
+//   forecastbench [regions ...]          default: 1000 10000
+//   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
+//
+// The program is taken from App/ beside the directory of this benchmark (the build tree).
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const int START = 2024, YEARS = 10;
+
+void writeFile(const fs::path& p, const std::string& text)
+{
+    fs::create_directories(p.parent_path());
+    std::ofstream f(p, std::ios::binary);
+    f << text;
+}
+
+// The study area: regions 100001 .. 100000+N in types of 50 regions for internal migration and
+// of 500 for births and deaths; ages 0..100.
+void generate(int n, const fs::path& dir)
+{
+    std::ostringstream ini;
+    ini << "[DEFAULTS]\nRUNFORECAST=1\nSTARTJAHR=" << START << "\nENDJAHR=" << START + YEARS - 1
+        << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nABEW=1\nABEWGEM=1\nAusgabeNull=0\nSTRunden=0\nDIFF_G=13\nDIFF_BG=1\n"
+           "DIFF_GG=1\nDIFF_AG=5\nPYRAMIDE=1\nPLOT_DATEN=0\n"
+           "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nNTYA=1\nGRND=1\n"
+           "[LA]\nAUSGABE_EINZELWERTE=0\nMATRIX_AUSGABEFORMAT=0\n";
+    writeFile(dir / "v.ini", ini.str());
+
+    // the reference table: one line spans all regions, the types handed out in turn
+    int tyb = (n + 49) / 50, tys = (n + 499) / 500, agg = (n + 999) / 1000;
+    std::ostringstream ref;
+    ref << "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n"
+        << "100001.." << 100000 + n << ";Gebiet $;1.." << tys << ";1.." << tys << ";1.." << tyb << ";1.." << tyb
+        << ";1;1;1;1;1;1;1.." << agg << "\n";
+    writeFile(dir / "reftyp.csv", ref.str());
+
+    // the start population by a formula of group, sex, age and region
+    writeFile(dir / "v" / ("gem" + std::to_string(START - 1) + ".csv"),
+              "# start population: fewer persons at high ages, some variation by region\n" +
+                  std::to_string(START - 1) + ";100001.." + std::to_string(100000 + n) +
+                  ";1..2;1..2;0..100;floor((12 - ix(5) / 10) * (1 + 0.2 * sin(ix(2))) / ix(3) + 0.5)\n");
+
+    // rates from expressions, for the stages that read them
+    writeFile(dir / ("strb" + std::to_string(START - 1) + ".csv"),
+              "# death rates: Gompertz curve\n*;*;*;0..100;0.0001 * exp(0.085 * ix(4))\n");
+    writeFile(dir / ("fruc" + std::to_string(START - 1) + ".csv"),
+              "# fertility rates: bell curve around age 31\n*;*;15..49;0.1 * exp(0 - pow(ix(3) - 31, 2) / 50)\n");
+}
+
+struct Measure {
+    double seconds = -1;
+    long peakKb = -1;
+    int status = -1;
+};
+
+double parseClock(const std::string& text)
+{
+    // h:mm:ss or m:ss.ss
+    double total = 0;
+    std::stringstream s(text);
+    std::string part;
+    while (std::getline(s, part, ':')) total = total * 60 + std::atof(part.c_str());
+    return total;
+}
+
+Measure run(const fs::path& root, bool parallel)
+{
+    fs::path timeLog = root / "time.log";
+    std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() +
+                      "' ./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") + " >run.log 2>&1";
+    Measure m;
+    int rc = std::system(cmd.c_str());
+    m.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    std::ifstream f(timeLog);
+    std::string line;
+    while (std::getline(f, line)) {
+        if (auto p = line.find("Elapsed (wall clock) time"); p != std::string::npos)
+            m.seconds = parseClock(line.substr(line.rfind(' ') + 1));
+        if (auto p = line.find("Maximum resident set size (kbytes):"); p != std::string::npos)
+            m.peakKb = std::atol(line.c_str() + p + 35);
+    }
+    return m;
+}
+
+uintmax_t resultBytes(const fs::path& dir)
+{
+    uintmax_t n = 0;
+    for (const auto& e : fs::directory_iterator(dir))
+        if (e.is_regular_file() && e.path().extension() == ".csv") n += e.file_size();
+    return n;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 4 && std::string(argv[1]) == "--generate") {
+        generate(std::atoi(argv[2]), argv[3]);
+        return 0;
+    }
+    std::vector<int> sizes;
+    for (int i = 1; i < argc; ++i) sizes.push_back(std::atoi(argv[i]));
+    if (sizes.empty()) sizes = {1000, 10000};
+
+    fs::path self = fs::canonical("/proc/self/exe");
+    fs::path app = self.parent_path().parent_path() / "App";
+    if (!fs::exists(app / "orvane")) {
+        std::cerr << "no program at " << (app / "orvane") << "\n";
+        return 1;
+    }
+    fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
+    printf("%-8s %-9s %10s %12s %12s %8s\n", "regions", "mode", "wall s", "peak MB", "results MB", "status");
+    for (int n : sizes) {
+        for (bool parallel : {false, true}) {
+            fs::remove_all(root);
+            fs::create_directories(root / "Data");
+            fs::create_directory_symlink(app, root / "App");
+            writeFile(root / "Data" / "veldor.ini",
+                      "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
+            generate(n, root / "var");
+            Measure m = run(root, parallel);
+            printf("%-8d %-9s %10.2f %12.1f %12.1f %8d\n", n, parallel ? "-p" : "serial", m.seconds, m.peakKb / 1024.0,
+                   resultBytes(root / "var" / "v") / 1048576.0, m.status);
+            fflush(stdout);
+        }
+    }
+    fs::remove_all(root);
+    return 0;
+}
