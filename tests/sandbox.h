@@ -1,5 +1,6 @@
 // A portable installation in a fresh temporary directory (App/ with the program and its
-// files, Data/veldor.ini, var/reftyp.csv with one region), and runs of the program inside it.
+// files, Data/veldor.ini, _variant/ with a reference table of one region and its start
+// population), and runs of the program inside it.
 #pragma once
 #include <string>
 #include <vector>

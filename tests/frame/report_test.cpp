@@ -10,9 +10,8 @@ std::string run(Sandbox& s, const std::string& variant, const std::string& ini, 
     s.write("var/" + variant + ".ini", ini);
     std::vector<std::string> args = {"orvane", "-d", "var/", "-v", variant};
     args.insert(args.end(), extra.begin(), extra.end());
-    RunResult r = s.run(args);
-    EXPECT_EQ(r.status, 0) << r.out << r.err;
-    return r.out;
+    // the report stands before the inputs are read: a run stopped by its modules still has it
+    return s.run(args).out;
 }
 
 TEST(RunReport, ModuleCodeAndTheMarkOfAgreeingNames)
