@@ -2,10 +2,11 @@
 // of each origin.
 #include "kernel/montecarlo.h"
 #include "kernel/orvane.h"
+#include "kernel/rk.h"
 #include "kernel/rkstages.h"
 
 // the rates stay rates in this build
-void internalMigrationNumbers(MonteCarlo&, Orvane&, YearStep&) {}
+void RK::ASM(MonteCarlo&, Orvane&, YearStep&) {}
 
 // no rate is checked in this build
 void checkSummeRaten(Orvane&, YearStep&) {}

@@ -2,7 +2,8 @@
 // into occupiers from the study area and from abroad.
 #include "kernel/montecarlo.h"
 #include "kernel/orvane.h"
+#include "kernel/rk.h"
 #include "kernel/rkstages.h"
 
 // the arrays of new building stay as made in this build
-void newBuilding(MonteCarlo&, Orvane&, YearStep&) {}
+void RK::EBB(MonteCarlo&, Orvane&, YearStep&) {}

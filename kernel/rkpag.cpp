@@ -426,7 +426,7 @@ void typeLimits(MonteCarlo& mc, Orvane& c, YearStep& y)
         double lo = c.BR0A[0][Z(t)], hi = c.BR0A[1][Z(t)], n = c.BR0N[Z(t)];
         c.MR0Z[Z(t)] = lo > n ? -1 : (!isUndef(hi) && n > hi ? 1 : 0);
     }
-    balanceTypes(c, y);
+    RK::ABG(c, y);
 }
 
 // in-migration from abroad spread over the regions of each in-migration type by their losses
@@ -628,9 +628,9 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         }
 
         // 8. new building, demolition, external migration
-        if (!_(D_0)) newBuilding(mc, c, y);
-        if (!_(E_0)) demolition(mc, c, y);
-        y.irwPrinted = externalMigration(mc, c, y);
+        if (!_(D_0)) RK::EBB(mc, c, y);
+        if (!_(E_0)) RK::REA(mc, c, y);
+        y.irwPrinted = RK::IRW(mc, c, y);
 
         // 9. to 12. the working numbers of the types
         const bool building = !_(D_0) || !_(E_0);

@@ -2,7 +2,8 @@
 // into moves inside the study area and to abroad.
 #include "kernel/montecarlo.h"
 #include "kernel/orvane.h"
+#include "kernel/rk.h"
 #include "kernel/rkstages.h"
 
 // the arrays of demolition stay as made in this build
-void demolition(MonteCarlo&, Orvane&, YearStep&) {}
+void RK::REA(MonteCarlo&, Orvane&, YearStep&) {}

@@ -4,6 +4,7 @@
 #include <array>
 #include <vector>
 
+#include "kernel/rk.h"
 #include "kernel/sparse.h"
 #include "tables/la.h"
 
@@ -81,21 +82,14 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y);
 void deaths(MonteCarlo& mc, Orvane& c, YearStep& y);
 // change of population group (rkwbg): fills y.DG4WBGv and y.DG4WBGn under module W
 void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y);
-// new building, RK::EBB (rkebb): first occupation per TYNEE, C.DR3IN and its split by origin
-void newBuilding(MonteCarlo& mc, Orvane& c, YearStep& y);
-// demolition, RK::REA (rkrea): last move-out per TYREA, C.DR3OR and its split
-void demolition(MonteCarlo& mc, Orvane& c, YearStep& y);
-// external migration, RK::IRW with RK::SZW and RK::ALL inside (rkirw): the out- and in-migration
-// tables of the type level; the result is non-zero when DG4WA has been printed
-int externalMigration(MonteCarlo& mc, Orvane& c, YearStep& y);
+// new building RK::EBB (rkebb), demolition RK::REA (rkrea), external migration RK::IRW with
+// RK::SZW and RK::ALL inside (rkirw): declared with the class RK
 // the out-migration base (rkirw): fills y.DG4WA and, under module E, y.DG4OAR
 void outMigrationBase(MonteCarlo& mc, Orvane& c, YearStep& y);
 // the rate check of the input stage: the rates of each origin sum to at most 1
 void checkSummeRaten(Orvane& c, YearStep& y);
-// RK::ABG (rkabg): balances C.BR3R and C.DR4FB to the limits of the types (C.BR0A, C.MR0Z)
-void balanceTypes(Orvane& c, YearStep& y);
-// RK::ASM with the final RK::ABG (rkasm): the rates become numbers on C.BG40B, balanced under P
-void internalMigrationNumbers(MonteCarlo& mc, Orvane& c, YearStep& y);
+// the balance of the types RK::ABG (rkabg) and the internal migration numbers RK::ASM (rkasm):
+// declared with the class RK
 // the fitting of the flows between the regions of one type (rkfit); gives the iterations used
 int abgleichInnenwanderung(Orvane& c, YearStep& y, int tyb, LA<4>& stayer, LA<5>& dg5fi);
 // internal migration of the region level (rkbin): the type moves apportioned to the regions
