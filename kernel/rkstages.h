@@ -7,6 +7,7 @@
 #include "kernel/rk.h"
 #include "kernel/sparse.h"
 #include "tables/la.h"
+#include "tables/readtab.h"
 
 class MonteCarlo;
 class Orvane;
@@ -80,6 +81,15 @@ struct Statistic {
 void births(MonteCarlo& mc, Orvane& c, YearStep& y);
 // deaths (rktod): fills y.DG4S
 void deaths(MonteCarlo& mc, Orvane& c, YearStep& y);
+
+// shared by births and deaths (rkgeb): the rate tables by type, with the type column counted as
+// the reference table counts it (column 3 TYG, 4 TYS); the targets per region of modules G and S,
+// where a region the table does not name keeps +infinity; the yearly factor of a target
+// adjustment into its output table (frucfak, strbfak)
+ReadResult readByType(FileEntry& file, LA3& target, const char* names, int valueCheck, int column);
+ReadResult readByType(FileEntry& file, LA4& target, const char* names, int valueCheck, int column);
+ReadResult readRegionTargets(FileEntry& file, LA1& target, const char* names);
+void writeTargetFactor(int entry, double factor);
 // change of population group (rkwbg): fills y.DG4WBGv and y.DG4WBGn under module W
 void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y);
 // new building RK::EBB (rkebb), demolition RK::REA (rkrea), external migration RK::IRW with

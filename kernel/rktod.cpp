@@ -30,11 +30,6 @@
 #include "tables/gnuplot.h"
 #include "tables/readtab.h"
 
-// from rkgeb: the rate tables by type, the targets per region, the yearly factor output
-ReadResult readByType(FileEntry& file, LA4& target, const char* names, int valueCheck, int column);
-ReadResult readRegionTargets(FileEntry& file, LA1& target, const char* names);
-void writeTargetFactor(int entry, double factor);
-
 // The life table of one cohort: from the death rates q(x) of the age groups the rows p, l, d,
 // L, T and e, with a radix of 100000 and the last age group open.
 class LE {
