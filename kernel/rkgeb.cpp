@@ -170,25 +170,6 @@ const std::map<int, LA2>& totalFertilityByYear() { return fertilityByYear; }
 
 namespace {
 
-// multiplies every element of a region table by f(region)
-template <class F> void scaleGem(GemTable& t, F&& factorOf)
-{
-    if (!t.exists()) return;
-    if (t.sparse) {
-        for (auto it = t.cells.begin(); it != t.cells.end();) {
-            it->second *= factorOf(GemKey::gz(it->first));
-            it = it->second == 0 ? t.cells.erase(it) : std::next(it);
-        }
-        return;
-    }
-    for (size_t z = 0; z < t.dense.size(); ++z) {
-        double f = factorOf(z);
-        for (auto& b : t.dense[z])
-            for (auto& g : b)
-                for (double& v : g) v *= f;
-    }
-}
-
 // the quotas of the child's group: each mother's group of each type sums to 1
 void normaliseQuotas(Orvane& C, LA3& QR2G)
 {
@@ -352,8 +333,8 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         if (B != 0) {
             const double GFAK = E / B;
             Prot::writeln(1, "@rk1pag_anpgeb;", B, E, GFAK);
-            scaleGem(DG3G, [GFAK](size_t) { return GFAK; });
-            if (gam) scaleGem(DG4GAM_, [GFAK](size_t) { return GFAK; });
+            DG3G.scaleRegions([GFAK](size_t) { return GFAK; });
+            if (gam) DG4GAM_.scaleRegions([GFAK](size_t) { return GFAK; });
             if (GFAK != 1) DG4BGWG_.forEach([GFAK](f64& v) { v *= GFAK; });
             writeTargetFactor(FT_OUT_FRUCFAK, GFAK);
         }
@@ -386,8 +367,8 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
             laPrint(3, GB1000_, "C.NGZ\0", nullptr, LA_RATE);
             laPrint(3, GFAK, "C.NGZ\0", nullptr, LA_RATE);
         }
-        scaleGem(DG3G, [&GFAK](size_t z) { return GFAK[z]; });
-        if (gam) scaleGem(DG4GAM_, [&GFAK](size_t z) { return GFAK[z]; });
+        DG3G.scaleRegions([&GFAK](size_t z) { return GFAK[z]; });
+        if (gam) DG4GAM_.scaleRegions([&GFAK](size_t z) { return GFAK[z]; });
         DG4BGWG_.fill(0);
         for (size_t z = 0; z < ngz; ++z) {
             auto& into = DG4BGWG_[Z(C.region(static_cast<int>(z)).tyg)];

@@ -325,23 +325,6 @@ void doublingTime(const Orvane& C, double mrdt)
 
 // ---------------------------------------------------------------- the deaths of the regions
 
-void scaleGem(GemTable& t, const std::function<double(size_t)>& factorOf)
-{
-    if (t.sparse) {
-        for (auto it = t.cells.begin(); it != t.cells.end();) {
-            it->second *= factorOf(GemKey::gz(it->first));
-            it = it->second == 0 ? t.cells.erase(it) : std::next(it);
-        }
-        return;
-    }
-    for (size_t z = 0; z < t.dense.size(); ++z) {
-        double f = factorOf(z);
-        for (auto& b : t.dense[z])
-            for (auto& g : b)
-                for (double& v : g) v *= f;
-    }
-}
-
 // whole persons: each element rounded with the carry of the table
 void roundWithCarry(GemTable& t)
 {
@@ -373,7 +356,7 @@ void areaTarget(Orvane& C, GemTable& DG4S, bool montecarlo)
     const double SFAK = E / T;
     Prot::writeln(1, "SFAK %.15g", SFAK);
     DG4S.print(2, "@DG4S; @rk3tod_fmt300;");
-    scaleGem(DG4S, [SFAK](size_t) { return SFAK; });
+    DG4S.scaleRegions([SFAK](size_t) { return SFAK; });
     if (montecarlo) roundWithCarry(DG4S);
     writeTargetFactor(FT_OUT_STRBFAK, SFAK);
 }
@@ -409,7 +392,7 @@ void regionTargets(Orvane& C, GemTable& DG4S, bool montecarlo)
         laPrint(3, ST1000_, "C.NGZ\0", nullptr, LA_RATE);
         laPrint(3, SFAK, "C.NGZ\0", nullptr, LA_RATE);
     }
-    scaleGem(DG4S, [&SFAK](size_t z) { return SFAK[z]; });
+    DG4S.scaleRegions([&SFAK](size_t z) { return SFAK[z]; });
     if (montecarlo) roundWithCarry(DG4S);
     double targets = 0, sums = 0;
     for (size_t z = 0; z < ngz; ++z) {

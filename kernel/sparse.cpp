@@ -1,6 +1,8 @@
 // Region tables in dense or sparse storage and the list form of the type flows.
 #include "kernel/sparse.h"
 
+#include <iterator>
+
 #include "frame/prot.h"
 
 void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill) {
@@ -89,4 +91,22 @@ void FBList::print(int level, const char* title, int kind) const {
     rows.reserve(elems.size());
     for (const FBElem& e : elems) rows.push_back({e.tybv, e.tybn, e.bg, e.gg(), e.ag(), e.value});
     laPrintPairs(nullptr, name.c_str(), title, kind, rows, false);
+}
+
+void GemTable::scaleRegions(const std::function<double(size_t gz)>& factorOf)
+{
+    if (!exists()) return;
+    if (sparse) {
+        for (auto it = cells.begin(); it != cells.end();) {
+            it->second *= factorOf(GemKey::gz(it->first));
+            it = it->second == 0 ? cells.erase(it) : std::next(it);
+        }
+        return;
+    }
+    for (size_t z = 0; z < dense.size(); ++z) {
+        double f = factorOf(z);
+        for (auto& b : dense[z])
+            for (auto& g : b)
+                for (double& v : g) v *= f;
+    }
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -98,6 +99,8 @@ public:
     double sum() const;
     // total of one region
     double regionSum(size_t gz) const;
+    // multiplies every element by the factor of its region; a sparse element that becomes 0 goes
+    void scaleRegions(const std::function<double(size_t gz)>& factorOf);
     // stored elements: all of a dense table, the keys of a sparse one
     size_t stored() const;
     // bytes of the dense form

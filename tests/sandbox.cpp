@@ -94,3 +94,27 @@ int countOf(const std::string& text, const std::string& needle)
     for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + needle.size())) ++n;
     return n;
 }
+
+std::map<int, Table> readPopulation(const std::string& text)
+{
+    std::map<int, Table> years;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line = line.substr(3);
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> f;
+        std::stringstream ls(line);
+        std::string cell;
+        while (std::getline(ls, cell, ';')) f.push_back(cell);
+        if (f.size() != 6) continue;
+        years[std::stoi(f[0])][{std::stoll(f[1]), std::stoi(f[2]), std::stoi(f[3]), std::stoi(f[4])}] = std::stod(f[5]);
+    }
+    return years;
+}
+
+Table gemOf(const Sandbox& s, int year)
+{
+    auto all = readPopulation(s.read("var/v/gem" + std::to_string(year) + ".csv"));
+    return all.count(year) ? all[year] : Table{};
+}

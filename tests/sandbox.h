@@ -2,7 +2,9 @@
 // files, Data/veldor.ini, _variant/ with a reference table of one region and its start
 // population), and runs of the program inside it.
 #pragma once
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 struct RunResult {
@@ -27,6 +29,13 @@ public:
 private:
     std::string dir;
 };
+
+// the data lines of a population table that a run wrote with ";": year -> (GKZ, BG, GG, AG) -> value
+using Cell = std::tuple<long long, int, int, int>;
+using Table = std::map<Cell, double>;
+std::map<int, Table> readPopulation(const std::string& text);
+// the population at the end of a year of variant var/v
+Table gemOf(const Sandbox& s, int year);
 
 // number of non-overlapping occurrences of needle in text
 int countOf(const std::string& text, const std::string& needle);

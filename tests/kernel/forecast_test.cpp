@@ -12,8 +12,6 @@
 
 namespace {
 
-using Cell = std::tuple<long long, int, int, int>;   // GKZ, BG, GG, AG
-using Table = std::map<Cell, double>;
 
 const char* const SETTINGS = "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=1\n";
 const char* const NO_COMMENTS = "[DEFAULTS]\nRelease=9.4\n[CSV]\nKommentar=0\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=1\n";
@@ -40,31 +38,6 @@ std::string reftyp(const std::vector<std::pair<long long, int>>& regions)
     for (const auto& [key, tyagf] : regions)
         t += std::to_string(key) + ";G" + std::to_string(key) + ";1;1;1;1;1;1;1;1;" + std::to_string(tyagf) + ";1;1\n";
     return t;
-}
-
-// the data lines of a population table: year -> cells
-std::map<int, Table> readGem(const std::string& text)
-{
-    std::map<int, Table> years;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line = line.substr(3);
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> f;
-        std::stringstream ls(line);
-        std::string cell;
-        while (std::getline(ls, cell, ';')) f.push_back(cell);
-        if (f.size() != 6) continue;
-        years[std::stoi(f[0])][{std::stoll(f[1]), std::stoi(f[2]), std::stoi(f[3]), std::stoi(f[4])}] = std::stod(f[5]);
-    }
-    return years;
-}
-
-Table gemOf(const Sandbox& s, int year)
-{
-    auto all = readGem(s.read("var/v/gem" + std::to_string(year) + ".csv"));
-    return all.count(year) ? all[year] : Table{};
 }
 
 // ages 0.. of one region, group 1, sex 1, as a vector (absent cells 0)
@@ -208,7 +181,7 @@ TEST(ForecastOutputs, SingleFileAggregatesAndPyramid)
     s.write("var/v/gem2023.csv", "2023;1..3;1;1;0;1\n2023;1..3;1;1;1;2\n2023;1..3;1;1;2;3\n2023;1..3;1;1;3;4\n");
     ASSERT_EQ(run(s, {"-o", "option($GEMALL 2)"}).status, 0);
     EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
-    auto all = readGem(s.read("var/v/gem.csv"));
+    auto all = readPopulation(s.read("var/v/gem.csv"));
     ASSERT_EQ(all.size(), 3u);   // the start population and two years
     EXPECT_EQ(ages(all[2023], 3, 4), (std::vector<double>{1, 2, 3, 4}));
     EXPECT_EQ(ages(all[2025], 3, 4), (std::vector<double>{0, 0, 0, 10}));

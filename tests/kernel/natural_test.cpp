@@ -16,8 +16,6 @@
 
 namespace {
 
-using Cell = std::tuple<long long, int, int, int>;   // GKZ, BG, GG, AG
-using Table = std::map<Cell, double>;
 
 const char* const SETTINGS = "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=1\n";
 
@@ -39,24 +37,6 @@ std::string reftyp(const std::vector<long long>& keys, const std::string& tyg = 
 {
     std::string t = "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n";
     for (long long k : keys) t += std::to_string(k) + ";G;" + tyg + ";" + tys + ";1;1;1;1;1;1;1;1;1\n";
-    return t;
-}
-
-Table gemOf(const Sandbox& s, int year)
-{
-    Table t;
-    std::istringstream in(s.read("var/v/gem" + std::to_string(year) + ".csv"));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line = line.substr(3);
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> f;
-        std::stringstream ls(line);
-        std::string cell;
-        while (std::getline(ls, cell, ';')) f.push_back(cell);
-        if (f.size() != 6) continue;
-        t[{std::stoll(f[1]), std::stoi(f[2]), std::stoi(f[3]), std::stoi(f[4])}] = std::stod(f[5]);
-    }
     return t;
 }
 
