@@ -14,8 +14,9 @@
 
 int main(int argc, char** argv)
 {
+    // the box of a failed allocation must not allocate itself
     std::set_new_handler([] {
-        os::messageBox("FATAL ERROR", "OUT OF MEMORY");
+        fputs("FATAL ERROR: OUT OF MEMORY\n", stderr);
         std::_Exit(1);
     });
     // the settings file is found from the program's path, which the plot settings need already
