@@ -65,7 +65,7 @@ std::string Sandbox::read(const std::string& rel) const
 
 bool Sandbox::exists(const std::string& rel) const { return fs::exists(path(rel)); }
 
-RunResult Sandbox::run(const std::vector<std::string>& args, const std::vector<std::string>& env) const
+RunResult Sandbox::run(const std::vector<std::string>& args, const std::vector<std::string>& env, long memoryKB) const
 {
     auto quote = [](const std::string& s) {
         std::string q = "'";
@@ -75,7 +75,9 @@ RunResult Sandbox::run(const std::vector<std::string>& args, const std::vector<s
         }
         return q + "'";
     };
-    std::string cmd = "cd " + quote(dir) + " && env -u LC_ALL LANG=C.UTF-8 XDG_CONFIG_HOME=" + quote(dir + "/cfg");
+    std::string cmd = "cd " + quote(dir) + " && ";
+    if (memoryKB > 0) cmd += "ulimit -v " + std::to_string(memoryKB) + " && ";
+    cmd += "env -u LC_ALL LANG=C.UTF-8 XDG_CONFIG_HOME=" + quote(dir + "/cfg");
     for (const auto& e : env) cmd += " " + quote(e);
     cmd += " ./App/orvane";
     for (const auto& a : args) cmd += " " + quote(a);

@@ -23,8 +23,9 @@ public:
     std::string read(const std::string& rel) const;
     bool exists(const std::string& rel) const;
     // runs App/orvane with the arguments (each quoted for the shell) from the root directory;
-    // env: extra "NAME=value" settings
-    RunResult run(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) const;
+    // env: extra "NAME=value" settings; memoryKB: a limit of the address space, 0 for none
+    RunResult run(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+                  long memoryKB = 0) const;
 
 private:
     std::string dir;

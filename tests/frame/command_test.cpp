@@ -44,6 +44,16 @@ TEST(Dispatcher, ToolsNotYetBuiltSaySoWithStatusOne)
     EXPECT_EQ(r.err, "shp2plt: the map converter is not available\n");
 }
 
+TEST(Dispatcher, FailedAllocationEndsWithStatusOne)
+{
+    Sandbox s;
+    // a million groups of a thousand ages: the start population cannot be held in 400 MB
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\n[METHODE]\nNBG=1000000\nNAG=1000\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"}, {}, 400000);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "FATAL ERROR: OUT OF MEMORY\n");
+}
+
 TEST(ForecastCommand, UnknownOptionOrMissingArgumentShowsUsageAndTouchesNoFile)
 {
     Sandbox s;
