@@ -8,7 +8,36 @@
 #include <sstream>
 #include <string>
 
+#include "frame/mkvers.h"
 #include "frame/prot.h"
+#include "frame/siinit.h"
+#include "kernel/rk.h"
+
+// The process-wide settings a test may change, given back when it ends.
+struct SettingsGuard {
+    std::string appDir = si::appDir, directory = si::Directory, version = si::Version;
+    char separator = si::separator;
+    int bom = si::csvBom, kommentar = si::kommentar, spaltenname = si::spaltenname;
+    int start = ini::STARTJAHR, end = ini::ENDJAHR, grnd = ini::GRND, nag = ini::NAG, nbg = ini::NBG, ngg = ini::NGG;
+    int year = JAHR;
+    ~SettingsGuard()
+    {
+        si::appDir = appDir;
+        si::Directory = directory;
+        si::Version = version;
+        si::separator = separator;
+        si::csvBom = bom;
+        si::kommentar = kommentar;
+        si::spaltenname = spaltenname;
+        ini::STARTJAHR = start;
+        ini::ENDJAHR = end;
+        ini::GRND = grnd;
+        ini::NAG = nag;
+        ini::NBG = nbg;
+        ini::NGG = ngg;
+        JAHR = year;
+    }
+};
 
 inline std::string slurpFile(const std::string& path)
 {

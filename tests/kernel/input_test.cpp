@@ -2,6 +2,8 @@
 // loaders, the $ variables of the state, the demo study area, and whole runs of the program.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -29,13 +31,6 @@ namespace {
 
 bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-std::string slurp(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 class InputStage : public ::testing::Test {
 protected:
@@ -45,17 +40,6 @@ protected:
         root = mkdtemp(tmpl);
         dir = root + "/var/";
         fs::create_directories(dir + "v/prot");
-        saved = {si::appDir, si::Directory, si::Version};
-        savedSeparator = si::separator;
-        savedBom = si::csvBom;
-        savedComment = si::kommentar;
-        savedNames = si::spaltenname;
-        savedStart = ini::STARTJAHR;
-        savedEnd = ini::ENDJAHR;
-        savedYear = JAHR;
-        savedNag = ini::NAG;
-        savedNbg = ini::NBG;
-        savedNgg = ini::NGG;
         // the system's own dictionary, so that heads show its texts
         si::appDir = std::string(VELDOR_APPDIR) + "/";
         DD::clear();
@@ -85,26 +69,13 @@ protected:
         Prot::close();
         Prot::reset();
         DD::clear();
-        si::appDir = saved[0];
-        si::Directory = saved[1];
-        si::Version = saved[2];
-        si::separator = savedSeparator;
-        si::csvBom = savedBom;
-        si::kommentar = savedComment;
-        si::spaltenname = savedNames;
-        ini::STARTJAHR = savedStart;
-        ini::ENDJAHR = savedEnd;
-        ini::NAG = savedNag;
-        ini::NBG = savedNbg;
-        ini::NGG = savedNgg;
-        JAHR = savedYear;
         fs::remove_all(root);
     }
     void write(const std::string& name, const std::string& text) { std::ofstream(dir + name, std::ios::binary) << text; }
     std::string prot()
     {
         fflush(Prot::stream());
-        std::string all = slurp(dir + "v/prot/index.html");
+        std::string all = slurpFile(dir + "v/prot/index.html");
         std::string part = all.substr(std::min(seen, all.size()));
         seen = all.size();
         return part;
@@ -122,11 +93,8 @@ protected:
         return name;
     }
 
+    SettingsGuard guard;
     std::string root, dir;
-    std::vector<std::string> saved;
-    char savedSeparator = ';';
-    int savedBom = 0, savedComment = 0, savedNames = 0, savedStart = 0, savedEnd = 0, savedYear = 0;
-    int savedNag = 0, savedNbg = 0, savedNgg = 0;
     size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
@@ -194,9 +162,9 @@ TEST_F(InputStage, YearlyPopulationFileCarriesTheForecastYear)
     EXPECT_EQ(emit(FT_OUT_GEM, "x\n"), "gem2025.csv");
     EXPECT_EQ(fileTable[FT_OUT_GEM].fileNumber, 2025);
     // a new file with its head each time it is opened
-    EXPECT_EQ(slurp(dir + "v/gem2025.csv"), "#Jahr;Gebietskennzeichen;Bevölkerungsgruppe;Geschlecht;Altersgruppe;Anzahl\nx\n");
+    EXPECT_EQ(slurpFile(dir + "v/gem2025.csv"), "#Jahr;Gebietskennzeichen;Bevölkerungsgruppe;Geschlecht;Altersgruppe;Anzahl\nx\n");
     EXPECT_EQ(emit(FT_OUT_GEM, "y\n"), "gem2025.csv");
-    EXPECT_EQ(slurp(dir + "v/gem2025.csv"), "#Jahr;Gebietskennzeichen;Bevölkerungsgruppe;Geschlecht;Altersgruppe;Anzahl\ny\n");
+    EXPECT_EQ(slurpFile(dir + "v/gem2025.csv"), "#Jahr;Gebietskennzeichen;Bevölkerungsgruppe;Geschlecht;Altersgruppe;Anzahl\ny\n");
     EXPECT_EQ(fileTable[FT_OUT_GEM].linesWritten, 1);
 }
 
@@ -207,7 +175,7 @@ TEST_F(InputStage, AggregateFileFollowsTheReferenceTableAndIsAppended)
     fileTable[FT_REFT].fileNumber = 1;
     EXPECT_EQ(emit(FT_OUT_AGG, "a\n"), "agg.csv");
     EXPECT_EQ(emit(FT_OUT_AGG, "b\n"), "agg.csv");
-    std::string text = slurp(dir + "v/agg.csv");
+    std::string text = slurpFile(dir + "v/agg.csv");
     EXPECT_EQ(text.substr(text.find('\n') + 1), "a\nb\n");
     EXPECT_TRUE(has(text, "#Jahr;ohne Aggregat;Bevölkerungsgruppe;")) << text;
     fileTable[FT_REFT].fileNumber = 2030;
@@ -223,7 +191,7 @@ TEST_F(InputStage, OneFileForAllYearsStartsAfreshInTheStartYear)
     emit(FT_OUT_BEWGEM, "2024b\n");
     JAHR = 2025;
     emit(FT_OUT_BEWGEM, "2025\n");
-    std::string text = slurp(dir + "v/bewgem.csv");
+    std::string text = slurpFile(dir + "v/bewgem.csv");
     EXPECT_FALSE(has(text, "old")) << text;
     EXPECT_EQ(text.substr(text.find('\n') + 1), "2024\n2024b\n2025\n");
     EXPECT_TRUE(text.rfind("#Jahr;Gebietskennzeichen;Sterbefälle;Außenwegzug;", 0) == 0) << text;

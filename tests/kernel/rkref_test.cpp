@@ -2,6 +2,8 @@
 // RK::REF, the regions and counts checked by hand and the protocol read back for the messages.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -47,12 +49,6 @@ protected:
                "<k id=\"fn_empty\">leer</k>\n"
                "<k id=\"reading\">Lese</k>\n"
                "</data-dictionary>\n";
-        saved = {si::appDir, si::Directory, si::Version};
-        savedSeparator = si::separator;
-        savedStart = ini::STARTJAHR;
-        savedEnd = ini::ENDJAHR;
-        savedGrnd = ini::GRND;
-        savedYear = JAHR;
         si::appDir = root + "/App/";
         DD::clear();
         DD::load("xx", {});
@@ -78,32 +74,17 @@ protected:
         Prot::close();
         Prot::reset();
         DD::clear();
-        si::appDir = saved[0];
-        si::Directory = saved[1];
-        si::Version = saved[2];
-        si::separator = savedSeparator;
-        ini::STARTJAHR = savedStart;
-        ini::ENDJAHR = savedEnd;
-        ini::GRND = savedGrnd;
-        JAHR = savedYear;
         fs::remove_all(root);
     }
     void table(const std::string& text, const std::string& name = "reftyp.csv")
     {
         std::ofstream(dir + name, std::ios::binary) << HEAD << text;
     }
-    std::string slurp(const std::string& path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
     // what the protocol gained since the last call
     std::string prot()
     {
         fflush(Prot::stream());
-        std::string all = slurp(dir + "v/prot/index.html");
+        std::string all = slurpFile(dir + "v/prot/index.html");
         std::string part = all.substr(std::min(seen, all.size()));
         seen = all.size();
         return part;
@@ -115,10 +96,8 @@ protected:
         return prot();
     }
 
+    SettingsGuard guard;
     std::string root, dir;
-    std::vector<std::string> saved;
-    char savedSeparator = ';';
-    int savedStart = 0, savedEnd = 0, savedGrnd = 0, savedYear = 0;
     size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
@@ -220,7 +199,7 @@ TEST_F(RefTable, KeyMultiplierNameInsideAndAllZeroTypes)
     EXPECT_EQ(c.NTYG, 1);
     EXPECT_EQ(c.regions[2].tyg, 0);
     // the multiplier is index arithmetic: the spelled out table stands beside the variant's files
-    std::string copy = slurp(dir + "v/reftyp.csv");
+    std::string copy = slurpFile(dir + "v/reftyp.csv");
     EXPECT_TRUE(has(copy, "# expanded from ../reftyp.csv\n")) << copy;
     EXPECT_TRUE(has(copy, "200;\"Block 200 Nord\";0;0;1;1;1;1;1;1;1;1;1\n")) << copy;
 }
@@ -241,7 +220,7 @@ TEST_F(RefTable, CommandsSetVariablesAndTheListingShowsEachLine)
     EXPECT_EQ(traceLevel, 0);
     EXPECT_EQ(findVariable("$N"), nullptr);
     // the variable bound the keys: the spelled out table is written
-    EXPECT_TRUE(has(slurp(dir + "v/reftyp.csv"), "3;\"Ort 3\";1;1;1;"));
+    EXPECT_TRUE(has(slurpFile(dir + "v/reftyp.csv"), "3;\"Ort 3\";1;1;1;"));
 }
 
 TEST_F(RefTable, AccessorsByLevel)

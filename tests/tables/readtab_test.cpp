@@ -2,6 +2,8 @@
 // the protocol read back for the exact message texts.
 #include <gtest/gtest.h>
 
+#include "tests/protocol_fixture.h"
+
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -42,15 +44,9 @@ protected:
                "<k id=\"csv_W1\">Zeile %zu: %s: unerwarteter Text „%s“ vor Trennzeichen „%c“ überlesen</k>\n"
                "<k id=\"fn_missingSection\">%s: kein Abschnitt für das Jahr %d</k>\n"
                "</data-dictionary>\n";
-        savedApp = si::appDir;
         si::appDir = root + "/App/";
         DD::clear();
         DD::load("xx", {});
-        savedDirectory = si::Directory;
-        savedVersion = si::Version;
-        savedSeparator = si::separator;
-        savedStart = ini::STARTJAHR;
-        savedYear = JAHR;
         si::Directory = dir;
         si::Version = "v";
         si::separator = ';';
@@ -85,27 +81,14 @@ protected:
         Prot::reset();
         Prot::setThrow(true);
         DD::clear();
-        si::appDir = savedApp;
-        si::Directory = savedDirectory;
-        si::Version = savedVersion;
-        si::separator = savedSeparator;
-        ini::STARTJAHR = savedStart;
-        JAHR = savedYear;
         fs::remove_all(root);
     }
     void write(const std::string& name, const std::string& text) { std::ofstream(dir + name, std::ios::binary) << text; }
-    std::string slurp(const std::string& path)
-    {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
     // what the protocol gained since the last call
     std::string prot()
     {
         fflush(Prot::stream());
-        std::string all = slurp(dir + "v/prot/index.html");
+        std::string all = slurpFile(dir + "v/prot/index.html");
         std::string part = all.substr(std::min(seen, all.size()));
         seen = all.size();
         return part;
@@ -128,9 +111,8 @@ protected:
         return prot();
     }
 
-    std::string root, dir, savedApp, savedDirectory, savedVersion;
-    char savedSeparator = ';';
-    int savedStart = 0, savedYear = 0;
+    SettingsGuard guard;
+    std::string root, dir;
     size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
@@ -225,7 +207,7 @@ TEST_F(ReadTab, BlocksExpressionsAndIndexValues)
     EXPECT_TRUE(has(p, "[reading] t.csv, 2 [indices], [without] [checkNumber]"));
     EXPECT_TRUE(has(p, "t.csv: 1 [fn_doubleValue]"));
     Prot::close();
-    EXPECT_TRUE(has(slurp(dir + "v/prot/inp.htm"), ">t.csv</a>"));
+    EXPECT_TRUE(has(slurpFile(dir + "v/prot/inp.htm"), ">t.csv</a>"));
 }
 
 TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
@@ -328,7 +310,7 @@ TEST_F(ReadTab, ExpandedCopyOfATableWithExpressions)
     FileEntry f = entry("x", 1);
     LA2 a("X", {2, 2}, 0);
     readTable(f, a, "A\0B\0");
-    std::string copy = slurp(dir + "v/x.csv");
+    std::string copy = slurpFile(dir + "v/x.csv");
     EXPECT_EQ(copy, "\xEF\xBB\xBF# expanded from ../x.csv\n2;1;1.5\n");
     // a constant table leaves no copy
     write("y.csv", "1;0..1;2\n");
@@ -341,7 +323,7 @@ TEST_F(ReadTab, ExpandedCopyOfATableWithExpressions)
     LA2 b("Z", {3, 1}, 0);
     readTable(h, b, "NGZ\0B\0");
     EXPECT_EQ(b[2][0], 1.5);
-    EXPECT_EQ(slurp(dir + "v/z.csv"),
+    EXPECT_EQ(slurpFile(dir + "v/z.csv"),
               "\xEF\xBB\xBF# expanded from ../z.csv\n1001;1;2\n1002;1;1\n1005;1;1.5\n");
 }
 
