@@ -425,17 +425,22 @@ struct DepthGuard {
 };
 } // namespace
 
+// a nesting too deep for the stack: reported, and the rest of the text is dropped
+bool Parser::tooDeep()
+{
+    if (depth <= maxDepth) return false;
+    parserMessage(this, SEV_ERROR, "parser error: expression nested deeper than %d", maxDepth);
+    emitNumber(0);
+    pos += std::strlen(pos);
+    type = DONE;
+    token[0] = 0;
+    return true;
+}
+
 void Parser::expression()
 {
     DepthGuard guard;
-    if (depth > maxDepth) {
-        parserMessage(this, SEV_ERROR, "parser error: expression nested deeper than %d", maxDepth);
-        emitNumber(0);
-        pos += std::strlen(pos);
-        type = DONE;
-        token[0] = 0;
-        return;
-    }
+    if (tooDeep()) return;
     bool negate = false;
     if (type == '-') {
         negate = true;
@@ -457,14 +462,7 @@ void Parser::expression()
 void Parser::term()
 {
     DepthGuard guard;
-    if (depth > maxDepth) {
-        parserMessage(this, SEV_ERROR, "parser error: expression nested deeper than %d", maxDepth);
-        emitNumber(0);
-        pos += std::strlen(pos);
-        type = DONE;
-        token[0] = 0;
-        return;
-    }
+    if (tooDeep()) return;
     factor();
     while (type == '*' || type == '/') {
         uint16_t op = type;

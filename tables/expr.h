@@ -80,6 +80,7 @@ private:
     void accept(int expected);
     void expression();
     void term();
+    bool tooDeep();
     void factor();
     int arguments();
     void emit(uint16_t code, Bits v);
