@@ -49,16 +49,18 @@ inline std::string slurpFile(const std::string& path)
 
 class ProtocolFixture : public ::testing::Test {
 protected:
-    // the protocol of variant "v" under dir, at the given level, with errors not throwing
+    // a fresh root with the tables directory dir = root/var/ and the protocol of variant "v"
+    // under it, at protocolLevel, with errors throwing as `throwing` says
     void SetUp() override
     {
         char tmpl[] = "/tmp/veldor-protXXXXXX";
-        dir = std::string(mkdtemp(tmpl)) + "/";
-        Prot::setup(dir, "v", 3, 0);
+        root = mkdtemp(tmpl);
+        dir = root + "/var/";
         std::filesystem::create_directories(dir + "v/prot");
+        Prot::setup(dir, "v", protocolLevel, 0);
         ASSERT_EQ(Prot::open(protocolPath(), ""), 0);
         Prot::reset();
-        Prot::setThrow(false);
+        Prot::setThrow(throwing);
         fflush(Prot::stream());
         seen = std::filesystem::file_size(protocolPath());
     }
@@ -66,7 +68,7 @@ protected:
     {
         Prot::close();
         Prot::reset();
-        std::filesystem::remove_all(dir);
+        std::filesystem::remove_all(root);
     }
     std::string protocolPath() const { return dir + "v/prot/index.html"; }
     // what the protocol got since the last call
@@ -78,7 +80,13 @@ protected:
         seen = all.size();
         return part;
     }
+    void write(const std::string& name, const std::string& text) const
+    {
+        std::ofstream(dir + name, std::ios::binary) << text;
+    }
 
-    std::string dir;   // ends with "/"
+    int protocolLevel = 3;
+    bool throwing = false;
+    std::string root, dir;   // dir ends with "/"
     size_t seen = 0;
 };

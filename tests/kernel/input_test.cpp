@@ -32,14 +32,13 @@ namespace {
 bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 
-class InputStage : public ::testing::Test {
+class InputStage : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/inputXXXXXX";
-        root = mkdtemp(tmpl);
-        dir = root + "/var/";
-        fs::create_directories(dir + "v/prot");
+        protocolLevel = 2;
+        throwing = true;
+        ProtocolFixture::SetUp();
         // the system's own dictionary, so that heads show its texts
         si::appDir = std::string(VELDOR_APPDIR) + "/";
         DD::clear();
@@ -54,10 +53,6 @@ protected:
         ini::ENDJAHR = 2026;
         JAHR = 0;
         opt::clear();
-        Prot::setup(dir, "v", 2, 0);
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
-        Prot::reset();
-        Prot::setThrow(true);
         run = std::make_unique<Orvane>();
     }
     void TearDown() override
@@ -66,19 +61,8 @@ protected:
         run.reset();
         exprClearTable();
         opt::clear();
-        Prot::close();
-        Prot::reset();
         DD::clear();
-        fs::remove_all(root);
-    }
-    void write(const std::string& name, const std::string& text) { std::ofstream(dir + name, std::ios::binary) << text; }
-    std::string prot()
-    {
-        fflush(Prot::stream());
-        std::string all = slurpFile(dir + "v/prot/index.html");
-        std::string part = all.substr(std::min(seen, all.size()));
-        seen = all.size();
-        return part;
+        ProtocolFixture::TearDown();
     }
     // opens an output entry, writes one line, closes it; the file name opened
     std::string emit(int entry, const std::string& line)
@@ -94,8 +78,6 @@ protected:
     }
 
     SettingsGuard guard;
-    std::string root, dir;
-    size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
 
@@ -256,10 +238,10 @@ TEST_F(InputStage, RateLoaderNeedsAFileNotLaterThanTheStartYear)
     run->NTYG = 1;
     fillFileTable();
     EXPECT_THROW(ratesByYearFruc(), std::runtime_error);
-    EXPECT_TRUE(has(prot(), "fehlende oder leere Datei fruc%d")) << "no file";
+    EXPECT_TRUE(has(newText(), "fehlende oder leere Datei fruc%d")) << "no file";
     write("fruc2025.csv", "1;1;*;1.5\n");
     EXPECT_THROW(ratesByYearFruc(), std::runtime_error);
-    EXPECT_TRUE(has(prot(), "fruc: Jahresbezug 2025 nach Startjahr 2024"));
+    EXPECT_TRUE(has(newText(), "fruc: Jahresbezug 2025 nach Startjahr 2024"));
 }
 
 // ---------------------------------------------------------------- $ variables

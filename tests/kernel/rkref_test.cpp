@@ -29,14 +29,13 @@ namespace {
 
 const char* const HEAD = "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n";
 
-class RefTable : public ::testing::Test {
+class RefTable : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/rkrefXXXXXX";
-        root = mkdtemp(tmpl);
-        dir = root + "/var/";
-        fs::create_directories(dir + "v/prot");
+        protocolLevel = 2;
+        throwing = true;
+        ProtocolFixture::SetUp();
         fs::create_directories(root + "/App");
         // the messages of the reference table with their conversions
         std::ofstream(root + "/App/datadict_xx.xml")
@@ -59,10 +58,6 @@ protected:
         ini::ENDJAHR = 2026;
         ini::GRND = 0;
         JAHR = 0;
-        Prot::setup(dir, "v", 2, 0);
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
-        Prot::reset();
-        Prot::setThrow(true);
         traceLevel = 0;
         run = std::make_unique<Orvane>();
         fillFileTable();
@@ -71,34 +66,21 @@ protected:
     {
         run.reset();
         exprClearTable();
-        Prot::close();
-        Prot::reset();
         DD::clear();
-        fs::remove_all(root);
+        ProtocolFixture::TearDown();
     }
     void table(const std::string& text, const std::string& name = "reftyp.csv")
     {
         std::ofstream(dir + name, std::ios::binary) << HEAD << text;
     }
-    // what the protocol gained since the last call
-    std::string prot()
-    {
-        fflush(Prot::stream());
-        std::string all = slurpFile(dir + "v/prot/index.html");
-        std::string part = all.substr(std::min(seen, all.size()));
-        seen = all.size();
-        return part;
-    }
     // a reference table that must end the run; the protocol it left
     std::string failing()
     {
         EXPECT_THROW(RK::REF(), std::runtime_error);
-        return prot();
+        return newText();
     }
 
     SettingsGuard guard;
-    std::string root, dir;
-    size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
 
@@ -141,7 +123,7 @@ TEST_F(RefTable, LinesBecomeRegionsWithTypesCountedFromZero)
     // every key starts unused
     EXPECT_EQ(regionKeyUse().size(), 3u);
     EXPECT_EQ(regionKeyUse().at(102), 0);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "Lese reftyp")) << p;
     EXPECT_EQ(Prot::count(SEV_WARNING), 0);
 }
@@ -211,7 +193,7 @@ TEST_F(RefTable, CommandsSetVariablesAndTheListingShowsEachLine)
     RK::REF();
     EXPECT_EQ(run->NGZ, 3);
     EXPECT_EQ(run->regions[2].key, 3);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "<table><tr><th>Spalte</th><th>Name</th><th>Wert</th></tr>\n")) << p;
     EXPECT_TRUE(has(p, "<tr><td class=\"r\">1</td><td>GKZ</td><td class=\"r\">1..3</td></tr>\n")) << p;
     EXPECT_TRUE(has(p, "<tr><td class=\"r\">2</td><td>Name</td><td>Ort $</td></tr>\n")) << p;
@@ -249,7 +231,7 @@ TEST_F(RefTable, ProtocolTableListsEveryRegionWithItsName)
 {
     table("101;Markt <Ost>;1;1;1;1;1;1;1;1;1;1;10\n102;Kirche;1;1;1;1;1;1;1;1;1;1;20\n");
     RK::REF();
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "<a title=\"Markt &lt;Ost&gt;\"><span class=tooltip>Markt &lt;Ost&gt;</span></a>")) << p;
     EXPECT_TRUE(has(p, "<td class=\"r\">102</td>")) << p;
 }
@@ -313,7 +295,7 @@ TEST_F(RefTable, ShortLineWarnsAndItsMissingColumnsAreEmpty)
 {
     table("1;A;1;1;1;1;1;1;1;1;1;1;1\n2;B;1;1;1\n");
     RK::REF();
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "reftyp Zeile 3: enthält nur 5 Spalten statt mindestens 13")) << p;
     EXPECT_EQ(run->NGZ, 2);
     // the empty cells give type 0
@@ -329,7 +311,7 @@ TEST_F(RefTable, OnlyCommentsGiveAnEmptyTable)
     EXPECT_EQ(run->NGZ, 0);
     EXPECT_EQ(run->NTYG, 0);
     EXPECT_EQ(RK::refRows(13), 0);
-    EXPECT_TRUE(has(prot(), "reftyp leer")) << "empty table";
+    EXPECT_TRUE(has(newText(), "reftyp leer")) << "empty table";
 }
 
 TEST_F(RefTable, CellErrorsNameLineAndCell)

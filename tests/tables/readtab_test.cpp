@@ -29,14 +29,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class ReadTab : public ::testing::Test {
+class ReadTab : public ProtocolFixture {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/readtabXXXXXX";
-        root = mkdtemp(tmpl);
-        dir = root + "/var/";
-        fs::create_directories(dir + "v/prot");
+        protocolLevel = 3;
+        throwing = true;
+        ProtocolFixture::SetUp();
         fs::create_directories(root + "/App");
         // a few texts with conversions; every other key shows as [key]
         std::ofstream(root + "/App/datadict_xx.xml")
@@ -52,11 +51,7 @@ protected:
         si::separator = ';';
         ini::STARTJAHR = 2020;
         JAHR = 2020;
-        Prot::setup(dir, "v", 3, 0);
-        ASSERT_EQ(Prot::open(dir + "v/prot/index.html", ""), 0);
         Prot::openFilePages();
-        Prot::reset();
-        Prot::setThrow(true);
         exprClearTable();
         keyScale = 1;
         traceLevel = 0;
@@ -77,21 +72,9 @@ protected:
         run.reset();
         exprClearTable();
         keyScale = 1;
-        Prot::close();
-        Prot::reset();
-        Prot::setThrow(true);
         DD::clear();
-        fs::remove_all(root);
-    }
-    void write(const std::string& name, const std::string& text) { std::ofstream(dir + name, std::ios::binary) << text; }
-    // what the protocol gained since the last call
-    std::string prot()
-    {
-        fflush(Prot::stream());
-        std::string all = slurpFile(dir + "v/prot/index.html");
-        std::string part = all.substr(std::min(seen, all.size()));
-        seen = all.size();
-        return part;
+        ProtocolFixture::TearDown();
+        Prot::setThrow(true);
     }
     static FileEntry entry(const std::string& name, int zero = 0, int mode = 0, int region = 0, int offset = 0)
     {
@@ -108,12 +91,10 @@ protected:
     template <class F> std::string failing(F&& f)
     {
         EXPECT_THROW(f(), std::runtime_error);
-        return prot();
+        return newText();
     }
 
     SettingsGuard guard;
-    std::string root, dir;
-    size_t seen = 0;
     std::unique_ptr<Orvane> run;
 };
 
@@ -177,11 +158,11 @@ TEST_F(ReadTab, IndexCellFaults)
     IndexInterval v;
     EXPECT_TRUE(parseIndexCell("3 x", 1, 9, v));
     EXPECT_EQ(v.lo, 3);
-    EXPECT_TRUE(has(prot(), "Zeile 0: : unerwarteter Text „x“ vor Trennzeichen „;“ überlesen"));
+    EXPECT_TRUE(has(newText(), "Zeile 0: : unerwarteter Text „x“ vor Trennzeichen „;“ überlesen"));
     EXPECT_FALSE(parseIndexCell("$NOPE", 1, 9, v));
-    EXPECT_TRUE(has(prot(), "invalid variable $NOPE in input"));
+    EXPECT_TRUE(has(newText(), "invalid variable $NOPE in input"));
     EXPECT_FALSE(parseIndexCell("rand(1,2)", 1, 9, v));
-    EXPECT_TRUE(has(prot(), "invalid function rand in input"));
+    EXPECT_TRUE(has(newText(), "invalid function rand in input"));
     EXPECT_EQ(Prot::count(SEV_ERROR), 2);
 }
 
@@ -203,7 +184,7 @@ TEST_F(ReadTab, BlocksExpressionsAndIndexValues)
     EXPECT_EQ(r.nonZero, 13u);    // every assignment counts, the overwritten one too
     EXPECT_EQ(r.nonInteger, 6u);
     EXPECT_DOUBLE_EQ(r.sum, 1.5 + 200 + 201 + 202 + 203 + 204 + 205 + 6);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "[reading] t.csv, 2 [indices], [without] [checkNumber]"));
     EXPECT_TRUE(has(p, "t.csv: 1 [fn_doubleValue]"));
     Prot::close();
@@ -218,7 +199,7 @@ TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
     ReadResult r = readTable(f, a, "A\0");
     EXPECT_EQ(r.nonZero, 0u);
     for (double x : a) EXPECT_EQ(x, 0);   // all unassigned, filled with 0
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "t.csv [fn_empty]"));
     EXPECT_TRUE(has(p, "t.csv: 3 [fn_zeros] ([fillDeg] 0.00%)"));
     EXPECT_EQ(Prot::count(SEV_ERROR), 0);
@@ -227,7 +208,7 @@ TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
     FileEntry c = entry("c");
     LA2 b("B", {2, 2}, 7);
     readTable(c, b, "A\0B\0");
-    p = prot();
+    p = newText();
     EXPECT_TRUE(has(p, "c.csv [fn_empty]"));
     EXPECT_TRUE(has(p, "c.csv: 4 [fn_zeros] ([fillDeg] 0.00%)"));
     EXPECT_FALSE(has(p, "[fn_missingIndex]"));   // nothing assigned: no listing
@@ -239,7 +220,7 @@ TEST_F(ReadTab, UnassignedCellsListedWithFillDegree)
     FileEntry f = entry("t");
     LA2 a("T", {2, 4}, 0);
     readTable(f, a, "A\0B\0");
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "t.csv: 7 [fn_zeros] ([fillDeg] 12.50%)"));
     EXPECT_TRUE(has(p, "[fn_missingIndex] (A:1, B:2)"));
     EXPECT_TRUE(has(p, "[fn_missingIndex] (A:2, B:1)"));
@@ -270,11 +251,11 @@ TEST_F(ReadTab, TrailingDelimitersAndCellsBeyondTheValue)
     LA1 a("T", {2}, 0);
     readTable(f, a, "A\0");
     EXPECT_EQ(a[1], 2);
-    EXPECT_FALSE(has(prot(), "endende Strichpunkte"));
+    EXPECT_FALSE(has(newText(), "endende Strichpunkte"));
     write("u.csv", "#! check_trailing_delimiter(1)\n1;1\n2;2;\n1;3;;\n");
     FileEntry u = entry("u");
     readTable(u, a, "A\0");
-    EXPECT_TRUE(has(prot(), "Datei enthält ab Zeile 3 3 endende Strichpunkte"));
+    EXPECT_TRUE(has(newText(), "Datei enthält ab Zeile 3 3 endende Strichpunkte"));
 }
 
 TEST_F(ReadTab, RatesAreCheckedBirthRatesUpToTwo)
@@ -287,7 +268,7 @@ TEST_F(ReadTab, RatesAreCheckedBirthRatesUpToTwo)
     EXPECT_EQ(a[0], 1.5);
     EXPECT_EQ(a[1], 0);
     EXPECT_EQ(a[2], 0.5);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "rate.csv(TYS:1) = 1.5 [outside] [0..1]"));
     EXPECT_TRUE(has(p, "rate.csv(TYS:2) = -0.1 [outside] [0..1]"));
     EXPECT_TRUE(has(p, "1 [rk2inp_fmt1870]"));
@@ -297,7 +278,7 @@ TEST_F(ReadTab, RatesAreCheckedBirthRatesUpToTwo)
     FileEntry g = entry("fruc%d");
     LA1 b("PR2G", {3}, 0);
     readTable(g, b, "TYG\0", VC_RATE);
-    p = prot();
+    p = newText();
     EXPECT_FALSE(has(p, "fruc2020.csv(TYG:1)"));
     EXPECT_TRUE(has(p, "fruc2020.csv(TYG:2) = 2.5 [outside] [0..2]"));
     EXPECT_FALSE(has(p, "[fn_zeros]"));   // birth rates: the unassigned cell is not counted
@@ -352,7 +333,7 @@ TEST_F(ReadTab, CheckNumberModes)
     EXPECT_EQ(f.fileNumber, 2019);
     EXPECT_EQ(a[0][0][1], 10);
     EXPECT_EQ(a[2][0][0], 2019);
-    EXPECT_TRUE(has(prot(), "[reading] gem2019.csv, 3 [indices], [checkNumber] 2019"));
+    EXPECT_TRUE(has(newText(), "[reading] gem2019.csv, 3 [indices], [checkNumber] 2019"));
 
     write("w.csv", "2018;1;5\n");
     FileEntry w = entry("w", 0, 2);
@@ -383,7 +364,7 @@ TEST_F(ReadTab, YearSections)
     readTable(f, a, "A\0");
     EXPECT_EQ(a[0], 2);
     EXPECT_EQ(a[1], 3);
-    EXPECT_TRUE(has(prot(), "[reading] s.csv 1 [indices], [section] 2020"));
+    EXPECT_TRUE(has(newText(), "[reading] s.csv 1 [indices], [section] 2020"));
     JAHR = 2021;
     readTable(f, a, "A\0");
     EXPECT_EQ(a[1], 4);
@@ -445,7 +426,7 @@ TEST_F(ReadTab, ShortLineAndUnknownNamesInIndexCells)
     FileEntry f = entry("t");
     LA1 a("T", {2}, 0);
     readTable(f, a, "A\0");
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "[row]<br>2: <code>2</code><br>[fn_short]"));
     EXPECT_TRUE(has(p, "invalid variable $Q in input"));
     EXPECT_TRUE(has(p, "invalid function foo in input"));
@@ -466,7 +447,7 @@ TEST_F(ReadTab, RegionKeysInTheReferenceTable)
     EXPECT_EQ(a[2], 7);
     EXPECT_EQ(regionKeyUse()[1002], 2);
     EXPECT_EQ(regionKeyUse()[1005], 1);
-    prot();
+    newText();
 
     write("u.csv", "1001..1003;1\n");
     FileEntry u = entry("u", 0, 0, 2);
@@ -477,7 +458,7 @@ TEST_F(ReadTab, RegionKeysInTheReferenceTable)
     write("w.csv", "1005..1001;1\n17*59;2\n1*1001;3\n");
     FileEntry w = entry("w", 0, 0, 2);
     readTable(w, a, "NGZ\0");
-    p = prot();
+    p = newText();
     EXPECT_TRUE(has(p, "leeres Intervall Gebietskennzeichen 1005 .. 1001 in Zeile:<br>1: <code>1005..1001;1</code>"));
     EXPECT_TRUE(has(p, "unbekanntes Gebietskennzeichen 1003 in Zeile<br>2:"));
     EXPECT_TRUE(has(p, "[fn_gkz] 1003 (1)"));
@@ -499,7 +480,7 @@ TEST_F(ReadTab, RegionKeyGroupsUnderCut)
     ASSERT_EQ(cells.size(), 4u);
     EXPECT_EQ(GemKey::gz(cells[1].key), 1u);
     EXPECT_EQ(GemKey::gz(cells[3].key), 1u);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "Gebietskennzeichen 100099 nicht aufsteigend"));
     EXPECT_TRUE(has(p, "Gebietskennzeichen 300000 nicht als 3000 in REFTYP"));
     EXPECT_TRUE(has(p, "Indices nicht aufsteigend:\n4: (NGZ:3, NBG:1, NGG:1, NAG:1)\n5: (NGZ:2, NBG:1, NGG:1, NAG:1)"));
@@ -525,7 +506,7 @@ TEST_F(ReadTab, SparseAndCompactTargets)
     r = readTable(f, compact, "NGZ\0NBG\0NGG\0NAG\0");
     EXPECT_EQ(compact.get(1, 0, 0, 0), 2);   // overwritten
     EXPECT_EQ(compact.stored(), 5u);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_TRUE(has(p, "p.csv: 1 [fn_doubleValue]"));
     EXPECT_TRUE(has(p, "p.csv: 7 [fn_zeros] ([fillDeg] 41.67%)"));
 
@@ -547,7 +528,7 @@ TEST_F(ReadTab, AdditiveDenseTable)
     readTable(f, a, "A\0", VC_ADDITIVE);
     EXPECT_EQ(a[0], 14);
     EXPECT_EQ(a[1], 11);
-    std::string p = prot();
+    std::string p = newText();
     EXPECT_FALSE(has(p, "[fn_doubleValue]"));
     EXPECT_FALSE(has(p, "[fn_zeros]"));
 }
@@ -563,7 +544,7 @@ TEST_F(ReadTab, NumberedSearchFallbackAndLinks)
     readTable(f, a, "A\0");
     EXPECT_EQ(f.fileNumber, 2015);
     EXPECT_EQ(a[0], 1);
-    EXPECT_TRUE(has(prot(), "[reading] strb2015.csv, 1 [indices]"));
+    EXPECT_TRUE(has(newText(), "[reading] strb2015.csv, 1 [indices]"));
 
     // the shared variant beside the directory
     fs::create_directories(root + "/_variant");
@@ -571,7 +552,7 @@ TEST_F(ReadTab, NumberedSearchFallbackAndLinks)
     FileEntry w = entry("wegz%d");
     readTable(w, a, "A\0");
     EXPECT_EQ(a[0], 4);
-    EXPECT_TRUE(has(prot(), "<a href=\"../../../_variant/wegz2019.csv\">../_variant/wegz2019.csv</a>"));
+    EXPECT_TRUE(has(newText(), "<a href=\"../../../_variant/wegz2019.csv\">../_variant/wegz2019.csv</a>"));
 
     // reference table number 1
     write("reftyp.csv", "1;3\n");
@@ -586,7 +567,7 @@ TEST_F(ReadTab, NumberedSearchFallbackAndLinks)
     FileEntry l = entry("eckgem");
     readTable(l, a, "A\0");
     EXPECT_EQ(a[0], 8);
-    EXPECT_TRUE(has(prot(), "[fn_isLink]"));
+    EXPECT_TRUE(has(newText(), "[fn_isLink]"));
 
     // nothing found
     FileEntry n = entry("zuaq%d");
