@@ -1500,29 +1500,31 @@ ReadResult readTable(FileEntry& file, double& target, const char* name, int valu
     return r;
 }
 
+namespace {
+// reads into a region table through the target form given, sparse or not, and shows it
+template <class Target> ReadResult readGemTable(FileEntry& file, GemTable& table, int sparse, const char* names,
+                                                int valueCheck)
+{
+    UndefCheckReset reset;
+    const auto& ext = table.extents();
+    long long sizes[4];
+    for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
+    Target t(table);
+    ReadResult r = readTable(file, t, sparse, 4, sizes, names, valueCheck);
+    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) table.print(1, nullptr, kindOf(valueCheck));
+    return r;
+}
+} // namespace
+
 ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck)
 {
     if (!target.sparse) return readTable(file, target.dense, names, valueCheck);
-    UndefCheckReset reset;
-    const auto& ext = target.extents();
-    long long sizes[4];
-    for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
-    CompactTarget t(target);
-    ReadResult r = readTable(file, t, 0, 4, sizes, names, valueCheck);
-    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) target.print(1, nullptr, kindOf(valueCheck));
-    return r;
+    return readGemTable<CompactTarget>(file, target, 0, names, valueCheck);
 }
 
 ReadResult readTableAdd(FileEntry& file, GemTable& target, const char* names, int valueCheck)
 {
-    UndefCheckReset reset;
-    const auto& ext = target.extents();
-    long long sizes[4];
-    for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
-    GemAddTarget t(target);
-    ReadResult r = readTable(file, t, 1, 4, sizes, names, valueCheck);
-    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) target.print(1, nullptr, kindOf(valueCheck));
-    return r;
+    return readGemTable<GemAddTarget>(file, target, 1, names, valueCheck);
 }
 
 ReadResult readTableAdd(FileEntry& file, FBList& target, const long long sizes[5], const char* names, int valueCheck)
