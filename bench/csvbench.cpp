@@ -11,8 +11,8 @@
 #include <string>
 #include <unistd.h>
 
-#include "frame/siinit.h"
-#include "tables/csv.h"
+#include "platform/settings.h"
+#include "tables/table_text.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "tables/expr.h"
-#include "tables/fn.h"
+#include "tables/expression.h"
+#include "tables/functions.h"
 
 namespace {
 long g_allocations = 0;

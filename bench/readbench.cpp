@@ -8,13 +8,13 @@
 #include <filesystem>
 #include <string>
 
-#include "frame/mkvers.h"
-#include "frame/prot.h"
-#include "frame/siinit.h"
-#include "kernel/orvane.h"
-#include "kernel/rk.h"
-#include "kernel/sparse.h"
-#include "tables/readtab.h"
+#include "platform/variant_file.h"
+#include "platform/protocol.h"
+#include "platform/settings.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
+#include "kernel/sparse_tables.h"
+#include "tables/input_reader.h"
 
 namespace fs = std::filesystem;
 

@@ -1,9 +1,9 @@
 // Internal migration numbers (RK::ASM with the final RK::ABG) and the check of the summed rates
 // of each origin.
-#include "kernel/montecarlo.h"
-#include "kernel/orvane.h"
-#include "kernel/rk.h"
-#include "kernel/rkstages.h"
+#include "kernel/monte_carlo.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
+#include "kernel/year_step.h"
 
 // the rates stay rates in this build
 void RK::ASM(MonteCarlo&, Orvane&, YearStep&) {}

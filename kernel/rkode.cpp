@@ -1,6 +1,6 @@
 // The differential equation method, which replaces the year loop under $ODE.
-#include "frame/prot.h"
-#include "kernel/rk.h"
+#include "platform/protocol.h"
+#include "kernel/stages.h"
 
 int ode(double value)
 {

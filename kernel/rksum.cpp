@@ -1,7 +1,7 @@
 // The run summary: aggregates and plots at the end of a forecast.
-#include "frame/prot.h"
-#include "kernel/orvane.h"
-#include "kernel/rk.h"
+#include "platform/protocol.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
 
 void cleanUpPrognose(Orvane*)
 {

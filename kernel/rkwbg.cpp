@@ -1,7 +1,7 @@
 // Change of population group (module W): the moves between groups into DG4WBGv and DG4WBGn.
-#include "kernel/montecarlo.h"
-#include "kernel/orvane.h"
-#include "kernel/rkstages.h"
+#include "kernel/monte_carlo.h"
+#include "kernel/run_object.h"
+#include "kernel/year_step.h"
 
 // DG4WBGv and DG4WBGn stay 0 in this build
 void groupChange(MonteCarlo&, Orvane&, YearStep&) {}

@@ -8,10 +8,10 @@
 #include <sstream>
 #include <string>
 
-#include "frame/mkvers.h"
-#include "frame/prot.h"
-#include "frame/siinit.h"
-#include "kernel/rk.h"
+#include "platform/variant_file.h"
+#include "platform/protocol.h"
+#include "platform/settings.h"
+#include "kernel/stages.h"
 
 // The process-wide settings a test may change, given back when it ends.
 struct SettingsGuard {

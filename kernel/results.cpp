@@ -1,0 +1,466 @@
+// The tables a forecast year leaves in the variant directory: the population by region and
+// cohort, its sums by aggregate and the pyramid, and the movements of the year.
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <tbb/parallel_for.h>
+#include <tbb/parallel_invoke.h>
+
+#include "platform/variant_file.h"
+#include "platform/operating_system.h"
+#include "platform/settings.h"
+#include "kernel/file_table.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
+#include "kernel/year_step.h"
+#include "tables/table_text.h"
+
+namespace {
+
+// regions formatted together before they are written in order
+constexpr int BATCH = 256;
+
+// An output table of the file table: opened and closed on the main thread, written by one task.
+struct Output {
+    FILE* f = nullptr;
+    char name[64] = {};
+    explicit Output(int entry)
+    {
+        if (openTable(&f, entry, name, sizeof name) != 0) f = nullptr;
+    }
+    ~Output()
+    {
+        if (f) fclose(f);
+    }
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+};
+
+int64_t regionKeyOf(const Orvane& c, int gz)
+{
+    if (c.keyScale != 1 && static_cast<size_t>(gz) < c.indexKeys.size()) return c.indexKeys[static_cast<size_t>(gz)];
+    return static_cast<size_t>(gz) < c.regions.size() ? c.regions[static_cast<size_t>(gz)].key : gz + 1;
+}
+
+int64_t largestKey(const Orvane& c)
+{
+    if (c.keyScale != 1 && !c.indexKeys.empty()) return c.indexKeys.back();
+    return c.maxKey;
+}
+
+std::string printInt(const std::string& format, long long v)
+{
+    char b[64];
+    if (format.find("ll") != std::string::npos)
+        snprintf(b, sizeof b, format.c_str(), v);
+    else
+        snprintf(b, sizeof b, format.c_str(), static_cast<int>(v));
+    return b;
+}
+
+// The fixed parts of the lines: the year, region keys and the cohort columns, each with its separator.
+struct Columns {
+    char sep;
+    std::string year;
+    std::vector<std::string> cohort;    // BG;GG;AG; by (b * NGG + g) * NAG + a
+    std::string ageFormat, bgFormat, ggFormat;
+    Columns(const Orvane& c, int label)
+    {
+        sep = si::separator ? si::separator : ';';
+        int bound = std::max(label, periodLabel(ini::ENDJAHR));
+        year = printInt(intFormat(bound, "d"), label) + sep;
+        bgFormat = intFormat(c.NBG, "d");
+        ggFormat = intFormat(c.NGG, "d");
+        ageFormat = intFormat(std::max(0, c.NAG - 1), "d");
+        cohort.reserve(static_cast<size_t>(c.NBG * c.NGG * c.NAG));
+        for (int b = 0; b < c.NBG; ++b)
+            for (int g = 0; g < c.NGG; ++g)
+                for (int a = 0; a < c.NAG; ++a)
+                    cohort.push_back(printInt(bgFormat, b + 1) + sep + printInt(ggFormat, g + 1) + sep +
+                                     printInt(ageFormat, a) + sep);
+    }
+};
+
+void appendValue(std::string& out, const Orvane& c, double v, bool last, char sep)
+{
+    char b[64];
+    int n = c.fmt ? c.fmt(b, sizeof b, v) : snprintf(b, sizeof b, "%.15g", v);
+    if (n < 0) n = 0;
+    out.append(b, static_cast<size_t>(std::min<int>(n, sizeof b - 1)));
+    out.push_back(last ? '\n' : sep);
+}
+
+// Formats the regions 0 .. n-1 by body (one text per region, in parallel when the run works in
+// parallel) and writes the texts in region order.
+template <class Body> void writeRegions(FILE* f, int n, const Body& body)
+{
+    std::vector<std::string> texts(BATCH);
+    for (int first = 0; first < n; first += BATCH) {
+        int count = std::min(BATCH, n - first);
+        auto one = [&](int i) {
+            texts[static_cast<size_t>(i)].clear();
+            body(first + i, texts[static_cast<size_t>(i)]);
+        };
+        if (os::parallel())
+            tbb::parallel_for(0, count, one);
+        else
+            for (int i = 0; i < count; ++i) one(i);
+        for (int i = 0; i < count; ++i) csvWrite(f, texts[static_cast<size_t>(i)].data(), texts[static_cast<size_t>(i)].size());
+    }
+}
+
+void populationLines(const Orvane& c, const GemTable& t, const Columns& cols, const std::string& keyFormat, int gz,
+                     std::string& out)
+{
+    std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
+    auto line = [&](size_t b, size_t g, size_t a, double v) {
+        out += prefix;
+        out += cols.cohort[(b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a];
+        appendValue(out, c, v, true, cols.sep);
+    };
+    if (ini::AusgabeNull) {
+        for (int b = 0; b < c.NBG; ++b)
+            for (int g = 0; g < c.NGG; ++g)
+                for (int a = 0; a < c.NAG; ++a)
+                    line(static_cast<size_t>(b), static_cast<size_t>(g), static_cast<size_t>(a),
+                         t.get(static_cast<size_t>(gz), static_cast<size_t>(b), static_cast<size_t>(g),
+                               static_cast<size_t>(a)));
+        return;
+    }
+    t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) { line(b, g, a, v); });
+}
+
+void populationBody(const Orvane& c, const GemTable& t, int label, FILE* f)
+{
+    Columns cols(c, label);
+    std::string keyFormat = intFormat(largestKey(c), "lld");
+    int n = static_cast<int>(t.extents()[0]);
+    writeRegions(f, n, [&](int gz, std::string& out) { populationLines(c, t, cols, keyFormat, gz, out); });
+}
+
+// ---- sums by aggregate ----
+
+// the cohort columns of a sum: a group or sex not told apart is 0; ages in classes of DIFF_AG
+// years (the class's first age), all ages together as 0 when DIFF_AG is 0
+struct AggShape {
+    int nbg, ngg, nag, width;
+    explicit AggShape(const Orvane& c, bool singleAges)
+    {
+        nbg = ini::DIFF_BG ? c.NBG : 1;
+        ngg = ini::DIFF_GG ? c.NGG : 1;
+        width = singleAges ? 1 : ini::DIFF_AG;
+        nag = width > 0 ? (c.NAG + width - 1) / width : 1;
+    }
+    size_t index(size_t b, size_t g, size_t a) const
+    {
+        size_t bb = nbg > 1 ? b : 0, gg = ngg > 1 ? g : 0, aa = width > 0 ? a / static_cast<size_t>(width) : 0;
+        return (bb * static_cast<size_t>(ngg) + gg) * static_cast<size_t>(nag) + aa;
+    }
+    int bgLabel(int b) const { return ini::DIFF_BG ? b + 1 : 0; }
+    int ggLabel(int g) const { return ini::DIFF_GG ? g + 1 : 0; }
+    int agLabel(int a) const { return width > 0 ? a * width : 0; }
+    size_t size() const { return static_cast<size_t>(nbg * ngg * nag); }
+};
+
+// the sums of a region table by aggregate row, formed in region order
+std::vector<std::vector<double>> sumsByAggregate(const Orvane& c, const GemTable& t, const AggShape& s, int rows)
+{
+    std::vector<std::vector<double>> sums(static_cast<size_t>(std::max(rows, 0)), std::vector<double>(s.size(), 0.0));
+    int n = static_cast<int>(t.extents()[0]);
+    for (int gz = 0; gz < n; ++gz) {
+        int row = aggregateRowOf(c, gz);
+        if (row < 0 || row >= rows) continue;
+        auto& r = sums[static_cast<size_t>(row)];
+        t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) { r[s.index(b, g, a)] += v; });
+    }
+    return sums;
+}
+
+void aggregateLines(const Orvane& c, FILE* f, const std::vector<std::vector<double>>& sums, const AggShape& s,
+                    int label, int level, bool keyFromRef)
+{
+    Columns cols(c, label);
+    long long maxKey = keyFromRef ? RK::refMaxKey(level) : 1;
+    std::string keyFormat = intFormat(maxKey, "lld");
+    std::string bgf = intFormat(c.NBG, "d"), ggf = intFormat(c.NGG, "d"), agf = intFormat(std::max(0, c.NAG - 1), "d");
+    std::string out;
+    for (size_t row = 0; row < sums.size(); ++row) {
+        long long key = keyFromRef ? RK::refKey(level, static_cast<int>(row)) : 0;
+        std::string prefix = cols.year + printInt(keyFormat, key) + cols.sep;
+        for (int b = 0; b < s.nbg; ++b)
+            for (int g = 0; g < s.ngg; ++g)
+                for (int a = 0; a < s.nag; ++a) {
+                    double v = sums[row][(static_cast<size_t>(b) * static_cast<size_t>(s.ngg) + static_cast<size_t>(g)) *
+                                             static_cast<size_t>(s.nag) +
+                                         static_cast<size_t>(a)];
+                    if (v == 0 && !ini::AusgabeNull) continue;
+                    out += prefix;
+                    out += printInt(bgf, s.bgLabel(b)) + cols.sep + printInt(ggf, s.ggLabel(g)) + cols.sep +
+                           printInt(agf, s.agLabel(a)) + cols.sep;
+                    appendValue(out, c, v, true, cols.sep);
+                }
+        csvWrite(f, out.data(), out.size());
+        out.clear();
+    }
+}
+
+void aggregateBody(const Orvane& c, const GemTable& t, int label, FILE* f)
+{
+    AggShape s(c, false);
+    int rows = aggregateRows();
+    aggregateLines(c, f, sumsByAggregate(c, t, s, rows), s, label, ini::DIFF_G, true);
+}
+
+// the pyramid keeps every age group: by aggregate of DIFF_G, or the whole area as aggregate 0
+void pyramidBody(const Orvane& c, const GemTable& t, int label, FILE* f)
+{
+    AggShape s(c, true);
+    // the pyramid tells groups and sexes apart whatever DIFF_BG and DIFF_GG say
+    s.nbg = c.NBG;
+    s.ngg = c.NGG;
+    int rows = ini::DIFF_G > 0 ? aggregateRows() : 1;
+    std::vector<std::vector<double>> sums(static_cast<size_t>(rows), std::vector<double>(s.size(), 0.0));
+    int n = static_cast<int>(t.extents()[0]);
+    for (int gz = 0; gz < n; ++gz) {
+        int row = ini::DIFF_G > 0 ? aggregateRowOf(c, gz) : 0;
+        if (row < 0 || row >= rows) continue;
+        auto& r = sums[static_cast<size_t>(row)];
+        t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) {
+            r[(b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a] += v;
+        });
+    }
+    Columns cols(c, label);
+    long long maxKey = ini::DIFF_G > 0 ? RK::refMaxKey(ini::DIFF_G) : 0;
+    std::string keyFormat = intFormat(maxKey, "lld");
+    std::string out;
+    for (int row = 0; row < rows; ++row) {
+        long long key = ini::DIFF_G > 0 ? RK::refKey(ini::DIFF_G, row) : 0;
+        std::string prefix = cols.year + printInt(keyFormat, key) + cols.sep;
+        for (size_t i = 0; i < s.size(); ++i) {
+            double v = sums[static_cast<size_t>(row)][i];
+            if (v == 0 && !ini::AusgabeNull) continue;
+            out += prefix;
+            out += cols.cohort[i];
+            appendValue(out, c, v, true, cols.sep);
+        }
+        csvWrite(f, out.data(), out.size());
+        out.clear();
+    }
+}
+
+// ---- movements ----
+
+// one line of movement values: an empty cell where a component was not made this year
+void movementCells(std::string& out, const Orvane& c, const std::array<const GemTable*, NMOVEMENTS>& m,
+                   const double* values, char sep)
+{
+    for (int k = 0; k < NMOVEMENTS; ++k) {
+        bool last = k + 1 == NMOVEMENTS;
+        if (!m[static_cast<size_t>(k)]->exists()) {
+            out.push_back(last ? '\n' : sep);
+            continue;
+        }
+        appendValue(out, c, values[k] * YearStep::displaySign[static_cast<size_t>(k)], last, sep);
+    }
+}
+
+bool anyMovement(const std::array<const GemTable*, NMOVEMENTS>& m)
+{
+    for (const GemTable* t : m)
+        if (t->exists()) return true;
+    return false;
+}
+
+// bew: per region and cohort; bewgem: per region
+void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE* bewgem, FILE* bewagg,
+                  FILE* bewgemagg)
+{
+    auto m = y.movements();
+    if (!anyMovement(m)) return;
+    Columns cols(c, label);
+    std::string keyFormat = intFormat(largestKey(c), "lld");
+    size_t cells = static_cast<size_t>(c.NBG * c.NGG * c.NAG);
+    int n = c.NGZ;
+    // the values of one region, component by cohort
+    auto regionValues = [&](int gz, std::vector<double>& v) {
+        v.assign(cells * NMOVEMENTS, 0.0);
+        for (int k = 0; k < NMOVEMENTS; ++k) {
+            const GemTable* t = m[static_cast<size_t>(k)];
+            if (!t->exists()) continue;
+            t->forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double x) {
+                v[((b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a) * NMOVEMENTS +
+                  static_cast<size_t>(k)] = x;
+            });
+        }
+    };
+    if (bew || bewgem) {
+        // the region lines of bewgem are short; they are gathered beside the formatting of bew
+        std::vector<std::string> regionLines(static_cast<size_t>(n));
+        auto body = [&](int gz, std::string& out) {
+            std::vector<double> v;
+            regionValues(gz, v);
+            double total[NMOVEMENTS] = {};
+            std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
+            for (size_t i = 0; i < cells; ++i) {
+                const double* row = &v[i * NMOVEMENTS];
+                bool zero = true;
+                for (int k = 0; k < NMOVEMENTS; ++k) {
+                    total[k] += row[k];
+                    if (row[k] != 0) zero = false;
+                }
+                if (!bew || (zero && !ini::AusgabeNull)) continue;
+                out += prefix;
+                out += cols.cohort[i];
+                movementCells(out, c, m, row, cols.sep);
+            }
+            if (bewgem) {
+                std::string& line = regionLines[static_cast<size_t>(gz)];
+                line = prefix;
+                movementCells(line, c, m, total, cols.sep);
+            }
+        };
+        if (bew) {
+            writeRegions(bew, n, body);
+        } else {
+            std::string ignored;
+            for (int gz = 0; gz < n; ++gz) body(gz, ignored);
+        }
+        if (bewgem)
+            for (const std::string& line : regionLines) csvWrite(bewgem, line.data(), line.size());
+    }
+    if (bewagg || bewgemagg) {
+        int rows = aggregateRows();
+        AggShape s(c, false);
+        // component by shape cell, per aggregate row; region order
+        std::vector<std::vector<double>> sums(static_cast<size_t>(std::max(rows, 0)),
+                                              std::vector<double>(s.size() * NMOVEMENTS, 0.0));
+        for (int gz = 0; gz < n; ++gz) {
+            int row = aggregateRowOf(c, gz);
+            if (row < 0 || row >= rows) continue;
+            auto& r = sums[static_cast<size_t>(row)];
+            for (int k = 0; k < NMOVEMENTS; ++k) {
+                const GemTable* t = m[static_cast<size_t>(k)];
+                if (!t->exists()) continue;
+                t->forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double x) {
+                    r[s.index(b, g, a) * NMOVEMENTS + static_cast<size_t>(k)] += x;
+                });
+            }
+        }
+        std::string aggFormat = intFormat(RK::refMaxKey(ini::DIFF_G), "lld");
+        std::string bgf = intFormat(c.NBG, "d"), ggf = intFormat(c.NGG, "d"), agf = intFormat(std::max(0, c.NAG - 1), "d");
+        std::string out, outTotal;
+        for (int row = 0; row < rows; ++row) {
+            std::string prefix = cols.year + printInt(aggFormat, RK::refKey(ini::DIFF_G, row)) + cols.sep;
+            double total[NMOVEMENTS] = {};
+            for (int b = 0; b < s.nbg; ++b)
+                for (int g = 0; g < s.ngg; ++g)
+                    for (int a = 0; a < s.nag; ++a) {
+                        size_t i = (static_cast<size_t>(b) * static_cast<size_t>(s.ngg) + static_cast<size_t>(g)) *
+                                       static_cast<size_t>(s.nag) +
+                                   static_cast<size_t>(a);
+                        const double* v = &sums[static_cast<size_t>(row)][i * NMOVEMENTS];
+                        bool zero = true;
+                        for (int k = 0; k < NMOVEMENTS; ++k) {
+                            total[k] += v[k];
+                            if (v[k] != 0) zero = false;
+                        }
+                        if (!bewagg || (zero && !ini::AusgabeNull)) continue;
+                        out += prefix;
+                        out += printInt(bgf, s.bgLabel(b)) + cols.sep + printInt(ggf, s.ggLabel(g)) + cols.sep +
+                               printInt(agf, s.agLabel(a)) + cols.sep;
+                        movementCells(out, c, m, v, cols.sep);
+                    }
+            if (bewgemagg) {
+                outTotal += prefix;
+                movementCells(outTotal, c, m, total, cols.sep);
+            }
+        }
+        if (bewagg) csvWrite(bewagg, out.data(), out.size());
+        if (bewgemagg) csvWrite(bewgemagg, outTotal.data(), outTotal.size());
+    }
+}
+
+} // namespace
+
+int aggregateRows() { return ini::DIFF_G > 0 ? RK::refRows(ini::DIFF_G) : 0; }
+
+int aggregateRowOf(const Orvane& c, int gz)
+{
+    int lev = ini::DIFF_G;
+    if (lev <= 0) return -1;
+    if (lev == 1) return 0;
+    if (lev == 2) return gz;
+    const RegionRow& r = c.region(gz);
+    switch (lev) {
+    case 3: return r.tyg;
+    case 4: return r.tys;
+    case 5: return r.tyb;
+    case 6: return r.tyzza;
+    case 7: return r.tyqwa;
+    case 8: return r.tynee;
+    case 9: return r.tyrea;
+    case 10: return r.tywbg;
+    case 11: return r.tyagf;
+    case 12: return r.tyhh;
+    default: return r.agg;
+    }
+}
+
+void writePopulation(const Orvane& c, const GemTable& t, int label)
+{
+    Output out(FT_OUT_GEM);
+    if (out.f) populationBody(c, t, label, out.f);
+}
+
+void writeAggregates(const Orvane& c, const GemTable& t, int label)
+{
+    if (ini::DIFF_G <= 0) return;
+    Output out(FT_OUT_AGG);
+    if (out.f) aggregateBody(c, t, label, out.f);
+}
+
+void writePyramid(const Orvane& c, const GemTable& t, int label)
+{
+    if (!ini::PYRAMIDE) return;
+    Output out(FT_OUT_PYRAMID);
+    if (out.f) pyramidBody(c, t, label, out.f);
+}
+
+void writeYearOutputs(const Orvane& c, const YearStep& y, int label)
+{
+    // every file is opened here, on the main thread, which also writes the heads and tells the
+    // protocol; the tasks below only write lines into their own files
+    const GemTable& pop = c.BG40;
+    Output gem(FT_OUT_GEM);
+    std::unique_ptr<Output> agg, pyramid, bew, bewgem, bewagg, bewgemagg;
+    if (ini::DIFF_G > 0) agg = std::make_unique<Output>(FT_OUT_AGG);
+    if (ini::PYRAMIDE) pyramid = std::make_unique<Output>(FT_OUT_PYRAMID);
+    if (anyMovement(y.movements())) {
+        if (ini::ABEW) bew = std::make_unique<Output>(FT_OUT_BEW);
+        if (ini::ABEWGEM) bewgem = std::make_unique<Output>(FT_OUT_BEWGEM);
+        if (ini::DIFF_G > 0) {
+            bewagg = std::make_unique<Output>(FT_OUT_BEWAGG);
+            bewgemagg = std::make_unique<Output>(FT_OUT_BEWGEMAGG);
+        }
+    }
+    auto file = [](const std::unique_ptr<Output>& o) { return o ? o->f : nullptr; };
+    auto population = [&] {
+        if (gem.f) populationBody(c, pop, label, gem.f);
+    };
+    auto ageSums = [&] {
+        if (file(agg)) aggregateBody(c, pop, label, file(agg));
+        if (file(pyramid)) pyramidBody(c, pop, label, file(pyramid));
+    };
+    auto movementSums = [&] { movementBody(c, y, label, file(bew), file(bewgem), file(bewagg), file(bewgemagg)); };
+    if (os::parallel()) {
+        tbb::parallel_invoke(population, ageSums, movementSums);
+    } else {
+        population();
+        ageSums();
+        movementSums();
+    }
+}

@@ -1,0 +1,112 @@
+// Region tables in dense or sparse storage and the list form of the type flows.
+#include "kernel/sparse_tables.h"
+
+#include <iterator>
+
+#include "platform/protocol.h"
+
+void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill) {
+    name = std::move(n);
+    release();
+    sparse = asSparse;
+    ext = {ngz, nbg, ngg, nag};
+    if (sparse) {
+        // the key has room for 4096 age groups, 16 sex groups and 65536 population groups
+        VCHECK(nag <= GemKey::maxAG && ngg <= GemKey::maxGG && nbg <= GemKey::maxBG, "source\\c\\sparse");
+        // a sparse table reads 0 where nothing is stored: it can only start empty
+        VCHECK(fill == 0, "source\\c\\sparse");
+    } else {
+        dense.make(name, {ngz, nbg, ngg, nag}, fill);
+    }
+    made = true;
+}
+
+void GemTable::release() {
+    dense.release();
+    std::map<uint64_t, double>().swap(cells);
+    made = false;
+}
+
+double GemTable::sum() const {
+    double s = 0;
+    if (sparse) {
+        for (const auto& kv : cells) s += kv.second;
+        return s;
+    }
+    return dense.sum();
+}
+
+double GemTable::regionSum(size_t gz) const {
+    double s = 0;
+    forRegion(gz, [&s](size_t, size_t, size_t, size_t, double v) { s += v; });
+    return s;
+}
+
+size_t GemTable::stored() const { return sparse ? cells.size() : ext[0] * ext[1] * ext[2] * ext[3]; }
+
+void GemTable::print(int level, const char* title, int kind) const {
+    if (!laActive(level)) return;
+    if (!sparse) {
+        laPrint4(dense, nullptr, "NGZ\0NBG\0NGG\0NAG\0", title, kind);
+        return;
+    }
+    std::vector<LAListRow> rows;
+    rows.reserve(cells.size());
+    for (const auto& [k, v] : cells)
+        rows.push_back({static_cast<unsigned long>(GemKey::gz(k)), static_cast<unsigned>(GemKey::bg(k)),
+                        static_cast<unsigned>(GemKey::gg(k)), static_cast<unsigned>(GemKey::ag(k)), v});
+    laPrintList(nullptr, name.c_str(), title, kind, rows);
+}
+
+double FBList::get(size_t v, size_t n, size_t bg, size_t gg, size_t ag) const {
+    FBElem probe = FBElem::make(v, n, bg, gg, ag, 0);
+    auto it = std::lower_bound(elems.begin(), elems.end(), probe);
+    if (it != elems.end() && it->order() == probe.order()) return it->value;
+    return 0;
+}
+
+double FBList::sum() const {
+    double s = 0;
+    for (const FBElem& e : elems) s += e.value;
+    return s;
+}
+
+void FBList::fromDense(const LA5& d) {
+    elems.clear();
+    for (size_t v = 0; v < d.size(); ++v)
+        for (size_t n = 0; n < d[v].size(); ++n)
+            for (size_t b = 0; b < d[v][n].size(); ++b)
+                for (size_t g = 0; g < d[v][n][b].size(); ++g)
+                    for (size_t a = 0; a < d[v][n][b][g].size(); ++a) add(v, n, b, g, a, d[v][n][b][g][a]);
+}
+
+void FBList::toDense(LA5& d, size_t ntyb, size_t nbg, size_t ngg, size_t nag) const {
+    d.make({ntyb, ntyb, nbg, ngg, nag}, 0.0);
+    for (const FBElem& e : elems) d[e.tybv][e.tybn][e.bg][e.gg()][e.ag()] += e.value;
+}
+
+void FBList::print(int level, const char* title, int kind) const {
+    if (!laActive(level)) return;
+    std::vector<LAPairRow> rows;
+    rows.reserve(elems.size());
+    for (const FBElem& e : elems) rows.push_back({e.tybv, e.tybn, e.bg, e.gg(), e.ag(), e.value});
+    laPrintPairs(nullptr, name.c_str(), title, kind, rows, false);
+}
+
+void GemTable::scaleRegions(const std::function<double(size_t gz)>& factorOf)
+{
+    if (!exists()) return;
+    if (sparse) {
+        for (auto it = cells.begin(); it != cells.end();) {
+            it->second *= factorOf(GemKey::gz(it->first));
+            it = it->second == 0 ? cells.erase(it) : std::next(it);
+        }
+        return;
+    }
+    for (size_t z = 0; z < dense.size(); ++z) {
+        double f = factorOf(z);
+        for (auto& b : dense[z])
+            for (auto& g : b)
+                for (double& v : g) v *= f;
+    }
+}

@@ -1,0 +1,189 @@
+// Tables with the region first, held dense or sparse, and the list forms of the flow tables.
+#pragma once
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tables/labelled_array.h"
+
+// The 64-bit key of a sparse region table: bits 0..11 AG, 12..15 GG, 16..31 BG, 32..63 region.
+struct GemKey {
+    static constexpr size_t maxAG = 4096, maxGG = 16, maxBG = 65536;
+    static constexpr uint64_t make(size_t gz, size_t bg, size_t gg, size_t ag) {
+        return (static_cast<uint64_t>(gz) << 32) | (static_cast<uint64_t>(bg & 0xFFFF) << 16) |
+               (static_cast<uint64_t>(gg & 0xF) << 12) | static_cast<uint64_t>(ag & 0xFFF);
+    }
+    static constexpr size_t gz(uint64_t k) { return static_cast<size_t>(k >> 32); }
+    static constexpr size_t bg(uint64_t k) { return static_cast<size_t>((k >> 16) & 0xFFFF); }
+    static constexpr size_t gg(uint64_t k) { return static_cast<size_t>((k >> 12) & 0xF); }
+    static constexpr size_t ag(uint64_t k) { return static_cast<size_t>(k & 0xFFF); }
+};
+
+// A population table indexed region, BG, GG, AG. Dense: an LA4. Sparse: an ordered map
+// from GemKey to value, where a missing key reads 0 and writing 0 removes the key.
+// Stages reach elements only through get, set, add and the walks below, so that one code
+// path serves both forms. Inside a parallel loop over regions a body may change values of
+// its own region but must not create or remove keys of a sparse table.
+class GemTable {
+public:
+    std::string name;
+    bool sparse = false;
+    LA4 dense;
+    std::map<uint64_t, double> cells;
+
+    GemTable() = default;
+    explicit GemTable(std::string n) : name(std::move(n)) {}
+
+    // builds an empty table of the extents; a sparse table starts with no key
+    void make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill = 0);
+    void release();
+    bool exists() const { return made; }
+    const std::array<size_t, 4>& extents() const { return ext; }
+
+    double get(size_t gz, size_t bg, size_t gg, size_t ag) const {
+        if (!sparse) return dense[gz][bg][gg][ag];
+        auto it = cells.find(GemKey::make(gz, bg, gg, ag));
+        return it == cells.end() ? 0.0 : it->second;
+    }
+    void set(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
+        if (!sparse) {
+            dense[gz][bg][gg][ag] = v;
+            return;
+        }
+        uint64_t k = GemKey::make(gz, bg, gg, ag);
+        if (v == 0)
+            cells.erase(k);
+        else
+            cells[k] = v;
+    }
+    void add(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
+        if (!sparse) {
+            dense[gz][bg][gg][ag] += v;
+            return;
+        }
+        if (v == 0) return;
+        uint64_t k = GemKey::make(gz, bg, gg, ag);
+        auto it = cells.find(k);
+        if (it == cells.end()) {
+            cells.emplace(k, v);
+        } else {
+            it->second += v;
+            if (it->second == 0) cells.erase(it);
+        }
+    }
+
+    // every element that is not 0, in index order (dense) or key order (sparse), which is
+    // the same order: f(gz, bg, gg, ag, value)
+    template <class F> void forEach(F&& f) const {
+        if (sparse) {
+            for (const auto& [k, v] : cells) f(GemKey::gz(k), GemKey::bg(k), GemKey::gg(k), GemKey::ag(k), v);
+            return;
+        }
+        for (size_t z = 0; z < dense.size(); ++z) forRegionDense(z, f);
+    }
+    // the elements of one region that are not 0, in order
+    template <class F> void forRegion(size_t gz, F&& f) const {
+        if (!sparse) {
+            forRegionDense(gz, f);
+            return;
+        }
+        auto it = cells.lower_bound(GemKey::make(gz, 0, 0, 0));
+        auto end = cells.lower_bound(GemKey::make(gz + 1, 0, 0, 0));
+        for (; it != end; ++it) f(gz, GemKey::bg(it->first), GemKey::gg(it->first), GemKey::ag(it->first), it->second);
+    }
+    // total in row order
+    double sum() const;
+    // total of one region
+    double regionSum(size_t gz) const;
+    // multiplies every element by the factor of its region; a sparse element that becomes 0 goes
+    void scaleRegions(const std::function<double(size_t gz)>& factorOf);
+    // stored elements: all of a dense table, the keys of a sparse one
+    size_t stored() const;
+    // bytes of the dense form
+    size_t denseBytes() const { return ext[0] * ext[1] * ext[2] * ext[3] * sizeof(double); }
+
+    // prints at the protocol level: dense as a table, sparse as a compact listing
+    void print(int level, const char* title = nullptr, int kind = LA_NUMBER) const;
+
+private:
+    bool made = false;
+    std::array<size_t, 4> ext{};
+    template <class F> void forRegionDense(size_t z, F& f) const {
+        const auto& r = dense[z];
+        for (size_t b = 0; b < r.size(); ++b)
+            for (size_t g = 0; g < r[b].size(); ++g) {
+                const auto& v = r[b][g];
+                for (size_t a = 0; a < v.size(); ++a)
+                    if (v[a] != 0) f(z, b, g, a, v[a]);
+            }
+    }
+};
+
+// One element of the list form of DR4FB: TYBv, TYBn, BG as u16, GG in bits 0..3 and AG in
+// bits 4..15 of a u16, the value.
+struct FBElem {
+    uint16_t tybv = 0, tybn = 0, bg = 0, ggag = 0;
+    double value = 0;
+    static FBElem make(size_t v, size_t n, size_t bg, size_t gg, size_t ag, double value) {
+        FBElem e;
+        e.tybv = static_cast<uint16_t>(v);
+        e.tybn = static_cast<uint16_t>(n);
+        e.bg = static_cast<uint16_t>(bg);
+        e.ggag = static_cast<uint16_t>((gg & 0xF) | ((ag & 0xFFF) << 4));
+        e.value = value;
+        return e;
+    }
+    unsigned gg() const { return ggag & 0xF; }
+    unsigned ag() const { return ggag >> 4; }
+    // ordering key: TYBv, TYBn, BG, GG, AG, as the dense table
+    uint64_t order() const {
+        return (static_cast<uint64_t>(tybv) << 48) | (static_cast<uint64_t>(tybn) << 32) |
+               (static_cast<uint64_t>(bg) << 16) | (static_cast<uint64_t>(gg()) << 12) | ag();
+    }
+    bool operator<(const FBElem& o) const { return order() < o.order(); }
+};
+
+// The list form of DR4FB: its non-zero elements, sorted.
+class FBList {
+public:
+    std::string name = "DR4FBs";
+    std::vector<FBElem> elems;
+
+    void sort() { std::stable_sort(elems.begin(), elems.end()); }
+    void add(size_t v, size_t n, size_t bg, size_t gg, size_t ag, double value) {
+        if (value != 0) elems.push_back(FBElem::make(v, n, bg, gg, ag, value));
+    }
+    // the value of an element of the sorted list, 0 when absent
+    double get(size_t v, size_t n, size_t bg, size_t gg, size_t ag) const;
+    double sum() const;
+    void clear() { std::vector<FBElem>().swap(elems); }
+    bool empty() const { return elems.empty(); }
+    size_t size() const { return elems.size(); }
+    // the list from a dense table and back
+    void fromDense(const LA5& dense);
+    void toDense(LA5& dense, size_t ntyb, size_t nbg, size_t ngg, size_t nag) const;
+    void print(int level, const char* title = nullptr, int kind = LA_NUMBER) const;
+};
+
+// One element of the sparse form of the flows between the regions of one type (DG5FIs):
+// zv, zn as u32, BG u16, GG and AG packed as in FBElem, the value.
+struct FIElem {
+    uint32_t zv = 0, zn = 0;
+    uint16_t bg = 0, ggag = 0;
+    double value = 0;
+    static FIElem make(size_t zv, size_t zn, size_t bg, size_t gg, size_t ag, double value) {
+        FIElem e;
+        e.zv = static_cast<uint32_t>(zv);
+        e.zn = static_cast<uint32_t>(zn);
+        e.bg = static_cast<uint16_t>(bg);
+        e.ggag = static_cast<uint16_t>((gg & 0xF) | ((ag & 0xFFF) << 4));
+        e.value = value;
+        return e;
+    }
+    unsigned gg() const { return ggag & 0xF; }
+    unsigned ag() const { return ggag >> 4; }
+};

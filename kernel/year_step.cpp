@@ -1,0 +1,688 @@
+// The year step: ageing, the movements of the year at type level and at region level, the
+// cohort equation, the treatment of negative results and the year's output.
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/dictionary.h"
+#include "platform/variant_file.h"
+#include "platform/operating_system.h"
+#include "platform/protocol.h"
+#include "platform/settings.h"
+#include "kernel/file_table.h"
+#include "kernel/monte_carlo.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
+#include "kernel/run_values.h"
+#include "kernel/year_step.h"
+#include "kernel/kernel_helpers.h"
+
+double Statistic::min() const
+{
+    if (!count) throw std::runtime_error("no data for min");
+    return lo;
+}
+double Statistic::max() const
+{
+    if (!count) throw std::runtime_error("no data for max");
+    return hi;
+}
+double Statistic::mean() const
+{
+    if (!count) throw std::runtime_error("no data for mean");
+    return total / static_cast<double>(count);
+}
+
+void YearStep::release()
+{
+    for (GemTable* t : movements()) t->release();
+    DG4OB.release();
+    for (LA1* a : {&GG1ATTR, &DG1IBN_, &DG1OBR_}) a->release();
+    regionsOfType.clear();
+    DR4FBrates.release();
+    DR4FBsRates.clear();
+}
+
+namespace {
+
+// column of TYAGF in the reference table, counted from 1
+constexpr int COLUMN_TYAGF = 11;
+
+size_t Z(int i) { return static_cast<size_t>(i); }
+
+// A loop over regions: a parallel loop when the run works in parallel and the body may write
+// into the tables it touches without creating elements (always for dense storage).
+template <class F> void regionLoop(const Orvane& c, bool createsElements, F&& body)
+{
+    if (createsElements && c.sparseGem) {
+        for (int z = 0; z < c.NGZ; ++z) body(z);
+        return;
+    }
+    os::parallelFor(0, c.NGZ, [&](int z) { body(z); });
+}
+
+long long keyOf(const Orvane& c, int gz)
+{
+    if (c.keyScale != 1 && Z(gz) < c.indexKeys.size()) return c.indexKeys[Z(gz)];
+    return Z(gz) < c.regions.size() ? c.regions[Z(gz)].key : gz + 1;
+}
+
+// ---------------------------------------------------------------- ageing
+
+// The age groups a cohort of the region advances in a year: the TYAGF of the reference table as
+// written there (the region row holds it counted from the lowest value in use).
+int ageStep(const Orvane& c, int z) { return c.region(z).tyagf + RK::refLowest(COLUMN_TYAGF); }
+
+// Without special groups: each cohort moves on by the region's TYAGF, the last age group collects.
+void ageWithoutSpecialGroups(Orvane& c)
+{
+    const int last = c.NAG - 1;
+    if (c.sparseGem) {
+        c.BGEM.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+            int step = ageStep(c, static_cast<int>(z));
+            c.BG40.add(z, b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
+        });
+        return;
+    }
+    regionLoop(c, false, [&](int z) {
+        int step = ageStep(c, z);
+        c.BGEM.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
+            c.BG40.add(Z(z), b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
+        });
+    });
+}
+
+struct NegativeRest {
+    long long key;
+    int gz, bg, gg, ag;
+    double gem, dsg, result;
+};
+
+// With special groups: the start population less the special groups, then one step of ageing in
+// regions whose TYAGF is exactly 1.
+void ageWithSpecialGroups(Orvane& c)
+{
+    // copy and subtract, collecting what would fall below 0
+    std::vector<std::vector<NegativeRest>> found(Z(c.NGZ));
+    auto subtract = [&](int z) {
+        c.BGEM.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { c.BG40.set(Z(z), b, g, a, v); });
+        if (!c.BG40DSG.exists()) return;
+        c.BG40DSG.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double d) {
+            double gem = c.BG40.get(Z(z), b, g, a);
+            double r = gem - d;
+            if (r < 0) {
+                found[Z(z)].push_back({keyOf(c, z), z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a),
+                                       gem, d, r});
+                r = 0;
+            }
+            c.BG40.set(Z(z), b, g, a, r);
+        });
+    };
+    regionLoop(c, true, subtract);
+    Statistic stat;
+    for (const auto& list : found)
+        for (const NegativeRest& n : list) {
+            Prot::writeln(1, "Index GZ %lld(#%d), BG %d, GG %d, AG %d: GEM(%g) - BG40DSG(%g) = %g", n.key, n.gz + 1,
+                          n.bg + 1, n.gg + 1, n.ag, n.gem, n.dsg, n.result);
+            stat.add(n.result);
+        }
+    if (!stat.empty())
+        Prot::writeln(2, "@rk1gtu_fmt1000; (%d, %s %g, min %g)", static_cast<int>(stat.count), DD::lookup("sum").c_str(),
+                      stat.total, stat.min());
+
+    // one age group on, where the region's ageing type is 1
+    const size_t nag = Z(c.NAG);
+    auto age = [&](int z) {
+        if (ageStep(c, z) != 1 || nag == 0) return;
+        for (size_t b = 0; b < Z(c.NBG); ++b)
+            for (size_t g = 0; g < Z(c.NGG); ++g) {
+                if (!c.BG40.sparse) {
+                    auto& v = c.BG40.dense[Z(z)][b][g];
+                    double lastValue = v[nag - 1];
+                    for (size_t a = nag - 1; a > 0; --a) v[a] = v[a - 1];
+                    v[0] = 0;
+                    if (nag > 1) v[nag - 1] += lastValue;
+                    continue;
+                }
+                double lastValue = c.BG40.get(Z(z), b, g, nag - 1);
+                for (size_t a = nag - 1; a > 0; --a) c.BG40.set(Z(z), b, g, a, c.BG40.get(Z(z), b, g, a - 1));
+                c.BG40.set(Z(z), b, g, 0, 0);
+                if (nag > 1) c.BG40.add(Z(z), b, g, nag - 1, lastValue);
+            }
+    };
+    regionLoop(c, true, age);
+}
+
+// ---------------------------------------------------------------- type level
+
+// the regions of each internal migration type, in region order
+void buildTypeLists(Orvane& c, YearStep& y)
+{
+    y.regionsOfType.assign(Z(std::max(c.NTYB, 0)), {});
+    for (int z = 0; z < c.NGZ; ++z) {
+        int t = c.region(z).tyb;
+        if (t >= 0 && t < c.NTYB) y.regionsOfType[Z(t)].push_back(z);
+    }
+}
+
+// sums a region table by internal migration type: one body per type, regions inside in order
+void sumByType(const Orvane& c, const YearStep& y, const GemTable& from, LA4& into, const char* name)
+{
+    into.make(name, {Z(c.NTYB), Z(c.NBG), Z(c.NGG), Z(c.NAG)}, 0.0);
+    if (!from.exists()) return;
+    os::parallelFor(0, c.NTYB, [&](int t) {
+        auto& r = into[Z(t)];
+        for (int z : y.regionsOfType[Z(t)])
+            from.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { r[b][g][a] += v; });
+    });
+}
+
+void printTypeList(const Orvane& c, const YearStep& y)
+{
+    if (!Prot::level(2)) return;
+    Prot::raw("<table>\n<tr><th>%s</th><th>#</th><th>G#</th><th>%s</th><th>%s</th><th>mN</th></tr>\n", "TYB",
+              DD::expKey("@GKZ;").c_str(), DD::expKey("@GNAME;").c_str());
+    for (int t = 0; t < c.NTYB; ++t) {
+        const auto& list = y.regionsOfType[Z(t)];
+        int n = 0;
+        for (int z : list)
+            Prot::raw("<tr><td class=r>%d</td><td class=r>%d</td><td class=r>%d</td><td class=r>%lld</td><td>%s</td>"
+                      "<td class=r>%zu</td></tr>\n",
+                      t + 1, ++n, z + 1, keyOf(c, z), c.region(z).name.c_str(), list.size());
+    }
+    Prot::raw("</table>\n");
+}
+
+// the yearly flow rates between the types, and the stayer rates 1 minus all flows of a type
+void loadFlowRates(Orvane& c, YearStep& y)
+{
+    const char* names = "C.NTYB\0NTYB\0NBG\0NGG\0NAG\0";
+    if (c.sparseStrm) {
+        c.DR4FBs.clear();
+        long long sizes[5] = {c.NTYB, c.NTYB, c.NBG, c.NGG, c.NAG};
+        readTableAdd(fileTable[FT_STRM], c.DR4FBs, sizes, names, VC_RATE);
+        y.DR4FBsRates = c.DR4FBs;
+    } else {
+        c.DR4FB.make("C.DR4FB", {Z(c.NTYB), Z(c.NTYB), Z(c.NBG), Z(c.NGG), Z(c.NAG)}, 0.0);
+        readTable(fileTable[FT_STRM], c.DR4FB, names, VC_RATE);
+        y.DR4FBrates = c.DR4FB;
+    }
+    c.BR3R.make("C.BR3R", {Z(c.NTYB), Z(c.NBG), Z(c.NGG), Z(c.NAG)}, 1.0);
+    if (c.sparseStrm) {
+        for (const FBElem& e : c.DR4FBs.elems) c.BR3R[e.tybv][e.bg][e.gg()][e.ag()] -= e.value;
+        return;
+    }
+    os::parallelFor(0, c.NTYB, [&](int v) {
+        auto& r = c.BR3R[Z(v)];
+        for (const auto& n : c.DR4FB[Z(v)])
+            for (size_t b = 0; b < n.size(); ++b)
+                for (size_t g = 0; g < n[b].size(); ++g)
+                    for (size_t a = 0; a < n[b][g].size(); ++a) r[b][g][a] -= n[b][g][a];
+    });
+}
+
+// rates times the stock of the origin type
+void ratesToNumbers(Orvane& c)
+{
+    if (c.sparseStrm) {
+        for (FBElem& e : c.DR4FBs.elems) e.value *= c.BR30[e.tybv][e.bg][e.gg()][e.ag()];
+    } else if (c.DR4FB.exists()) {
+        os::parallelFor(0, c.NTYB, [&](int v) {
+            const auto& s = c.BR30[Z(v)];
+            for (auto& n : c.DR4FB[Z(v)])
+                for (size_t b = 0; b < n.size(); ++b)
+                    for (size_t g = 0; g < n[b].size(); ++g)
+                        for (size_t a = 0; a < n[b][g].size(); ++a) n[b][g][a] *= s[b][g][a];
+        });
+    }
+    if (!c.BR3R.exists()) return;
+    os::parallelFor(0, c.NTYB, [&](int t) {
+        auto& r = c.BR3R[Z(t)];
+        const auto& s = c.BR30[Z(t)];
+        for (size_t b = 0; b < r.size(); ++b)
+            for (size_t g = 0; g < r[b].size(); ++g)
+                for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] *= s[b][g][a];
+    });
+}
+
+// the sum of stayers and flows of a type becomes 1 again
+void numbersToRates(Orvane& c)
+{
+    if (!c.BR3R.exists()) return;
+    LA4 ZSUM("ZSUM", {Z(c.NTYB), Z(c.NBG), Z(c.NGG), Z(c.NAG)}, 0.0);
+    os::parallelFor(0, c.NTYB, [&](int t) {
+        auto& s = ZSUM[Z(t)];
+        s = c.BR3R[Z(t)];
+        if (!c.sparseStrm && c.DR4FB.exists())
+            for (const auto& n : c.DR4FB[Z(t)])
+                for (size_t b = 0; b < n.size(); ++b)
+                    for (size_t g = 0; g < n[b].size(); ++g)
+                        for (size_t a = 0; a < n[b][g].size(); ++a) s[b][g][a] += n[b][g][a];
+    });
+    if (c.sparseStrm)
+        for (const FBElem& e : c.DR4FBs.elems) ZSUM[e.tybv][e.bg][e.gg()][e.ag()] += e.value;
+    laPrint(4, ZSUM, "C.NTYB\0NBG\0NGG\0NAG\0", "Zeilensumme BR3R + DR4FB");
+    os::parallelFor(0, c.NTYB, [&](int t) {
+        auto& r = c.BR3R[Z(t)];
+        const auto& s = ZSUM[Z(t)];
+        for (size_t b = 0; b < r.size(); ++b)
+            for (size_t g = 0; g < r[b].size(); ++g)
+                for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] = s[b][g][a] == 0 ? 1 : r[b][g][a] / s[b][g][a];
+        if (c.sparseStrm || !c.DR4FB.exists()) return;
+        for (auto& n : c.DR4FB[Z(t)])
+            for (size_t b = 0; b < n.size(); ++b)
+                for (size_t g = 0; g < n[b].size(); ++g)
+                    for (size_t a = 0; a < n[b][g].size(); ++a)
+                        if (s[b][g][a] != 0) n[b][g][a] /= s[b][g][a];
+    });
+    if (c.sparseStrm)
+        for (FBElem& e : c.DR4FBs.elems) {
+            double s = ZSUM[e.tybv][e.bg][e.gg()][e.ag()];
+            if (s != 0) e.value /= s;
+        }
+    if (c.sparseStrm)
+        c.DR4FBs.print(4, "@DR4FB; Raten rückgerechnet", LA_RATE);
+    else
+        laPrint(4, c.DR4FB, "C.NTYB\0NTYB\0NBG\0NGG\0NAG\0", "@DR4FB; Raten rückgerechnet", LA_RATE);
+    laPrint(4, c.BR3R, "C.NTYB\0NBG\0NGG\0NAG\0", "@BR3R; Raten (default 1) rückgerechnet", LA_RATE);
+}
+
+// the rates of the loaded flow table, after the working copy of the type level
+void restoreRates(Orvane& c, const YearStep& y)
+{
+    c.BR3R.make("C.BR3R", {Z(c.NTYB), Z(c.NBG), Z(c.NGG), Z(c.NAG)}, 1.0);
+    if (c.sparseStrm) {
+        c.DR4FBs = y.DR4FBsRates;
+        for (const FBElem& e : c.DR4FBs.elems) c.BR3R[e.tybv][e.bg][e.gg()][e.ag()] -= e.value;
+    } else {
+        c.DR4FB = y.DR4FBrates;
+        c.DR4FB.name = "C.DR4FB";
+        for (size_t v = 0; v < c.DR4FB.size(); ++v)
+            for (const auto& n : c.DR4FB[v])
+                for (size_t b = 0; b < n.size(); ++b)
+                    for (size_t g = 0; g < n[b].size(); ++g)
+                        for (size_t a = 0; a < n[b][g].size(); ++a) c.BR3R[v][b][g][a] -= n[b][g][a];
+    }
+    Prot::writeln(4, "@DR4FB; Ursprungsraten strm");
+    Prot::writeln(4, "@BR3R; Ursprungsraten (default 1)");
+}
+
+double total(const LA4& a, size_t t)
+{
+    double s = 0;
+    if (t >= a.size()) return 0;
+    for (const auto& b : a[t])
+        for (const auto& g : b)
+            for (double v : g) s += v;
+    return s;
+}
+
+double regionTotal(const GemTable& t, int z) { return t.exists() ? t.regionSum(Z(z)) : 0.0; }
+
+// supply and demand of the types under module P (limits of types)
+void typeLimits(MonteCarlo& mc, Orvane& c, YearStep& y)
+{
+    c.BR0A.make("C.BR0A", {2, Z(c.NTYB)}, 0.0);
+    c.BR0N.make("C.BR0N", {Z(c.NTYB)}, 0.0);
+    for (int t = 0; t < c.NTYB; ++t) c.BR0N[Z(t)] = c.BR3R.exists() ? total(c.BR3R, Z(t)) : 0;
+    if (c.sparseStrm) {
+        for (const FBElem& e : c.DR4FBs.elems) c.BR0N[e.tybn] += e.value;
+    } else if (c.DR4FB.exists()) {
+        for (size_t v = 0; v < c.DR4FB.size(); ++v)
+            for (int t = 0; t < c.NTYB; ++t) {
+                const auto& n = c.DR4FB[v][Z(t)];
+                for (const auto& b : n)
+                    for (const auto& g : b)
+                        for (double x : g) c.BR0N[Z(t)] += x;
+            }
+    }
+
+    // the limits need the out-migration now
+    outMigrationBase(mc, c, y);
+    LA1 DR1WA("DR1WA", {Z(c.NTYB)}, 0.0), DR1ZA("DR1ZA", {Z(c.NTYB)}, 0.0);
+    for (int z = 0; z < c.NGZ; ++z) DR1WA[Z(c.region(z).tyb)] += regionTotal(y.DG4WA, z);
+    // each external in-migration type lies inside one internal type
+    std::vector<int> tybOfZza(Z(std::max(c.NTYZZA, 0)), -1);
+    for (int z = 0; z < c.NGZ; ++z) {
+        const RegionRow& r = c.region(z);
+        if (r.tyzza < 0 || r.tyzza >= c.NTYZZA) continue;
+        int& t = tybOfZza[Z(r.tyzza)];
+        if (t < 0) {
+            t = r.tyb;
+        } else if (t != r.tyb) {
+            Prot::message(SEV_ERROR,
+                          "Gebiet %lld darf nicht Typ Außenzugug %d und Binnentyp %d haben, da Typ Außenzuzug %d "
+                          "bereits Teilmenge von Binnentyp %d",
+                          keyOf(c, z), r.tyzza + 1, r.tyb + 1, r.tyzza + 1, t + 1);
+        }
+    }
+    if (c.DR4ZA.exists())
+        for (size_t a = 0; a < c.DR4ZA.size(); ++a)
+            for (size_t y2 = 0; y2 < c.DR4ZA[a].size() && y2 < tybOfZza.size(); ++y2) {
+                if (tybOfZza[y2] < 0) continue;
+                double s = 0;
+                for (const auto& b : c.DR4ZA[a][y2])
+                    for (const auto& g : b)
+                        for (double x : g) s += x;
+                DR1ZA[Z(tybOfZza[y2])] += s;
+            }
+    for (int t = 0; t < c.NTYB; ++t) {
+        double x = total(c.DR3S, Z(t)) + DR1WA[Z(t)] + DR1ZA[Z(t)];
+        if (_(D_0) == false && c.DR3IAN.exists()) x += total(c.DR3IAN, Z(t));
+        if (_(E_0) == false && c.DR3OAR.exists()) x += total(c.DR3OAR, Z(t));
+        for (size_t k = 0; k < 2; ++k) {
+            double limit = c.BR21E.exists() ? c.BR21E[k][Z(t)] : (k == 0 ? 0 : UNDEF);
+            c.BR0A[k][Z(t)] = isUndef(limit) ? limit : limit - x;
+        }
+    }
+    auto sums = [&](const char* format, int level) {
+        double lo = 0, hi = 0;
+        for (int t = 0; t < c.NTYB; ++t) {
+            lo += c.BR0A[0][Z(t)];
+            hi += c.BR0A[1][Z(t)];
+        }
+        Prot::writeln(level, format, Pic::Get(lo, 0).c_str(), isUndef(hi) ? "undef" : Pic::Get(hi, 0).c_str());
+        return std::pair<double, double>(lo, hi);
+    };
+    laPrint(4, c.BR0A, "2\0C.NTYB\0", "BR0A", LA_UNKNOWN);
+    sums("@sum; @lowerLimit; %s, @sum; @upperLimit; %s", 1);
+    if (_(R_0)) {
+        int count = 0;
+        double raised = 0;
+        for (int t = 0; t < c.NTYB; ++t) {
+            double& lo = c.BR0A[0][Z(t)];
+            double& hi = c.BR0A[1][Z(t)];
+            if (!isUndef(lo) && lo < 0) {
+                lo = 0;
+                ++count;
+                if (_(P_2) && hi < lo) {
+                    raised += lo - hi;
+                    hi = lo;
+                }
+            }
+            if (_(P_2) && c.BR21E.exists() && c.BR21E[0][Z(t)] > c.BR21E[1][Z(t)])
+                Prot::writeln(3, "@rk2asm_fmt1310; (TYB %d: %g > %g)", t + 1, c.BR21E[0][Z(t)], c.BR21E[1][Z(t)]);
+        }
+        if (count) {
+            Prot::writeln(2, "@rk2asm_fmt1300;", count);
+            if (raised > 0) Prot::writeln(1, "@rk2asm_fmt1302;", raised);
+            sums("@sum; @lowerLimit; %s, @sum; @upperLimit; %s, ", 1);
+        }
+    }
+    double A0 = 0, A1 = 0, N = 0;
+    for (int t = 0; t < c.NTYB; ++t) {
+        A0 += c.BR0A[0][Z(t)];
+        A1 += c.BR0A[1][Z(t)];
+        N += c.BR0N[Z(t)];
+    }
+    double tol = N > 0 ? N / 1e6 : 1;
+    if (A0 - tol > N || (!isUndef(A1) && N > A1 + tol))
+        Prot::writeln(2, "PAG: Nachfrage BR0N %.15g nicht im Intervall Angebot BR0A [%.15g .. %.15g]", N, A0, A1);
+    c.MR0Z.make("C.MR0Z", {Z(c.NTYB)}, 0.0);
+    for (int t = 0; t < c.NTYB; ++t) {
+        double lo = c.BR0A[0][Z(t)], hi = c.BR0A[1][Z(t)], n = c.BR0N[Z(t)];
+        c.MR0Z[Z(t)] = lo > n ? -1 : (!isUndef(hi) && n > hi ? 1 : 0);
+    }
+    RK::ABG(c, y);
+}
+
+// in-migration from abroad spread over the regions of each in-migration type by their losses
+// through deaths and out-migration, when no internal migration does it
+void spreadInMigration(Orvane& c, YearStep& y)
+{
+    if (!c.DR4ZA.exists() || !y.DG4ZA.exists() || K_() >= 6) return;
+    std::vector<double> FWKG(Z(c.NGZ), 0.0), FWKZZA(Z(std::max(c.NTYZZA, 0)), 0.0), NGZZA(FWKZZA.size(), 0.0);
+    for (int z = 0; z < c.NGZ; ++z) {
+        FWKG[Z(z)] = -(regionTotal(y.DG4S, z) + regionTotal(y.DG4WA, z));
+        int t = c.region(z).tyzza;
+        if (t >= 0 && Z(t) < FWKZZA.size()) {
+            FWKZZA[Z(t)] += FWKG[Z(z)];
+            NGZZA[Z(t)] += 1;
+        }
+    }
+    regionLoop(c, true, [&](int z) {
+        int t = c.region(z).tyzza;
+        if (t < 0 || Z(t) >= FWKZZA.size()) return;
+        double share = safe(FWKG[Z(z)], FWKZZA[Z(t)], NGZZA[Z(t)] > 0 ? 1 / NGZZA[Z(t)] : 0);
+        for (size_t b = 0; b < Z(c.NBG); ++b)
+            for (size_t g = 0; g < Z(c.NGG); ++g)
+                for (size_t a = 0; a < Z(c.NAG); ++a) {
+                    double s = 0;
+                    for (size_t ta = 0; ta < c.DR4ZA.size(); ++ta) s += c.DR4ZA[ta][Z(t)][b][g][a];
+                    if (s != 0) y.DG4ZA.set(Z(z), b, g, a, share * s);
+                }
+    });
+}
+
+// ---------------------------------------------------------------- cohort equation and after
+
+void cohortEquation(Orvane& c, YearStep& y)
+{
+    auto m = y.movements();
+    std::vector<GemTable*> present;
+    for (GemTable* t : m)
+        if (t->exists()) present.push_back(t);
+    if (c.sparseGem) {
+        for (GemTable* t : present)
+            t->forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { c.BG40.add(z, b, g, a, v); });
+    } else {
+        regionLoop(c, false, [&](int z) {
+            auto& r = c.BG40.dense[Z(z)];
+            for (GemTable* t : present) {
+                if (t->sparse) {
+                    t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { r[b][g][a] += v; });
+                    continue;
+                }
+                const auto& s = t->dense[Z(z)];
+                for (size_t b = 0; b < r.size(); ++b)
+                    for (size_t g = 0; g < r[b].size(); ++g)
+                        for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] += s[b][g][a];
+            }
+        });
+    }
+    c.BG40.name = "BG41";
+    checkStockTargets(c, y);
+    if (c.BG40DSG.exists()) c.BG40.print(3, "BG41");
+}
+
+struct Negative {
+    int z, b, g, a;
+    double x, limit;
+};
+
+// elements below their limit (0, or minus the special group) are corrected, or reported only
+void negativeResults(MonteCarlo& mc, Orvane& c)
+{
+    const bool keep = MONTE_CARLO != 0 || opt::get("$KEEP_NEG_GEM", 0) != 0;
+    const bool special = !_(R_0) && c.BG40DSG.exists();
+    std::vector<std::vector<Negative>> found(Z(c.NGZ));
+    auto scan = [&](int z) {
+        c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
+            double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
+            if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
+        });
+    };
+    os::parallelFor(0, c.NGZ, scan);
+    Statistic stat;
+    for (const auto& list : found)
+        for (const Negative& n : list) {
+            stat.add(n.x - n.limit);
+            if (keep) continue;
+            if (Prot::level(2))
+                Prot::writeln(1, "GEM %lld %d %d %d = %g negativ", keyOf(c, n.z), n.b + 1, n.g + 1, n.a, n.x);
+            c.BG40.set(Z(n.z), Z(n.b), Z(n.g), Z(n.a), n.limit);
+        }
+    if (!stat.empty()) {
+        std::string word = DD::lookup(keep ? "rk0jhr_negative" : "rk0jhr_fix_negative");
+        Prot::writeln(keep ? 1 : 2, "%d %s GEM%d.CSV (sum %g, min %g)", static_cast<int>(stat.count), word.c_str(),
+                      periodLabel(JAHR), stat.total, stat.min());
+    }
+    if (MONTE_CARLO && ZOMBIE) mc.comb(c.BG40);
+}
+
+// the special groups, kept apart through the year, join the population of the year's end
+void addSpecialGroups(Orvane& c)
+{
+    if (!c.BG40DSG.exists()) return;
+    if (c.sparseGem) {
+        c.BG40DSG.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { c.BG40.add(z, b, g, a, v); });
+        return;
+    }
+    regionLoop(c, false, [&](int z) {
+        c.BG40DSG.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { c.BG40.add(Z(z), b, g, a, v); });
+    });
+}
+
+void roundMovements(YearStep& y)
+{
+    for (GemTable* t : y.movements()) {
+        if (!t->exists()) continue;
+        if (!t->sparse) {
+            laRoundCarry(t->dense);
+            continue;
+        }
+        RoundCarry r;
+        for (auto& kv : t->cells) kv.second = r(kv.second);
+        for (auto it = t->cells.begin(); it != t->cells.end();)
+            it = it->second == 0 ? t->cells.erase(it) : std::next(it);
+    }
+}
+
+} // namespace
+
+void RK::PAG(MonteCarlo& mc, Orvane* orvane)
+{
+    Trace::enter("RKPAG");
+    struct Leave {
+        ~Leave() { Trace::leave(); }
+    } leave;
+    Orvane& c = *orvane;
+    Prot::heading(3, "@rk1pag_G;", "@rk1pag_Gebiet;");
+    YearStep y;
+
+    // 1. the population of the year, aged; the end of the year before is this year's start
+    if (JAHR != ini::STARTJAHR && c.BG40.exists()) {
+        std::swap(c.BGEM, c.BG40);
+        c.BGEM.name = "C.BGEM";
+    }
+    c.makeGem(c.BG40, "C.BG40");
+    if (c.BGEM.exists()) {
+        if (_(R_0))
+            ageWithoutSpecialGroups(c);
+        else
+            ageWithSpecialGroups(c);
+    }
+    if (!ini::ABEWGEM) c.BGEM.release();
+    c.BG40.print(4, "Anfangsbevölkerung ohne Sondergruppen, gealtert");
+
+    // 3. births, deaths, group change
+    c.makeGem(y.DG4S, "DG4S");
+    if (!_(W_0)) {
+        c.makeGem(y.DG4WBGv, "DG4WBGv");
+        c.makeGem(y.DG4WBGn, "DG4WBGn");
+    }
+    births(mc, c, y);
+    deaths(mc, c, y);
+    groupChange(mc, c, y);
+
+    // 4. without movements the year ends here
+    if (!_(T_0)) {
+        // 5. the movement tables of the modules in use
+        if (!_(V_0)) {
+            y.GG1ATTR.make("GG1ATTR", {Z(c.NGZ)}, 1.0);
+            readTable(fileTable[FT_ATTR], y.GG1ATTR, "C.NGZ\0");
+        }
+        c.makeGem(y.DG4WA, "DG4WA");
+        if (!_(D_0)) {
+            c.makeGem(y.DG4OBN, "DG4OBN");
+            c.makeGem(y.DG4IBN, "DG4IBN");
+            y.DG1IBN_.make("DG1IBN_", {Z(c.NGZ)}, 0.0);
+            c.makeGem(y.DG4IAN, "DG4IAN");
+        }
+        if (!_(E_0)) {
+            c.makeGem(y.DG4IBR, "DG4IBR");
+            c.makeGem(y.DG4OBR, "DG4OBR");
+            y.DG1OBR_.make("DG1OBR_", {Z(c.NGZ)}, 0.0);
+            c.makeGem(y.DG4OAR, "DG4OAR");
+        }
+        if (!_(K_0) || _(M_2)) c.makeGem(y.DG4ZA, "DG4ZA");
+
+        // 6. the type level
+        buildTypeLists(c, y);
+        sumByType(c, y, c.BG40, c.BR30, "C.BR30");
+        laPrint(3, c.BR30, "C.NTYB\0NBG\0NGG\0NAG\0", "BR30");
+        sumByType(c, y, y.DG4S, c.DR3S, "C.DR3S");
+        // the base copies for the apportionment of type totals to regions
+        c.BG40B = c.BG40;
+        c.BG40B.name = "C.BG40B";
+        c.BR30B = c.BR30;
+        c.BR30B.name = "C.BR30B";
+
+        // 7. flow rates between the types
+        if (!_(I_0)) {
+            printTypeList(c, y);
+            loadFlowRates(c, y);
+        }
+
+        // 8. new building, demolition, external migration
+        if (!_(D_0)) RK::EBB(mc, c, y);
+        if (!_(E_0)) RK::REA(mc, c, y);
+        y.irwPrinted = RK::IRW(mc, c, y);
+
+        // 9. to 12. the working numbers of the types
+        const bool building = !_(D_0) || !_(E_0);
+        if (building) {
+            Prot::writeln(1, "@run; @calculate; @DG4OBN;, @DG4IBR;");
+            if (c.sparseStrm)
+                c.DR4FBs.print(4, "@DR4FB; Raten", LA_RATE);
+            else if (c.DR4FB.exists())
+                laPrint(4, c.DR4FB, "C.NTYB\0NTYB\0NBG\0NGG\0NAG\0", "@DR4FB; Raten", LA_RATE);
+            if (c.BR3R.exists()) laPrint(4, c.BR3R, "C.NTYB\0NBG\0NGG\0NAG\0", "@BR3R; Raten (default 1)", LA_RATE);
+            ratesToNumbers(c);
+        }
+        if (!_(P_0)) typeLimits(mc, c, y);
+        if (building) {
+            numbersToRates(c);
+            if (!_(I_0)) restoreRates(c, y);
+            Prot::writeln(1, "@end; @calculate; @DG4OBN;, @DG4IBR;");
+        }
+
+        // 14. region level
+        if (_(P_0)) outMigrationBase(mc, c, y);
+        checkSummeRaten(c, y);
+        if (!_(I_0)) internalMigration(mc, c, y);
+        if (_(I_0)) spreadInMigration(c, y);
+        if (y.irwPrinted == 0 && y.DG4WA.exists()) y.DG4WA.print(2, "DG4WA");
+
+        // 16. messages on the external tables
+        if (K_() == 6 && ini::AUSGABE_AUSSEN_MATRIX)
+            Prot::writeln(1, "Bei Baustein K6 keine Ausgabe von zuzug.csv, da identisch mit Eingabedatei zuvg");
+        if (C_() == 6) Prot::writeln(1, "keine Ausgabe wegzug.csv, da mit Eingabedatei wegv identisch");
+        if (MONTE_CARLO && _(P_1))
+            for (GemTable* t : {&y.DG4ZA, &y.DG4ZB, &y.DG4OI, &y.DG4II}) {
+                if (!t->exists()) continue;
+                if (t->sparse) {
+                    RoundCarry r;
+                    for (auto& kv : t->cells) kv.second = r(kv.second);
+                } else {
+                    laRoundCarry(t->dense);
+                }
+            }
+    }
+
+    // 16. the cohort equation
+    cohortEquation(c, y);
+
+    // 17. negative results
+    negativeResults(mc, c);
+    addSpecialGroups(c);
+
+    // 18. the year's output
+    if (ini::STRunden) roundMovements(y);
+    writeYearOutputs(c, y, periodLabel(JAHR));
+    c.BG40.name = "C.BG40";
+    y.release();
+}

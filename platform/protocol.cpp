@@ -1,0 +1,408 @@
+#include "platform/protocol.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cmath>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <vector>
+
+#include "platform/dictionary.h"
+#include "platform/operating_system.h"
+#include "platform/settings.h"
+
+namespace {
+
+FILE* g_prot = nullptr;
+FILE* g_inp = nullptr;
+FILE* g_out = nullptr;
+std::string g_directory, g_variant, g_language = "de";
+int g_level = 1;
+int g_logfile = 1;
+bool g_flush = false;
+int g_anchor = 0;
+std::vector<std::string> g_toc;
+int g_counters[4] = {0, 0, 0, 0};
+bool g_throw = true;
+unsigned g_codePage = 0;
+int g_checkE = -1;
+
+const char* const g_severityNames[4] = {"none", "hint", "warning", "error"};
+
+const char* const g_tableStyle =
+    "<style>\nh1, h3 {\n    color: #B82619;\n    background-color: #EAE2BB;\n}\ncaption {\n    background: "
+    "#E0E0F0;\n    text-align: left;\n    padding: 5px 7px 5px 7px;\n}\ntd {\n    color: #2F2F2F;\n    "
+    "background: #E7E7F7;\n    padding: 1px 7px 1px 7px;\n}\nth {\n    font-weight: normal;\n    color: "
+    "#3F2F2F;\n    background: #D7E7F7;\n    text-align: right;\n    padding: 1px 7px 1px 7px;\n}\n.l { "
+    "text-align: left; }\n.r { text-align: right; }\n.tooltip { color: blue; }\n</style>\n";
+
+// every text of the protocol goes through here; a failed write ends the process
+void put(const char* text)
+{
+    if (!g_prot) return;
+    if (fputs(text, g_prot) < 0 || ferror(g_prot)) {
+        os::messageBox(std::strerror(errno), "%s", text);
+        std::exit(1);
+    }
+    if (g_flush) fflush(g_prot);
+}
+
+std::string expandFormat(const char* format, va_list ap, size_t expandSize = 1024, size_t formatSize = 1024)
+{
+    std::vector<char> expanded(expandSize), formatted(formatSize);
+    DD::expKey(expanded.data(), expandSize, format);
+    vsnprintf(formatted.data(), formatSize, expanded.data(), ap);
+    return formatted.data();
+}
+
+void pageHead(FILE* f, const std::string& title)
+{
+    fprintf(f, "<!DOCTYPE html>\n<html lang=%s>\n<head>\n<meta charset=utf-8>\n", g_language.c_str());
+    fprintf(f, "<title>%s</title>\n", title.c_str());
+}
+
+void navigation(FILE* f)
+{
+    fprintf(f, "<a href=\"index.html\">%s</a><br>\n<a href=\"inp.htm\">%s</a><br>\n<a href=\"out.htm\">%s</a><br>\n<hr>\n",
+            DD::lookup("protocol").c_str(), DD::lookup("inputFiles").c_str(), DD::lookup("outputFiles").c_str());
+}
+
+// the console's code page: 65001 for a UTF-8 terminal, else plain ASCII
+unsigned consoleCodePage()
+{
+    for (const char* var : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* v = std::getenv(var);
+        if (v && *v) {
+            std::string s = v;
+            for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
+            return s.find("utf-8") != std::string::npos || s.find("utf8") != std::string::npos ? 65001 : 20127;
+        }
+    }
+    return 20127;
+}
+
+} // namespace
+
+void Prot::setup(const std::string& directory, const std::string& variant, int level, int logfile)
+{
+    g_directory = directory;
+    g_variant = variant;
+    g_level = level;
+    g_logfile = logfile;
+    std::string dir = directory + variant;
+    if (!dir.empty() && !os::isDirectory(dir)) mkdir(dir.c_str(), 0777);
+}
+
+void Prot::setLanguage(const std::string& language) { g_language = language; }
+
+int Prot::open(const std::string& path, const std::string& stylePath)
+{
+    FILE* f = fopen(path.c_str(), "w");
+    if (!f) return errno ? errno : EIO;
+    g_prot = f;
+    if (!DD::language().empty()) g_language = DD::language();
+    pageHead(f, DD::lookup("protocol"));
+    fputs("<style>\n", f);
+    if (FILE* s = fopen(stylePath.c_str(), "r")) {
+        char line[1024];
+        while (fgets(line, sizeof line, s)) fputs(line, f);
+        fclose(s);
+    }
+    fprintf(f, "body { padding-left: 125px; margin: 4px; }\n#toc {\nposition: absolute; position: fixed;\ntop: 0px; "
+               "left: 0px;\nwidth: 123px; height: 100%%;\noverflow-y: scroll;\npadding-left: 4px;\nbackground: "
+               "#D7E7F7;\n}\n</style>\n</head>\n<body>\n<div id=doc>\n");
+    return 0;
+}
+
+void Prot::openFilePages()
+{
+    g_anchor = 0;
+    auto page = [](const char* name, const char* key) -> FILE* {
+        FILE* f = fopen(filePath(name).c_str(), "w");
+        if (!f) return nullptr;
+        std::string title = DD::lookup(key);
+        pageHead(f, title);
+        fputs("<style>\nbody     { background: #D7E7F7; }\n.hint    { background: #99FF99; }\n.warning { background: "
+              "yellow;  }\n.error   { background: #FF5555; }\n</style>\n",
+              f);
+        fputs("</head>\n<body>\n", f);
+        navigation(f);
+        fprintf(f, "%s<br>\n", title.c_str());
+        return f;
+    };
+    g_inp = page("inp.htm", "inputFiles");
+    g_out = page("out.htm", "outputFiles");
+}
+
+void Prot::write(int level, const char* format, ...)
+{
+    if (level > g_level) return;
+    va_list ap;
+    va_start(ap, format);
+    std::string text = expandFormat(format, ap);
+    va_end(ap);
+    put(text.c_str());
+    if (level == 0) console(SEV_NONE, true, "%s", text.c_str());
+}
+
+void Prot::writeln(int level, const char* format, ...)
+{
+    if (level > g_level) return;
+    va_list ap;
+    va_start(ap, format);
+    std::string text = expandFormat(format, ap);
+    va_end(ap);
+    put(text.c_str());
+    put("<br>\n");
+    if (level == 0) console(SEV_NONE, true, "%s", text.c_str());
+}
+
+void Prot::raw(const char* format, ...)
+{
+    if (!g_prot) return;
+    char buffer[4096];
+    va_list ap;
+    va_start(ap, format);
+    int n = vsnprintf(buffer, sizeof buffer, format, ap);
+    va_end(ap);
+    if (n >= int(sizeof buffer)) {
+        // long rows (tables, trace lines) are written whole
+        std::vector<char> big(size_t(n) + 1);
+        va_start(ap, format);
+        vsnprintf(big.data(), big.size(), format, ap);
+        va_end(ap);
+        put(big.data());
+        return;
+    }
+    put(buffer);
+}
+
+void Prot::br() { put("<br>\n"); }
+
+void Prot::heading(int level, const char* label, const char* format, ...)
+{
+    if (g_level == 0) return;
+    int h = level;
+    if (g_level == 1) {
+        if (level > 2) return;
+        h = level + 2;
+    }
+    if (label) {
+        char expanded[128];
+        DD::expKey(expanded, sizeof expanded, label);
+        ++g_anchor;
+        char entry[256];
+        snprintf(entry, sizeof entry, "<a href=\"#%d\">%s</a><br>\n", g_anchor, expanded);
+        g_toc.push_back(entry);
+    } else {
+        ++g_anchor;
+    }
+    va_list ap;
+    va_start(ap, format);
+    std::string text = expandFormat(format, ap);
+    va_end(ap);
+    char open[32];
+    snprintf(open, sizeof open, "<h%d id=%d>", h, g_anchor);
+    put(open);
+    put(text.c_str());
+    snprintf(open, sizeof open, "</h%d>\n", h);
+    put(open);
+}
+
+void Prot::message(int severity, const char* format, ...)
+{
+    if (severity < 0 || severity > 3) severity = SEV_ERROR;
+    va_list ap;
+    va_start(ap, format);
+    std::string text = expandFormat(format, ap, 1024, 1028);
+    va_end(ap);
+    int n = ++g_counters[severity];
+    const char* name = g_severityNames[severity];
+    std::string word = DD::lookup(name);
+    char label[80];
+    snprintf(label, sizeof label, "<span class=%s>%s %d</span>", name, word.c_str(), n);
+    int anchor = ++g_anchor;
+    char entry[160];
+    snprintf(entry, sizeof entry, "<a href=\"#%d\">%s</a><br>\n", anchor, label);
+    g_toc.push_back(entry);
+    // before the protocol is open (a run without forecast) the console shows the message
+    if (!g_prot && severity != SEV_ERROR) console(severity, false, "%s", text.c_str());
+    if (severity == SEV_ERROR) br();
+    raw("<span id=%d class=%s>%s %d: %s</span><br>\n", anchor, name, word.c_str(), n, text.c_str());
+    if (severity != SEV_ERROR) return;
+    console(SEV_ERROR, true, "%s", text.c_str());
+    if (g_throw) throw std::runtime_error("");
+}
+
+void Prot::console(int severity, bool withLog, const char* format, ...)
+{
+    char text[2048];
+    va_list ap;
+    va_start(ap, format);
+    vsnprintf(text, sizeof text, format, ap);
+    va_end(ap);
+    static const char* const prefix[4] = {"", "!h", "!w", "!e"};
+    if (severity < 0 || severity > 3) severity = SEV_ERROR;
+    std::string tmp = g_directory + g_variant + "/prot.tmp";
+    FILE* t = fopen(tmp.c_str(), "a");
+    if (!t) {
+        perror(tmp.c_str());
+    } else {
+        fprintf(t, "%s%s\n", prefix[severity], text);
+        if (withLog && g_logfile) {
+            std::string dir = si::dataDirectory();
+            if (!dir.empty()) {
+                std::string log = dir + "/log.htm";
+                uint64_t size = os::fileSize(log);
+                if (FILE* l = fopen(log.c_str(), "a")) {
+                    if (size == 0)
+                        fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head><meta charset=\"utf-8\"></head>\n<body>\n<pre>", l);
+                    fprintf(l, "%s\n", text);
+                    fclose(l);
+                } else {
+                    char fail[2600];
+                    snprintf(fail, sizeof fail, "open %s: %s\nprint %s\n", log.c_str(), std::strerror(errno), text);
+                    fputs(fail, t);
+                    fputs(fail, stdout);
+                    if (g_prot) {
+                        put("<pre>");
+                        put(fail);
+                        put("</pre>\n");
+                    }
+                    ++g_counters[SEV_WARNING];
+                }
+            }
+        }
+        fclose(t);
+    }
+    if (g_codePage == 0) {
+        g_codePage = consoleCodePage();
+        if (g_level >= 3 && g_codePage >= 2) printf("CP%u\n", g_codePage);
+    }
+    if (g_codePage == 65001) printf("%s\n", text);
+    else printf("%s\n", utf2ascii(text).c_str());
+    fflush(stdout);
+}
+
+void Prot::check(bool condition, const char* source, int line, const char* text)
+{
+    if (g_checkE < 0) g_checkE = int(opt::get("$CHECKE", 0));
+    if (g_checkE > 0) writeln(1, "%s = CHECKE %s: %d: %s", "T", source, line, text);
+    if (!condition) message(SEV_ERROR, "%s: %d: %s", source, line, text);
+}
+
+int Prot::count(int severity) { return severity >= 0 && severity <= 3 ? g_counters[severity] : 0; }
+
+void Prot::reset()
+{
+    g_throw = true;
+    for (int& c : g_counters) c = 0;
+}
+
+void Prot::setThrow(bool on) { g_throw = on; }
+bool Prot::throwing() { return g_throw; }
+void Prot::setFlush(bool on) { g_flush = on; }
+
+void Prot::addInputFile(const std::string& name, const std::string& fullPath)
+{
+    if (!g_inp) return;
+    std::string shown = lastComponent(name);
+    std::string target = fullPath.empty() ? "../../" + shown : fileUrl(fullPath);
+    fprintf(g_inp, "<a href=\"%s\" target=_top>%s</a><br>\n", target.c_str(), shown.c_str());
+}
+
+void Prot::addOutputFile(const std::string& name)
+{
+    if (!g_out) return;
+    fprintf(g_out, "<a href=\"../%s\" target=_blank>%s</a><br>\n", name.c_str(), name.c_str());
+}
+
+bool Prot::level(int level) { return g_level >= level; }
+int Prot::protocolLevel() { return g_level; }
+
+std::string Prot::filePath(const std::string& name) { return g_directory + g_variant + "/prot/" + name; }
+
+void Prot::close()
+{
+    for (FILE** f : {&g_inp, &g_out}) {
+        if (!*f) continue;
+        fputs("</body>\n</html>\n", *f);
+        fclose(*f);
+        *f = nullptr;
+    }
+    if (!g_prot) return;
+    put("</div>\n");
+    put("<div id=toc>\n");
+    navigation(g_prot);
+    for (const auto& e : g_toc) put(e.c_str());
+    put("</div>\n");
+    put("</body>\n</html>\n");
+    fclose(g_prot);
+    g_prot = nullptr;
+    g_toc.clear();
+}
+
+FILE* Prot::stream() { return g_prot; }
+const char* Prot::severityName(int severity) { return g_severityNames[severity & 3]; }
+const char* Prot::tableStyle() { return g_tableStyle; }
+
+// ---------------------------------------------------------------- trace
+
+namespace {
+struct Scope {
+    std::string name;
+    uint32_t start;
+};
+std::vector<Scope> g_scopes;
+bool g_traceOn = false;
+
+uint32_t clockMs()
+{
+    using namespace std::chrono;
+    return uint32_t(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+}
+
+void traceLine(const char* cls, const std::string& tail)
+{
+    std::string names;
+    for (const auto& s : g_scopes) names += " " + s.name;
+    names += tail;
+    Prot::raw("<span class=%s>%s</span><br>\n", cls, names.c_str());
+}
+} // namespace
+
+void Trace::start(const std::string& root)
+{
+    g_scopes.push_back({root, clockMs()});
+    double v = opt::getTrace("$STACK", 0);
+    g_traceOn = std::trunc(v) > 0;
+}
+
+void Trace::enter(const std::string& name)
+{
+    if (!g_traceOn) return;
+    g_scopes.push_back({name, clockMs()});
+    traceLine("tracePush", "");
+}
+
+void Trace::enterYear(int year) { enter("(" + std::to_string(year) + ")"); }
+
+void Trace::leave()
+{
+    if (!g_traceOn || g_scopes.empty()) return;
+    char tail[64];
+    snprintf(tail, sizeof tail, " %gs", (clockMs() - g_scopes.back().start) / 1000.0);
+    traceLine("tracePop", tail);
+    g_scopes.pop_back();
+}
+
+void Trace::clear()
+{
+    g_scopes.clear();
+    if (g_traceOn) traceLine("tracePop", "");
+}
+
+bool Trace::on() { return g_traceOn; }

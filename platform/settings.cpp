@@ -1,0 +1,421 @@
+#include "platform/settings.h"
+
+#include <SimpleIni.h>
+#include <cerrno>
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/dictionary.h"
+#include "platform/variant_file.h"
+#include "platform/operating_system.h"
+#include "platform/protocol.h"
+#include "tables/table_text.h"
+
+namespace si {
+
+std::string programPath;
+std::string appDir = "./App/";
+std::string release;
+std::string localeName;
+int kommentar = 1;
+int spaltenname = 2;
+char decimalPoint = '.';
+char separator = ';';
+int csvBom = 1;
+int csvAscii = 1;
+std::string intFormat = "0";
+std::string floatFormat;
+int logfile = 1;
+std::string Directory;
+std::string Version;
+
+namespace {
+
+// A profile file held in memory as long as it is unchanged on disk, so that reading
+// a hundred keys does not parse the file a hundred times.
+struct Profile {
+    std::unique_ptr<CSimpleIniA> ini;
+    bool exists = false;
+    bool bom = false;
+    bool crlf = false;
+    std::string tail;   // comment lines after the last entry, which the library does not keep
+    struct timespec mtime {};
+    off_t size = -1;
+};
+
+std::unordered_map<std::string, Profile> g_profiles;
+
+// the comment lines that end a file, with line feeds only
+std::string trailingComments(const std::string& data)
+{
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < data.size()) {
+        size_t end = data.find('\n', start);
+        if (end == std::string::npos) end = data.size();
+        std::string line = data.substr(start, end - start);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        lines.push_back(line);
+        start = end + 1;
+    }
+    size_t first = lines.size();
+    while (first > 0) {
+        const std::string& l = lines[first - 1];
+        size_t a = l.find_first_not_of(" \t");
+        if (a != std::string::npos && l[a] != ';' && l[a] != '#') break;
+        --first;
+    }
+    std::string tail;
+    bool any = false;
+    for (size_t i = first; i < lines.size(); ++i) {
+        size_t a = lines[i].find_first_not_of(" \t");
+        if (a == std::string::npos) continue;
+        tail += lines[i] + "\n";
+        any = true;
+    }
+    return any ? tail : "";
+}
+
+Profile& profile(const std::string& file)
+{
+    Profile& p = g_profiles[file];
+    struct stat st;
+    bool exists = stat(file.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+    if (p.ini && p.exists == exists &&
+        (!exists || (st.st_mtim.tv_sec == p.mtime.tv_sec && st.st_mtim.tv_nsec == p.mtime.tv_nsec &&
+                     st.st_size == p.size)))
+        return p;
+    p.ini = std::make_unique<CSimpleIniA>(true, true, false);
+    p.ini->SetSpaces(false);
+    p.exists = exists;
+    p.bom = p.crlf = false;
+    p.tail.clear();
+    if (exists) {
+        p.mtime = st.st_mtim;
+        p.size = st.st_size;
+        std::string data;
+        if (FILE* f = fopen(file.c_str(), "rb")) {
+            char buffer[8192];
+            size_t n;
+            while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) data.append(buffer, n);
+            fclose(f);
+        }
+        p.bom = data.size() >= 3 && data.compare(0, 3, "\xEF\xBB\xBF") == 0;
+        p.crlf = data.find("\r\n") != std::string::npos;
+        p.tail = trailingComments(data);
+        p.ini->LoadData(data);
+    }
+    return p;
+}
+
+bool save(const std::string& file, Profile& p)
+{
+    std::string out;
+    if (p.ini->Save(out, false) < 0) return false;
+    // the library sets sections apart by empty lines; a profile file has none
+    std::string packed;
+    packed.reserve(out.size());
+    for (size_t i = 0; i < out.size(); ++i) {
+        if (out[i] == '\n' && (packed.empty() || packed.back() == '\n')) continue;
+        packed += out[i];
+    }
+    out.swap(packed);
+    if (!p.tail.empty()) {
+        if (!out.empty() && out.back() != '\n') out += '\n';
+        out += p.tail;
+    }
+    if (p.crlf) {
+        std::string conv;
+        conv.reserve(out.size() + out.size() / 16);
+        for (char c : out) {
+            if (c == '\n') conv += '\r';
+            conv += c;
+        }
+        out.swap(conv);
+    }
+    FILE* f = fopen(file.c_str(), "wb");
+    if (!f) return false;
+    bool ok = (!p.bom || fwrite("\xEF\xBB\xBF", 1, 3, f) == 3) && fwrite(out.data(), 1, out.size(), f) == out.size();
+    ok = (fclose(f) == 0) && ok;
+    g_profiles.erase(file);   // read afresh next time
+    return ok;
+}
+
+std::string g_dataDirectory;
+bool g_dataDirectoryKnown = false;
+
+} // namespace
+
+std::string profileString(const std::string& file, const char* section, const char* key, const char* def)
+{
+    Profile& p = profile(file);
+    const char* v = p.ini->GetValue(section, key, nullptr);
+    return v ? v : (def ? def : "");
+}
+
+bool profileWrite(const std::string& file, const char* section, const char* key, const char* value)
+{
+    Profile& p = profile(file);
+    if (!key) {
+        p.ini->Delete(section, nullptr, true);
+    } else if (!value) {
+        p.ini->Delete(section, key, false);
+    } else {
+        // an existing key keeps the spelling it has in the file
+        CSimpleIniA::TNamesDepend keys;
+        std::string name = key;
+        if (p.ini->GetAllKeys(section, keys))
+            for (const auto& k : keys)
+                if (strcasecmp(k.pItem, key) == 0) name = k.pItem;
+        p.ini->SetValue(section, name.c_str(), value, nullptr, true);
+    }
+    return save(file, p);
+}
+
+bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value)
+{
+    Profile& p = profile(file);
+    p.ini->DeleteValue(section, key, value, false);
+    return save(file, p);
+}
+
+const std::string& dataDirectory()
+{
+    if (g_dataDirectoryKnown) return g_dataDirectory;
+    g_dataDirectoryKnown = true;
+    const std::string& path = programPath;
+    for (char sep : {'/', '\\'}) {
+        size_t p = path.rfind(sep);
+        if (p == std::string::npos || path.compare(p + 1, 6, "orvane") != 0) continue;
+        std::string dir = path.substr(0, p);
+        size_t q = dir.rfind(sep);
+        // App/ beside Data/: the portable installation
+        size_t start = q == std::string::npos ? 0 : q + 1;
+        if (dir.compare(start, 3, "App") == 0) {
+            std::string candidate = dir.substr(0, start) + "Data";
+            if (os::isFile(candidate + sep + "veldor.ini")) {
+                g_dataDirectory = candidate;
+                return g_dataDirectory;
+            }
+        }
+        break;
+    }
+    const char* xdg = os::getenv("XDG_CONFIG_HOME");
+    if (xdg && *xdg) {
+        g_dataDirectory = std::string(xdg) + "/veldor";
+    } else {
+        const char* home = os::getenv("HOME");
+        if (!home || !*home) {
+            os::messageBox("Error", "get application data directory failed with code %8x\nspecial characters in user name ?", 2);
+            std::exit(1);
+        }
+        g_dataDirectory = std::string(home) + "/.config/veldor";
+    }
+    return g_dataDirectory;
+}
+
+std::string settingsPath() { return dataDirectory() + "/veldor.ini"; }
+
+std::string getString(const char* section, const char* key, const char* def)
+{
+    return profileString(settingsPath(), section, key, def);
+}
+
+int getInt(const char* section, const char* key, int def)
+{
+    char buffer[16];
+    snprintf(buffer, sizeof buffer, "%d", def);
+    return std::atoi(getString(section, key, buffer).c_str());
+}
+
+std::string variantPath(const std::string& dir, const std::string& ver) { return dir + ver + ".ini"; }
+std::string variantPath() { return variantPath(Directory, Version); }
+
+std::string varString(const char* section, const char* key, const char* def, const std::string& dir,
+                      const std::string& ver)
+{
+    return profileString(variantPath(dir, ver), section, key, def).substr(0, 1024);
+}
+
+int varInt(const char* section, const char* key, int def, const std::string& dir, const std::string& ver)
+{
+    char buffer[32];
+    snprintf(buffer, sizeof buffer, "%d", def);
+    return std::atoi(varString(section, key, buffer, dir, ver).substr(0, 128).c_str());
+}
+
+double parseNumber(const std::string& text)
+{
+    // accept the decimal point of the locale as well as "." and ","
+    std::string t = text;
+    for (char& c : t)
+        if (c == ',') c = '.';
+    const char* s = t.c_str();
+    char* end = nullptr;
+    errno = 0;
+    // strtod follows the locale; read in the "C" form through a fixed locale
+    static locale_t cloc = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+    double v = strtod_l(s, &end, cloc);
+    return end == s ? 0.0 : v;
+}
+
+double varDouble(const char* section, const char* key, double def, const std::string& dir, const std::string& ver)
+{
+    char buffer[64];
+    snprintf(buffer, sizeof buffer, "%g", def);
+    return parseNumber(varString(section, key, buffer, dir, ver));
+}
+
+bool varWrite(const char* section, const char* key, const char* value, const std::string& dir, const std::string& ver)
+{
+    return profileWrite(variantPath(dir, ver), section, key, value);
+}
+
+namespace {
+// Windows locale names of settings files ("German_Germany.1252", "de-DE") mapped to
+// names this system knows
+std::string tryLocale(const std::string& name)
+{
+    if (const char* r = setlocale(LC_ALL, name.c_str())) return r;
+    std::string n = name;
+    size_t dot = n.find('.');
+    if (dot != std::string::npos) n.resize(dot);
+    for (char& c : n)
+        if (c == '-') c = '_';
+    std::string candidates[] = {n + ".UTF-8", n + ".utf8", n};
+    if (n.rfind("German", 0) == 0 || n == "de" || n == "deu") candidates[0] = "de_DE.UTF-8";
+    if (n.rfind("English", 0) == 0 || n == "en") candidates[0] = "en_US.UTF-8";
+    for (auto& c : candidates)
+        if (const char* r = setlocale(LC_ALL, c.c_str())) return r;
+    return "";
+}
+} // namespace
+
+void initGlobals(const char* argv0)
+{
+    programPath = argv0 ? argv0 : "";
+    appDir = "./App/";
+    kommentar = getInt("CSV", "Kommentar", 1);
+    spaltenname = getInt("CSV", "Spaltenname", 2);
+    release = getString("DEFAULTS", "Release", "");
+    std::string loc = getString("CSV", "Laendereinstellung", "").substr(0, 1024);
+    // three fields "name:second:digits"; only the name counts
+    std::string name = loc.substr(0, loc.find(':'));
+    localeName = tryLocale(name);
+    if (localeName.empty()) setlocale(LC_ALL, "C");
+    const lconv* lc = localeconv();
+    decimalPoint = lc && lc->decimal_point && *lc->decimal_point ? lc->decimal_point[0] : '.';
+    separator = os::separatorDefault(getString("CSV", "Spaltentrennzeichen", ""), decimalPoint);
+}
+
+void processDefaults()
+{
+    // file names on this platform are UTF-8 themselves: the texts are taken as they stand
+    if (Directory.empty()) Directory = getString("DEFAULTS", "Directory", "");
+    if (Version.empty()) Version = getString("DEFAULTS", "Version", "");
+    intFormat = getString("CSV", "GanzzahlFormat", "0");
+    for (char& c : intFormat)
+        if (c == '_') c = ' ';
+    floatFormat = getString("CSV", "GleitkommaFormat", "");
+    logfile = getInt("TRACE", "logfile", 1);
+}
+
+} // namespace si
+
+namespace opt {
+
+std::map<std::string, double>& all()
+{
+    static std::map<std::string, double> options;
+    return options;
+}
+
+void set(const std::string& name, double value) { all()[name] = value; }
+bool has(const std::string& name) { return all().count(name) != 0; }
+
+double get(const std::string& name, double def)
+{
+    auto it = all().find(name);
+    return it == all().end() ? def : it->second;
+}
+
+double getTrace(const std::string& name, double def)
+{
+    auto it = all().find(name);
+    if (it == all().end()) return def;
+    if (Prot::level(2)) Prot::writeln(2, "<code>!option(%s %g)</code>", name.c_str(), it->second);
+    return it->second;
+}
+
+int getIntTrace(const std::string& name, int def) { return int(std::trunc(getTrace(name, def))); }
+
+void clear() { all().clear(); }
+
+} // namespace opt
+
+namespace konst {
+
+std::map<std::string, std::string>& all()
+{
+    static std::map<std::string, std::string> table;
+    return table;
+}
+
+int read()
+{
+    std::string path = si::appDir + "constant.csv";
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return errno ? errno : ENOENT;
+    CsvReader reader(f, ";");
+    char cell[1024];
+    std::string key;
+    int status;
+    while ((status = reader.next(cell, sizeof cell)) > 0) {
+        if (reader.isComment) continue;
+        if (reader.column == 0) key = cell;
+        else if (reader.column == 1 && !key.empty()) all()[key] = cell;
+    }
+    fclose(f);
+    return status == -1 ? 0 : EINVAL;
+}
+
+bool has(const std::string& key) { return all().count(key) != 0; }
+
+std::string text(const std::string& key)
+{
+    auto it = all().find(key);
+    return it == all().end() ? "" : it->second;
+}
+
+double number(const std::string& key)
+{
+    // a text that is no number ends the run through the conversion's own failure
+    std::string t = text(key);
+    for (char& c : t)
+        if (c == ',') c = '.';
+    static locale_t cloc = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+    char* end = nullptr;
+    double v = strtod_l(t.c_str(), &end, cloc);
+    if (end == t.c_str()) throw std::invalid_argument("stod: constant " + key + "=" + text(key));
+    return v;
+}
+
+int integer(const std::string& key) { return int(number(key)); }
+
+void set(const std::string& key, const std::string& value) { all()[key] = value; }
+
+void set(const std::string& key, double value)
+{
+    char buffer[256];
+    curried_gcvt(si::floatFormat)(buffer, sizeof buffer, value);
+    all()[key] = buffer;
+}
+
+} // namespace konst

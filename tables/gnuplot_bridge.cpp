@@ -1,0 +1,216 @@
+// The bridge to gnuplot.
+#include "tables/gnuplot_bridge.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <map>
+#include <sys/wait.h>
+
+#include "platform/operating_system.h"
+#include "platform/protocol.h"
+#include "platform/settings.h"
+
+namespace plot {
+int saveCmd = 0;
+int saveLog = 1;
+std::string background = "#ffffff";
+} // namespace plot
+
+namespace {
+
+char g_terminal[100];
+char g_separator[60];
+bool g_separatorBuilt = false;
+
+// the open streams: true for a pipe, false for a command file
+std::map<FILE*, bool> g_streams;
+int g_pipes = 0;
+struct sigaction g_oldPipeAction;
+
+void buildTerminal()
+{
+    snprintf(g_terminal, sizeof g_terminal,
+             "set term pngcairo color solid font 'Arial,8' size 22.6cm, 16.94cm background rgb '%s'",
+             plot::background.c_str());
+}
+
+// a path as one word of a shell command line
+std::string quotePath(const std::string& path)
+{
+    if (path.find_first_of(" \t'\"\\$`&;|<>()*?[]#~!{}") == std::string::npos && !path.empty()) return path;
+    std::string q = "'";
+    for (char c : path) {
+        if (c == '\'')
+            q += "'\\''";
+        else
+            q += c;
+    }
+    return q + "'";
+}
+
+// the exit code of a child from the status of pclose or system; -1 when it did not run
+int exitCode(int status)
+{
+    if (status == -1) return -1;
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+    return status;
+}
+
+// while a pipe is open a gnuplot that died must not take the run with it
+void pipeOpened()
+{
+    if (g_pipes++ == 0) {
+        struct sigaction ignore;
+        std::memset(&ignore, 0, sizeof ignore);
+        ignore.sa_handler = SIG_IGN;
+        sigemptyset(&ignore.sa_mask);
+        sigaction(SIGPIPE, &ignore, &g_oldPipeAction);
+    }
+}
+
+void pipeClosed()
+{
+    if (g_pipes > 0 && --g_pipes == 0) sigaction(SIGPIPE, &g_oldPipeAction, nullptr);
+}
+
+std::string commandFile(const char* name) { return Prot::filePath(std::string("plt") + name + ".txt"); }
+
+} // namespace
+
+void plotSetup()
+{
+    plot::saveCmd = si::getInt("GNUPLOT", "saveCmd", 0);
+    plot::saveLog = si::getInt("GNUPLOT", "saveLog", 1);
+    plot::background = si::getString("GNUPLOT", "background", "#ffffff");
+    buildTerminal();
+}
+
+void gnuplotSettings() { plotSetup(); }
+
+const char* plotTerminal()
+{
+    if (!g_terminal[0]) buildTerminal();
+    return g_terminal;
+}
+
+const char* plotSeparator()
+{
+    if (!g_separatorBuilt) {
+        char s[2] = {si::separator, 0};
+        snprintf(g_separator, sizeof g_separator, "set datafile separator '%s'", s);
+        g_separatorBuilt = true;
+    }
+    return g_separator;
+}
+
+std::string plotPath(const std::string& installDirectory, FILE* protocol, int level)
+{
+    const char* suffix = "";   // executables have no suffix here
+    std::string candidate = installDirectory + "gnuplot" + "64" + "/bin/gnuplot" + suffix;
+    if (os::isFile(candidate)) return quotePath(candidate);
+    std::string plain = std::string("gnuplot") + suffix;
+    if (level > 2 && protocol) {
+        const char* path = os::getenv("PATH");
+        fprintf(protocol, "<pre>%s not found, try %s in PATH=%s</pre>", quotePath(candidate).c_str(), plain.c_str(),
+                path ? path : "");
+    }
+    return plain;
+}
+
+FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, const char* name)
+{
+    if (!protocol) level = 0;
+    if (!plot::saveCmd) {
+        std::string program = plotPath(installDirectory, protocol, level);
+        pipeOpened();
+        if (level > 2) {
+            std::string version = program + " -V";
+            if (FILE* v = popen(version.c_str(), "r")) {
+                fputs("<pre>", protocol);
+                char buffer[256];
+                size_t n;
+                while ((n = fread(buffer, 1, sizeof buffer, v)) > 0) fwrite(buffer, 1, n, protocol);
+                pclose(v);
+                fputs("</pre>\n", protocol);
+            } else {
+                fprintf(protocol, "can not open %s\n", version.c_str());
+            }
+        }
+        errno = 0;
+        FILE* pipe = popen(program.c_str(), "w");
+        int e = errno;
+        if (level > 2) {
+            fprintf(protocol, "PLOT_OPEN_PIPE(%s, %s)\n", os::currentDirectory().c_str(), program.c_str());
+            if (!pipe) fprintf(protocol, "%s\n", strerror(e));
+        }
+        if (!pipe) {
+            pipeClosed();
+            return nullptr;
+        }
+        g_streams[pipe] = true;
+        return pipe;
+    }
+    std::string path = commandFile(name);
+    FILE* file = fopen(path.c_str(), "w");
+    int e = errno;
+    if (level > 2) {
+        fprintf(protocol, "<code>PLOT_OPEN_FILE(%s)</code><br>\n", path.c_str());
+        if (!file) fprintf(protocol, "<code>%s</code><br>\n", strerror(e));
+    }
+    if (file) g_streams[file] = false;
+    return file;
+}
+
+int plotClose(FILE* protocol, int level, FILE* stream, const std::string& installDirectory, const char* name)
+{
+    if (!stream) return 0;
+    if (!protocol) level = 0;
+    auto it = g_streams.find(stream);
+    bool isPipe = it != g_streams.end() ? it->second : !plot::saveCmd;
+    if (it != g_streams.end()) g_streams.erase(it);
+
+    if (isPipe) {
+        int status = exitCode(pclose(stream));
+        pipeClosed();
+        if (level > 2)
+            fprintf(protocol, "<pre>CD=%s\n%d=PLOT_CLOSE_PIPE\n</pre>\n", os::currentDirectory().c_str(), status);
+        if (status != 0) Prot::message(SEV_WARNING, "gnuplot call failed");
+        return status;
+    }
+
+    fclose(stream);
+    std::string program = plotPath(installDirectory, protocol, level);
+    std::string logPath = Prot::filePath("gnuplot.log");
+    char command[2054];
+    snprintf(command, sizeof command, "%s %s%s%s", program.c_str(), quotePath(commandFile(name)).c_str(),
+             plot::saveLog ? " 2>" : "", plot::saveLog ? quotePath(logPath).c_str() : "");
+    fflush(nullptr);
+    errno = 0;
+    int status = exitCode(std::system(command));
+    int e = errno;
+    if (level > 2) {
+        fprintf(protocol, "<code>CD=%s<br>\nPLOT_CLOSE_FILE %d=system(%s)</code><br>\n", os::currentDirectory().c_str(),
+                status, command);
+        if (status != 0) fprintf(protocol, "<code>%s</code><br>\n", strerror(e));
+    }
+    if (plot::saveLog) {
+        if (FILE* log = fopen(logPath.c_str(), "r")) {
+            char line[256];
+            bool warned = false;
+            while (fgets(line, sizeof line, log)) {
+                if (std::strncmp(line, "decimal_sign", 12) == 0) continue;
+                if (protocol) {
+                    if (!warned) fputs("<pre>gnuplot warning\n", protocol);
+                    fputs(line, protocol);
+                }
+                warned = true;
+            }
+            if (warned && protocol) fputs("</pre>\n", protocol);
+            fclose(log);
+            remove(logPath.c_str());
+        }
+    }
+    return status;
+}

@@ -1,0 +1,1545 @@
+// The input file reader: opening with the numbered search and the shared fall-back, the index
+// cell parser, the line loop with guards, check column, region keys and value expressions,
+// the expanded copy, and the typed entry points over the array shapes of the system.
+#include "tables/input_reader.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+#include <sys/stat.h>
+
+#include "platform/dictionary.h"
+#include "platform/variant_file.h"
+#include "platform/operating_system.h"
+#include "platform/protocol.h"
+#include "platform/settings.h"
+#include "kernel/run_object.h"
+#include "kernel/stages.h"
+#include "kernel/sparse_tables.h"
+#include "tables/table_text.h"
+#include "tables/expression.h"
+#include "tables/functions.h"
+
+namespace {
+
+constexpr int kLineBuffer = 1024;       // the input cell buffer
+constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
+constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
+
+inline unsigned char uc(char c) { return static_cast<unsigned char>(c); }
+inline const char* skipWhite(const char* p)
+{
+    while (*p && std::isspace(uc(*p))) ++p;
+    return p;
+}
+
+// the table under reading, for the messages of this and other modules
+std::string g_readingName;
+CsvReader* g_readingReader = nullptr;
+
+std::string separatorText()
+{
+    return std::string(1, si::separator ? si::separator : ';');
+}
+
+bool entryExists(const std::string& path)
+{
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+bool plainFile(const std::string& path)
+{
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+std::string withSlash(const std::string& dir)
+{
+    if (dir.empty()) return dir;
+    char last = dir.back();
+    return last == '/' || last == '\\' ? dir : dir + "/";
+}
+
+// the stem and what follows the %d of a name
+bool splitNumbered(const std::string& name, std::string& stem, std::string& tail)
+{
+    size_t pc = name.find('%');
+    if (pc == std::string::npos) return false;
+    stem = name.substr(0, pc);
+    size_t d = name.find('d', pc);
+    tail = d == std::string::npos ? std::string() : name.substr(d + 1);
+    return true;
+}
+
+std::string numberedName(const std::string& stem, const std::string& tail, int number)
+{
+    if (number == 1 && stem == "reft") return "reftyp" + tail;
+    return stem + std::to_string(number) + tail;
+}
+
+std::string expandText(const std::string& text) { return DD::expKey(text); }
+
+// a*b and a-b held at the limits of 64 bits instead of overflowing
+long long mulSat(long long a, long long b)
+{
+    long long r;
+    if (!__builtin_mul_overflow(a, b, &r)) return r;
+    return (a < 0) != (b < 0) ? LLONG_MIN : LLONG_MAX;
+}
+long long subSat(long long a, long long b)
+{
+    long long r;
+    if (!__builtin_sub_overflow(a, b, &r)) return r;
+    return b > 0 ? LLONG_MIN : LLONG_MAX;
+}
+
+std::string vformat(const char* format, va_list ap)
+{
+    char buffer[2048];
+    vsnprintf(buffer, sizeof buffer, format, ap);
+    return buffer;
+}
+
+std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string format(const char* fmt, ...)
+{
+    va_list ap;
+    va_start(ap, fmt);
+    std::string s = vformat(fmt, ap);
+    va_end(ap);
+    return s;
+}
+
+// Opens path, or follows path.lnk first when linkFirst and it exists. 0 or an error number;
+// a link that cannot be read is the error "%s, %s".
+int openPlace(const std::string& path, const char* mode, bool linkFirst, bool linkAfter, FILE** f,
+              std::string& opened, bool& viaLink)
+{
+    viaLink = false;
+    auto tryLink = [&](int& err) -> bool {
+        std::string link = path + ".lnk";
+        if (!entryExists(link)) return false;
+        std::string target;
+        int rc = os::readLink(link, target);
+        if (rc != 0 || target.empty()) {
+            Prot::message(SEV_ERROR, "%s, %s", link.c_str(), os::errorText(rc ? rc : ENOENT).c_str());
+            err = rc ? rc : ENOENT;
+            return true;
+        }
+        *f = fopen(target.c_str(), mode);
+        err = *f ? 0 : errno;
+        opened = target;
+        viaLink = true;
+        return true;
+    };
+    int err = ENOENT;
+    if (linkFirst && tryLink(err)) return err;
+    if (plainFile(path)) {
+        *f = fopen(path.c_str(), mode);
+        if (*f) {
+            opened = path;
+            return 0;
+        }
+        err = errno;
+    }
+    if (linkAfter && tryLink(err)) return err;
+    return err ? err : ENOENT;
+}
+
+std::string linkNote(const std::string& path, const std::string& shown)
+{
+    return format(", <a href=\"%s\">%s</a> %s", fileUrl(path).c_str(), shown.c_str(),
+                  DD::lookup("fn_isLink").c_str());
+}
+
+void putNote(std::string* note, const std::string& text)
+{
+    if (note)
+        *note += text;
+    else
+        Prot::write(1, "%s", text.c_str());
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- years and names
+
+int readYear() { return JAHR != 0 ? JAHR : ini::STARTJAHR; }
+
+int checkNumber(const FileEntry& file) { return readYear() - file.yearOffset; }
+
+std::string tableFileName(const FileEntry& file, int number)
+{
+    std::string stem, tail;
+    if (!splitNumbered(file.name, stem, tail)) return file.name + ".csv";
+    return numberedName(stem, tail, number) + ".csv";
+}
+
+const std::string& readingName() { return g_readingName; }
+CsvReader* readingReader() { return g_readingReader; }
+
+std::map<long long, long>& regionKeyUse()
+{
+    static std::map<long long, long> use;
+    return use;
+}
+
+// ---------------------------------------------------------------- opening
+
+int openFile(FILE** opened, FileEntry& file, const std::string& directory, const std::string& variant,
+             const std::string& name, const char* mode, std::string* result, std::string* note)
+{
+    *opened = nullptr;
+    std::string base = withSlash(directory);
+    if (!variant.empty()) base += variant + "/";
+    std::string path;
+    if (std::strcmp(mode, "r") != 0) {
+        path = base + name;
+        *opened = fopen(path.c_str(), mode);
+        if (!*opened) return errno ? errno : EIO;
+        if (result) *result = path;
+        return 0;
+    }
+    const std::string fallback = base + "../_variant/";
+    bool viaLink = false;
+    std::string stem, tail;
+    if (splitNumbered(name, stem, tail)) {
+        int high = readYear() - file.yearOffset;
+        int low = ini::STARTJAHR - 20;
+        if (high - low > 100000) low = high - 100000;
+        for (int place = 0; place < 2; ++place) {
+            const std::string& dir = place == 0 ? base : fallback;
+            std::vector<int> numbers;
+            for (int n = high; n >= low; --n) numbers.push_back(n);
+            if (stem == "reft" && (numbers.empty() || numbers.back() > 1)) numbers.push_back(1);
+            for (int n : numbers) {
+                std::string fname = numberedName(stem, tail, n);
+                if (tail.empty() || tail.find(".csv") == std::string::npos) fname += ".csv";
+                std::string candidate = dir + fname;
+                if (!entryExists(candidate) && !entryExists(candidate + ".lnk")) continue;
+                int err = openPlace(candidate, "r", false, true, opened, path, viaLink);
+                if (err != 0) continue;     // unreadable here: an older number may do
+                std::string shown = place == 0 ? fname : "../_variant/" + fname;
+                if (file.fileNumber != n && file.fileNumber != -1)
+                    putNote(note, format(" (%d &rarr; %d)", file.fileNumber, n));
+                file.fileNumber = n;
+                if (viaLink)
+                    putNote(note, linkNote(path, shown));
+                else if (place == 0)
+                    putNote(note, format(", %s <a href=\"../../%s\">%s</a>", std::to_string(n).c_str(),
+                                         fname.c_str(), fname.c_str()));
+                else
+                    putNote(note, format(", %s <a href=\"../../../%s\">../%s</a>", std::to_string(n).c_str(),
+                                         ("_variant/" + fname).c_str(), ("_variant/" + fname).c_str()));
+                if (result) *result = path;
+                return 0;
+            }
+        }
+        Prot::message(SEV_ERROR, "%s%s: %s", base.c_str(), name.c_str(), os::errorText(ENOENT).c_str());
+        return ENOENT;
+    }
+    int err = openPlace(base + name, "r", true, false, opened, path, viaLink);
+    bool inFallback = false;
+    if (!*opened) {
+        int err2 = openPlace(fallback + name, "r", true, false, opened, path, viaLink);
+        if (*opened) {
+            inFallback = true;
+            err = 0;
+        } else if (err == ENOENT) {
+            err = err2;
+        }
+    }
+    if (!*opened) {
+        if (!err) err = ENOENT;
+        Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (base + name).c_str(), mode,
+                      os::errorText(err).c_str());
+        return err;
+    }
+    std::string found = DD::lookup("fn_found");
+    if (viaLink)
+        putNote(note, linkNote(path, inFallback ? "../_variant/" + name : name));
+    else if (!inFallback)
+        putNote(note, format(", %s <a href=\"../../%s\">%s</a>", found.c_str(), name.c_str(), name.c_str()));
+    else
+        putNote(note, format(", %s <a href=\"../../../%s\">../%s</a>", found.c_str(), ("_variant/" + name).c_str(),
+                             ("_variant/" + name).c_str()));
+    if (result) *result = path;
+    return 0;
+}
+
+int openInput(FILE** opened, FileEntry& file, const std::vector<std::string>& searchPaths,
+              const std::string& variant, const std::string& name, std::string* result, std::string* note)
+{
+    *opened = nullptr;
+    std::vector<std::pair<std::string, bool>> places;    // directory, links looked for
+    std::string first = searchPaths.empty() ? std::string() : withSlash(searchPaths[0]);
+    places.emplace_back(first, true);
+    if (searchPaths.size() > 1) places.emplace_back(withSlash(searchPaths[1]), false);
+    std::string shared = first + "../_variant/";
+    places.emplace_back(os::isDirectory(first + "../_variant") ? shared : first + "../", true);
+    int err = ENOENT;
+    for (const auto& [dir, links] : places) {
+        std::string path;
+        bool viaLink = false;
+        int e = openPlace(dir + name, "r", links, false, opened, path, viaLink);
+        if (*opened) {
+            if (viaLink)
+                putNote(note, linkNote(path, dir + name));
+            else
+                putNote(note, format(", <a href=\"../../%s\" target=_blank>%s</a> %s",
+                                     (first.empty() ? dir + name
+                                                    : std::filesystem::path(dir + name).lexically_relative(first).string())
+                                         .c_str(),
+                                     name.c_str(), DD::lookup("fn_found").c_str()));
+            if (result) *result = path;
+            (void)file;
+            (void)variant;
+            return 0;
+        }
+        if (e != ENOENT) err = e;
+    }
+    putNote(note, format(", %s %s", name.c_str(), DD::lookup("fn_notFound").c_str()));
+    return err;
+}
+
+int openReadTable(FileEntry& file, FILE** opened, std::string& path, std::string& note)
+{
+    *opened = nullptr;
+    traceLevel = 0;
+    expandNeeded = 0;
+    expandRequested = 1;
+    if (file.kind == 0) {
+        int number = checkNumber(file);
+        file.fileNumber = number;
+        std::string name = tableFileName(file, number);
+        std::vector<std::string> paths{si::Directory, si::Directory + si::Version + "/"};
+        int err = openInput(opened, file, paths, si::Version, name, &path, &note);
+        if (err) {
+            Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (withSlash(si::Directory) + name).c_str(), "r",
+                          os::errorText(err).c_str());
+            return err;
+        }
+        return 0;
+    }
+    if (file.kind == 1) return openFile(opened, file, si::Directory, "", file.name + ".csv", "r", &path, &note);
+    Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", file.name.c_str(), "r", os::errorText(EINVAL).c_str());
+    return EINVAL;
+}
+
+// ---------------------------------------------------------------- variables and index cells
+
+bool variableValue(const char* name, double& value)
+{
+    if (Variable* v = findVariable(name)) {
+        if (v->type == NUM) {
+            value = v->v.d;
+            return true;
+        }
+        if (v->type == ID && v->v.ip) {
+            value = *v->v.ip;
+            return true;
+        }
+        return false;
+    }
+    // published names: the tokeniser knows them
+    {
+        Parser probe(g_readingReader);
+        probe.parse(name);
+        if (probe.program.size() == 1) {
+            const Operation& op = probe.program[0];
+            if (op.code == NUM) {
+                value = op.v.d;
+                return true;
+            }
+            if (op.code == ID && op.v.ip) {
+                value = *op.v.ip;
+                return true;
+            }
+        }
+    }
+    if (Orvane::current && name[0] == '$') return Orvane::current->variable(name, value);
+    return false;
+}
+
+namespace {
+
+void lineWarning(CsvReader* reader, const char* rest)
+{
+    size_t line = reader ? static_cast<size_t>(reader->lineNumber()) : 0;
+    std::string text = reader ? reader->currentLine() : std::string();
+    int sep = reader ? (reader->lastChar > 0 && reader->lastChar != '\n' ? reader->lastChar : reader->separator)
+                     : si::separator;
+    Prot::message(SEV_WARNING, "@csv_W1;", line, text.c_str(), rest, sep);
+}
+
+// reads a name of the language: letters, digits, _ after a letter or $
+const char* readName(const char* p, std::string& name)
+{
+    name.clear();
+    if (*p == '$' || std::isalpha(uc(*p))) name += *p++;
+    while (std::isalnum(uc(*p)) || *p == '_') name += *p++;
+    return p;
+}
+
+// a bound: digits or $VAR; 0 = none there, 1 = read, -1 = error given
+int readBound(const char*& p, long long& value, bool& computed)
+{
+    if (std::isdigit(uc(*p))) {
+        char* end;
+        errno = 0;
+        value = std::strtoll(p, &end, 10);
+        p = end;
+        return 1;
+    }
+    if (*p == '$') {
+        std::string name;
+        p = readName(p, name);
+        double v;
+        if (!variableValue(name.c_str(), v) || !std::isfinite(v) || std::fabs(v) > 9e18) {
+            Prot::message(SEV_ERROR, "invalid variable %s in input", name.c_str());
+            return -1;
+        }
+        value = static_cast<long long>(v);
+        computed = true;
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+bool parseIndexCell(const char* cell, long long first, long long last, IndexInterval& out, CsvReader* reader)
+{
+    out = IndexInterval();
+    const char* p = skipWhite(cell ? cell : "");
+    if (!*p) return false;
+    if (*p == '*') {
+        out.lo = first;
+        out.hi = last;
+        out.star = true;
+        ++p;
+    } else if (std::isalpha(uc(*p))) {
+        std::string word;
+        p = readName(p, word);
+        bool isIrand = word.size() <= 5 && std::strncmp("irand", word.c_str(), word.size()) == 0;
+        if (!isIrand) {
+            Prot::message(SEV_ERROR, "invalid function %s in input", word.c_str());
+            return false;
+        }
+        // irand(a,b): decimal bounds, no blanks
+        const char* q = p;
+        long long a = 0, b = 0;
+        bool good = *q == '(' && std::isdigit(uc(q[1]));
+        if (good) {
+            char* end;
+            a = std::strtoll(q + 1, &end, 10);
+            q = end;
+            good = *q == ',' && std::isdigit(uc(q[1]));
+        }
+        if (good) {
+            char* end;
+            b = std::strtoll(q + 1, &end, 10);
+            q = end;
+            good = *q == ')';
+        }
+        if (!good) {
+            lineWarning(reader, p);
+            return false;
+        }
+        p = q + 1;
+        out.lo = out.hi = -1;
+        out.m = ((a & 0xFFFF) << 16) | (b & 0xFFFF);
+        out.computed = true;
+    } else {
+        long long lo = 0;
+        int r = readBound(p, lo, out.computed);
+        if (r < 0) return false;
+        if (r == 0) {
+            lineWarning(reader, p);
+            return false;
+        }
+        p = skipWhite(p);
+        long long hi = lo;
+        bool range = false;
+        if (p[0] == '.' && p[1] == '.') {
+            p = skipWhite(p + 2);
+            r = readBound(p, hi, out.computed);
+            if (r < 0) return false;
+            if (r == 0) {
+                lineWarning(reader, p);
+                return false;
+            }
+            range = true;
+        }
+        for (;;) {
+            p = skipWhite(p);
+            if (*p != '*' && *p != '-') break;
+            char op = *p;
+            const char* q = skipWhite(p + 1);
+            long long k = 0;
+            bool dummy = false;
+            r = readBound(q, k, dummy);
+            if (r < 0) return false;
+            if (r == 0) break;
+            p = q;
+            out.computed = true;
+            if (op == '*') {
+                out.m = k;
+            } else {
+                hi = subSat(hi, k);
+                if (!range) lo = subSat(lo, k);
+            }
+        }
+        out.lo = lo;
+        out.hi = hi;
+    }
+    p = skipWhite(p);
+    if (*p) lineWarning(reader, p);
+    return true;
+}
+
+bool parseIndexCell(const char* cell, long long first, long long last, long long& lo, long long& hi, long long& m,
+                    CsvReader* reader)
+{
+    IndexInterval iv;
+    bool ok = parseIndexCell(cell, first, last, iv, reader);
+    lo = iv.lo;
+    hi = iv.hi;
+    m = iv.m;
+    return ok;
+}
+
+long long drawRandomIndex(const IndexInterval& iv)
+{
+    long long a = iv.randomLow(), b = iv.randomHigh();
+    if (b < a) std::swap(a, b);
+    unsigned long long span = static_cast<unsigned long long>(b - a + 1);
+    return a + static_cast<long long>(runGenerator()() % span);
+}
+
+// ---------------------------------------------------------------- the reader
+
+namespace {
+
+// thrown after a structure-type message when the protocol does not throw itself
+struct StopRead {};
+
+class TableReader {
+public:
+    TableReader(FileEntry& f, ReadTarget& t, int sp, int n, const long long* sz, const char* nm, int vc)
+        : file(f), target(t), sparse(sp), indexCount(n), valueCheck(vc)
+    {
+        for (int j = 0; j < 5; ++j) sizes[j] = j < n && sz ? sz[j] : -1;
+        const char* p = nm;
+        for (int j = 0; j < n; ++j) {
+            std::string word = p && *p ? p : std::string();
+            if (p && *p) p += std::strlen(p) + 1;
+            if (word.rfind("C.", 0) == 0) word = word.substr(2);
+            if (word.empty()) word = std::to_string(j + 1);
+            names[j] = word;
+        }
+    }
+    ~TableReader() { cleanup(); }
+
+    ReadResult run();
+
+private:
+    FileEntry& file;
+    ReadTarget& target;
+    int sparse, indexCount, valueCheck;
+    long long sizes[5];
+    std::string names[5];
+
+    FILE* in = nullptr;
+    FILE* copy = nullptr;
+    CsvReader* reader = nullptr;
+    Parser* parser = nullptr;
+    std::string name, path, copyPath;
+    ReadResult result;
+
+    int mode = 0, hasCheck = 0, regionIndex = -1, checkNo = 0;
+    long long first[5] = {}, last[5] = {};
+    IndexInterval iv[5];
+    double limit = 1;
+    bool isFruc = false;
+
+    // per line
+    bool skip = false, valueSeen = false, lineComputed = false, lineActive = false, lineIsComment = false;
+    size_t lineNo = 0;
+    long long lineCells = 0;
+    // per table
+    uint64_t assignments = 0, doubles = 0, rateReports = 0;
+    std::vector<std::string> doubleList;
+    long long trailing = 0;
+    size_t trailingLine = 0;
+    int sectionsMatched = 0;
+    std::map<long long, int> missingKeys;
+    std::vector<long> usePos;
+    size_t lastPos = 0;
+    bool havePrev = false;
+    long long prev[5] = {};
+    size_t prevLine = 0, warnedLine = 0;
+
+    void cleanup();
+    [[noreturn]] void stop() { throw StopRead(); }
+    std::string lineText() { return reader ? reader->currentLine() : std::string(); }
+    void lineMessage(int error, const std::string& message);
+    void structure();
+    const char* guards(const char* p);
+    void checkCell(const char* text);
+    void indexCell(int c, const char* text);
+    bool regionInterval(IndexInterval& v);
+    void valueCell(const char* text);
+    void endLine();
+    void openCopy();
+    void writeCopy(const long long* written, double v);
+    std::string tuple(const long long* written) const;
+    void store(const long long* idx, const long long* written, double* row, long long i, double v);
+    void finishTable();
+    void readLines(char* cell);
+};
+
+void TableReader::cleanup()
+{
+    if (in) fclose(in);
+    in = nullptr;
+    if (copy) fclose(copy);
+    copy = nullptr;
+    delete parser;
+    parser = nullptr;
+    delete reader;
+    reader = nullptr;
+    g_readingReader = nullptr;
+    g_readingName.clear();
+}
+
+void TableReader::lineMessage(int error, const std::string& message)
+{
+    Prot::message(error ? SEV_ERROR : SEV_WARNING, "@file; %s, @row;<br>%zu: <code>%s</code><br>%s", name.c_str(),
+                  lineNo, lineText().c_str(), expandText(message).c_str());
+}
+
+// the layout a line must have, at error level
+void TableReader::structure()
+{
+    char sep = static_cast<char>(reader ? reader->separator : si::separator);
+    std::string s;
+    if (hasCheck) s += std::to_string(checkNo) + sep;
+    for (int j = 0; j < indexCount; ++j) {
+        s += std::to_string(first[j]) + "..";
+        if (j == regionIndex)
+            s += "maxNGZ";
+        else if (sizes[j] >= 0)
+            s += std::to_string(last[j]);
+        s += sep;
+    }
+    s += "float";
+    Prot::message(SEV_ERROR, "@fn_structure; %s:\n%s", name.c_str(), s.c_str());
+    stop();
+}
+
+// ?$NAME lo..hi guards at the start of a cell
+const char* TableReader::guards(const char* p)
+{
+    while (*p == '?') {
+        ++p;
+        std::string var;
+        p = readName(p, var);
+        p = skipWhite(p);
+        char* end;
+        long long lo = std::strtoll(p, &end, 10);
+        bool good = end != p;
+        p = end;
+        long long hi = lo;
+        if (good && p[0] == '.' && p[1] == '.') {
+            hi = std::strtoll(p + 2, &end, 10);
+            good = end != p + 2;
+            p = end;
+        }
+        if (*p) ++p;    // the one character after the bounds
+        p = skipWhite(p);
+        double value = 0;
+        if (var.empty() || var[0] != '$' || !variableValue(var.c_str(), value)) {
+            Prot::message(SEV_ERROR, "invalid variable %s in input", var.c_str());
+            skip = true;
+            return p;
+        }
+        if (!good) lineWarning(reader, p);
+        if (value < static_cast<double>(lo) || value > static_cast<double>(hi)) {
+            skip = true;
+            return p;
+        }
+    }
+    return p;
+}
+
+void TableReader::checkCell(const char* text)
+{
+    const char* t = skipWhite(text);
+    if (mode == 1) {
+        IndexInterval v;
+        parseIndexCell(t, checkNo, checkNo, v, reader);
+        return;
+    }
+    if (!*t) {
+        lineMessage(0, "@fn_emptyLine;");
+        structure();
+    }
+    IndexInterval v;
+    bool ok = parseIndexCell(t, checkNo, checkNo, v, reader);
+    bool inside = ok && !v.isRandom() && v.lo <= checkNo && checkNo <= v.hi;
+    if (ok && v.star) inside = true;
+    if (ok && v.computed) lineComputed = true;
+    if (mode == 2) {
+        if (!inside) {
+            lineMessage(0, "@wrongCheckNumber;");
+            structure();
+        }
+        return;
+    }
+    // mode 3: a section of years
+    if (inside)
+        ++sectionsMatched;
+    else
+        skip = true;
+}
+
+// the key column: keys become positions in the reference table, or in the list of keys under cut
+bool TableReader::regionInterval(IndexInterval& v)
+{
+    Orvane* run = Orvane::current;
+    static const std::vector<RegionRow> none;
+    const std::vector<RegionRow>& regions = run ? run->regions : none;
+    if (usePos.size() != regions.size()) usePos.assign(regions.size(), 0);
+    auto lookup = [&](long long key) -> long long {
+        if (lastPos < regions.size() && regions[lastPos].key == key) return static_cast<long long>(lastPos);
+        if (lastPos + 1 < regions.size() && regions[lastPos + 1].key == key) return static_cast<long long>(++lastPos);
+        auto it = std::lower_bound(regions.begin(), regions.end(), key,
+                                   [](const RegionRow& r, long long k) { return r.key < k; });
+        if (it == regions.end() || it->key != key) return -1;
+        lastPos = static_cast<size_t>(it - regions.begin());
+        return static_cast<long long>(lastPos);
+    };
+    if (v.isRandom()) return true;     // positions drawn as written
+    if (keyScale < 2) {
+        if (v.star) {
+            v.lo = 1;
+            v.hi = static_cast<long long>(regions.size());
+            for (auto& u : usePos) ++u;
+            return true;
+        }
+        if (v.lo > v.hi) {
+            Prot::message(SEV_HINT, "leeres Intervall Gebietskennzeichen %lld .. %lld in Zeile:<br>%zu: <code>%s</code>",
+                          mulSat(v.lo, v.m), mulSat(v.hi, v.m), lineNo, lineText().c_str());
+            skip = true;
+            return false;
+        }
+        long long ends[2] = {mulSat(v.lo, v.m), mulSat(v.hi, v.m)};
+        long long pos[2];
+        bool found = true;
+        for (int e = 0; e < (v.lo == v.hi ? 1 : 2); ++e) {
+            pos[e] = lookup(ends[e]);
+            if (pos[e] < 0) {
+                found = false;
+                ++missingKeys[ends[e]];
+                Prot::message(SEV_ERROR, "unbekanntes Gebietskennzeichen %lld in Zeile<br>%zu: <code>%s</code>",
+                              ends[e], lineNo, lineText().c_str());
+            }
+        }
+        if (!found) {
+            skip = true;
+            return false;
+        }
+        if (v.lo == v.hi) pos[1] = pos[0];
+        for (long long p = pos[0]; p <= pos[1]; ++p) ++usePos[static_cast<size_t>(p)];
+        v.lo = pos[0] + 1;
+        v.hi = pos[1] + 1;
+        return true;
+    }
+    // key groups: key / keyScale must be a region of the reference table
+    static std::vector<int64_t> ownKeys;
+    std::vector<int64_t>& keys = run ? run->indexKeys : ownKeys;
+    if (run) run->keyScale = keyScale;
+    if (v.star) {
+        v.lo = 1;
+        v.hi = static_cast<long long>(keys.size());
+        return true;
+    }
+    if (v.lo > v.hi) {
+        Prot::message(SEV_HINT, "leeres Intervall Gebietskennzeichen %lld .. %lld in Zeile:<br>%zu: <code>%s</code>",
+                      mulSat(v.lo, v.m), mulSat(v.hi, v.m), lineNo, lineText().c_str());
+        skip = true;
+        return false;
+    }
+    long long firstPos = -1, lastPosition = -1;
+    for (long long a = v.lo; a <= v.hi && a < LLONG_MAX; ++a) {
+        long long key = mulSat(a, v.m);
+        long long group = key / keyScale;
+        auto it = std::lower_bound(keys.begin(), keys.end(), key);
+        long long p;
+        if (it != keys.end() && *it == key) {
+            p = it - keys.begin();
+        } else {
+            if (it != keys.end()) {
+                Prot::message(SEV_ERROR, "Gebietskennzeichen %lld nicht aufsteigend", key);
+                skip = true;
+                return false;
+            }
+            long long gp = lookup(group);
+            if (gp < 0) {
+                Prot::message(SEV_ERROR, "Gebietskennzeichen %lld nicht als %lld in REFTYP", key, group);
+                skip = true;
+                return false;
+            }
+            keys.push_back(key);
+            p = static_cast<long long>(keys.size()) - 1;
+        }
+        long long gp = lookup(group);
+        if (gp >= 0) ++usePos[static_cast<size_t>(gp)];
+        if (firstPos < 0) firstPos = p;
+        lastPosition = p;
+    }
+    v.lo = firstPos + 1;
+    v.hi = lastPosition + 1;
+    return true;
+}
+
+void TableReader::indexCell(int c, const char* text)
+{
+    IndexInterval& v = iv[c];
+    bool isRegion = c == regionIndex;
+    long long lastBound = sizes[c] >= 0 ? last[c] : first[c] - 1;
+    if (isRegion) lastBound = first[c] - 1;     // "*" is handled by the key lookup
+    if (!parseIndexCell(text, first[c], lastBound, v, reader)) {
+        if (!*skipWhite(text)) {
+            lineMessage(0, format("@attribute; %d %s = [] @fn_Eindex;", c + 1, names[c].c_str()));
+            structure();
+        }
+        skip = true;
+        return;
+    }
+    if (v.computed) lineComputed = true;
+    if (isRegion && !regionInterval(v)) return;
+    if (v.star && !isRegion && sizes[c] < 0) {
+        lineMessage(0, format("@attribute; %d %s = * @fn_Eindex;", c + 1, names[c].c_str()));
+        structure();
+    }
+    if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
+    if (v.lo < first[c] || v.hi > last[c]) {
+        lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;", c + 1,
+                              names[c].c_str(), v.lo, v.hi, first[c], last[c]));
+        structure();
+    }
+}
+
+std::string TableReader::tuple(const long long* written) const
+{
+    std::string s = "(";
+    for (int j = 0; j < indexCount; ++j) {
+        if (j) s += ", ";
+        s += names[j] + ":" + std::to_string(written[j]);
+    }
+    return s + ")";
+}
+
+void TableReader::openCopy()
+{
+    std::string stem, tail;
+    std::string copyName = splitNumbered(file.name, stem, tail)
+                               ? numberedName(stem, tail, file.fileNumber < 0 ? checkNo : file.fileNumber)
+                               : file.name;
+    std::string dir = si::Directory + si::Version;
+    copyPath = withSlash(dir) + copyName + ".csv";
+    std::error_code ec;
+    if (std::filesystem::exists(copyPath, ec) && std::filesystem::equivalent(copyPath, path, ec)) {
+        expandRequested = 0;    // the table itself stands there: never overwrite an input
+        return;
+    }
+    const char* m = mode == 3 && readYear() != ini::STARTJAHR ? "a" : "w";
+    bool fresh = std::strcmp(m, "w") == 0 || os::fileSize(copyPath) == 0;
+    copy = fopen(copyPath.c_str(), m);
+    if (!copy) {
+        int err = errno;
+        expandRequested = 0;
+        Prot::message(SEV_ERROR, "@fn_EopenExp;", copyPath.c_str(), m, file.name.c_str(),
+                      file.fileNumber, os::errorText(err).c_str());
+        return;
+    }
+    if (fresh) {
+        if (si::csvBom) fputs("\xEF\xBB\xBF", copy);
+        fprintf(copy, "%s expanded from ../%s\n", "#", name.c_str());
+    }
+    Prot::addOutputFile(copyName + ".csv");
+}
+
+void TableReader::writeCopy(const long long* written, double v)
+{
+    if (v == 0 && !ini::AusgabeNull) return;
+    char sep = static_cast<char>(reader->separator);
+    char buffer[512];
+    size_t n = 0;
+    auto add = [&](long long x) {
+        auto r = std::to_chars(buffer + n, buffer + sizeof buffer - 64, x);
+        n = static_cast<size_t>(r.ptr - buffer);
+        buffer[n++] = sep;
+    };
+    if (hasCheck) add(checkNo);
+    for (int j = 0; j < indexCount; ++j) {
+        long long x = written[j];
+        if (j == regionIndex && Orvane::current) {
+            size_t p = static_cast<size_t>(x - 1);
+            const Orvane& run = *Orvane::current;
+            if (keyScale >= 2 && p < run.indexKeys.size())
+                x = run.indexKeys[p];
+            else if (p < run.regions.size())
+                x = run.regions[p].key;
+        }
+        add(x);
+    }
+    auto r = std::to_chars(buffer + n, buffer + sizeof buffer - 2, v, std::chars_format::general, 15);
+    n = static_cast<size_t>(r.ptr - buffer);
+    buffer[n++] = '\n';
+    csvWrite(copy, buffer, n);
+}
+
+void TableReader::store(const long long* idx, const long long* written, double* row, long long i, double v)
+{
+    if (sparse) {
+        if (indexCount != 5) {
+            bool before = false;
+            if (havePrev) {
+                for (int j = 0; j < indexCount; ++j) {
+                    if (idx[j] != prev[j]) {
+                        before = idx[j] < prev[j];
+                        break;
+                    }
+                }
+            }
+            if (before && warnedLine != lineNo) {
+                warnedLine = lineNo;
+                long long pw[5];
+                for (int j = 0; j < indexCount; ++j) pw[j] = prev[j] + first[j];
+                Prot::message(SEV_WARNING, "Indices nicht aufsteigend:\n%zu: %s\n%zu: %s", prevLine,
+                              tuple(pw).c_str(), lineNo, tuple(written).c_str());
+            }
+            std::copy(idx, idx + indexCount, prev);
+            havePrev = true;
+            prevLine = lineNo;
+        }
+    }
+    if (valueCheck == VC_RATE && (v < 0 || v > limit)) {
+        if (rateReports < kRateReports) {
+            std::string s = name + "(";
+            for (int j = 0; j < indexCount; ++j) {
+                if (j) s += ", ";
+                s += names[j] + ":" + std::to_string(written[j]);
+            }
+            Prot::writeln(1, "%s) = %g @outside; [0..%.0f]", s.c_str(), v, limit);
+        }
+        ++rateReports;
+        if (v < 0) v = 0;
+    }
+    if (!sparse) {
+        double* slot = row ? row + i : nullptr;
+        if (valueCheck == VC_ADDITIVE) {
+            if (slot) {
+                *slot += v;
+            } else {
+                double old = target.get(idx);
+                target.put(idx, (isUndef(old) ? 0 : old) + v);
+            }
+        } else {
+            double old = slot ? *slot : target.get(idx);
+            if (checkUndef && !isUndef(old)) {
+                ++doubles;
+                if (Prot::level(2))
+                    Prot::writeln(2, "in @file; %s: @row; %zu: %s @fn_doubleIndex;: %g @fn_overwritten; %g",
+                                  name.c_str(), lineNo, tuple(written).c_str(), old, v);
+                if (doubleList.size() <= static_cast<size_t>(kListed)) doubleList.push_back(tuple(written));
+            }
+            if (slot)
+                *slot = v;
+            else
+                target.put(idx, v);
+        }
+    } else if (v != 0) {
+        target.put(idx, v);
+    }
+    ++assignments;
+    if (v != 0) {
+        ++result.nonZero;
+        result.sum += v;
+        if (v != std::floor(v)) ++result.nonInteger;
+    }
+    if (expandNeeded && expandRequested) {
+        if (!copy) openCopy();
+        if (copy) writeCopy(written, v);
+    }
+}
+
+void TableReader::valueCell(const char* text)
+{
+    valueSeen = true;
+    const char* rest = parser->parse(text);
+    if (*skipWhite(rest)) {
+        lineMessage(0, "@fn_long1;");
+        structure();
+    }
+    const std::vector<Operation>& prog = parser->program;
+    bool constant = prog.size() == 1 && prog[0].code == NUM;
+    double constantValue = constant ? prog[0].v.d : 0;
+    if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
+
+    // bounds of drawn indices
+    bool outerRandom = false;
+    for (int j = 0; j < indexCount; ++j) {
+        const IndexInterval& v = iv[j];
+        if (!v.isRandom()) {
+            if (v.lo > v.hi) return;    // an empty interval: nothing to assign
+            continue;
+        }
+        if (j < indexCount - 1) outerRandom = true;
+        if (sizes[j] >= 0 && (v.randomLow() < first[j] || v.randomHigh() > last[j] || v.randomLow() > v.randomHigh())) {
+            Prot::message(SEV_ERROR, "<br>Indexintervall %s %d %s:%lld..%lld nicht Teilmenge von %d..%d", name.c_str(),
+                          j + 1, names[j].c_str(), v.randomLow(), v.randomHigh(), static_cast<int>(first[j]),
+                          static_cast<int>(last[j]));
+            return;
+        }
+    }
+    const int n = indexCount;
+    const int shift = hasCheck;
+    long long cur[5], written[5], idx[5];
+    for (int j = 0; j < n; ++j) cur[j] = iv[j].isRandom() ? 0 : iv[j].lo;
+    long long innerLo = 0, innerHi = 0;
+    bool innerRandom = false;
+    if (n > 0) {
+        innerRandom = iv[n - 1].isRandom();
+        innerLo = innerRandom ? 0 : iv[n - 1].lo;
+        innerHi = innerRandom ? 0 : iv[n - 1].hi;
+    }
+    uint64_t reportsBefore = rateReports;
+    lineCells = 0;
+    long long cells = 0;
+    for (;;) {
+        // the outer tuple
+        for (int j = 0; j + 1 < n; ++j) {
+            written[j] = iv[j].isRandom() ? drawRandomIndex(iv[j]) : cur[j];
+            idx[j] = written[j] - first[j];
+        }
+        double* row = nullptr;
+        if (n > 0) idx[n - 1] = 0;
+        if (!outerRandom) row = target.row(idx);
+        for (long long i = innerLo; i <= innerHi; ++i) {
+            if (outerRandom && i != innerLo) {
+                for (int j = 0; j + 1 < n; ++j) {
+                    if (!iv[j].isRandom()) continue;
+                    written[j] = drawRandomIndex(iv[j]);
+                    idx[j] = written[j] - first[j];
+                }
+            }
+            if (outerRandom) row = target.row(idx);
+            if (n > 0) {
+                written[n - 1] = innerRandom ? drawRandomIndex(iv[n - 1]) : i;
+                idx[n - 1] = written[n - 1] - first[n - 1];
+            }
+            double v = constant ? constantValue : evaluate(*parser, written, n, shift, checkNo);
+            ++cells;
+            if (!std::isfinite(v)) {
+                if (traceLevel) Prot::raw("</pre>");
+                Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, v);
+                continue;
+            }
+            store(idx, written, row, n > 0 ? idx[n - 1] : 0, v);
+        }
+        // the next outer tuple
+        int j = n - 2;
+        for (; j >= 0; --j) {
+            if (iv[j].isRandom()) continue;
+            if (++cur[j] <= iv[j].hi) break;
+            cur[j] = iv[j].lo;
+        }
+        if (j < 0) break;
+    }
+    if (rateReports > reportsBefore)
+        Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - reportsBefore));
+    if (traceLevel >= 2) {
+        Prot::raw("&gt;      ");
+        for (int k = 0; k < n; ++k) Prot::raw("%d..%d*%d;", static_cast<int>(iv[k].lo), static_cast<int>(iv[k].hi),
+                                              static_cast<int>(iv[k].m));
+        codeText(*parser);
+        Prot::raw(" (*%d)\n", static_cast<int>(cells));
+    }
+}
+
+void TableReader::endLine()
+{
+    if (lineActive && !lineIsComment && !skip && !valueSeen) lineMessage(0, "@fn_short;");
+    if (traceLevel >= 1 && lineActive) Prot::raw("%5d: %s\n", static_cast<int>(lineNo), lineText().c_str());
+    skip = false;
+    valueSeen = false;
+    lineComputed = false;
+    lineActive = false;
+    lineIsComment = false;
+    for (int j = 0; j < indexCount; ++j) iv[j] = IndexInterval();
+}
+
+void TableReader::finishTable()
+{
+    if (checkTrailingDelimiter && trailing > 0)
+        Prot::message(SEV_HINT, "Datei enthält ab Zeile %zd %d endende Strichpunkte", static_cast<ssize_t>(trailingLine),
+                      static_cast<int>(trailing));
+    exprClearTable();
+    if (mode == 3 && sectionsMatched == 0) Prot::message(SEV_ERROR, "@fn_missingSection;", name.c_str(), checkNo);
+    if (in) fclose(in);
+    in = nullptr;
+    if (copy) fclose(copy);
+    copy = nullptr;
+    if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
+    if (!sparse && valueCheck != VC_ADDITIVE) {
+        uint64_t missing = 0;
+        std::vector<std::string> listed;
+        target.unassigned([&](const long long* idx) {
+            if (isFruc) return;
+            ++missing;
+            if (checkUndef && assignments > 0 && listed.size() <= static_cast<size_t>(kListed)) {
+                long long w[5];
+                for (int j = 0; j < indexCount; ++j) w[j] = idx[j] + first[j];
+                listed.push_back(tuple(w));
+            }
+        });
+        for (size_t k = 0; k < listed.size() && k < static_cast<size_t>(kListed); ++k)
+            Prot::writeln(1, "@fn_missingIndex; %s", listed[k].c_str());
+        if (listed.size() > static_cast<size_t>(kListed)) Prot::writeln(1, "...");
+        uint64_t total = target.cells();
+        if (missing > 0 && checkUndef) {
+            double degree = total ? 100.0 * (1.0 - static_cast<double>(missing) / static_cast<double>(total)) : 0.0;
+            Prot::message(SEV_HINT, "%s: %d @fn_zeros; (@fillDeg; %.2f%%)", name.c_str(), static_cast<int>(missing),
+                          degree);
+        }
+    }
+    if (doubles > 0) {
+        for (size_t k = 0; k < doubleList.size() && k < static_cast<size_t>(kListed); ++k)
+            Prot::writeln(1, "@fn_doubleIndex; %s", doubleList[k].c_str());
+        if (doubles > static_cast<uint64_t>(kListed)) Prot::writeln(1, "...");
+        Prot::message(SEV_WARNING, "%s: %d @fn_doubleValue;", name.c_str(), static_cast<int>(doubles));
+    }
+    if (Orvane::current) {
+        const auto& regions = Orvane::current->regions;
+        auto& use = regionKeyUse();
+        for (size_t p = 0; p < usePos.size() && p < regions.size(); ++p)
+            if (usePos[p]) use[regions[p].key] += usePos[p];
+    }
+    usePos.clear();
+    if (!missingKeys.empty()) {
+        for (const auto& [key, count] : missingKeys) Prot::message(SEV_WARNING, "@fn_gkz; %lld (%d)", key, count);
+        Prot::message(SEV_ERROR, "%zu fehlende Gebietskennzeichen", missingKeys.size());
+    }
+}
+
+ReadResult TableReader::run()
+{
+    std::string note;
+    if (openReadTable(file, &in, path, note) != 0 || !in) return result;
+    name = tableFileName(file, file.fileNumber);
+    g_readingName = name;
+    mode = file.checkMode;
+    hasCheck = mode >= 1 && mode <= 3 ? 1 : 0;
+    checkNo = checkNumber(file);
+    regionIndex = file.regionColumn >= 2 ? file.regionColumn - 2 : -1;
+    if (regionIndex >= indexCount) regionIndex = -1;
+    isFruc = file.name.rfind("fruc", 0) == 0;
+    limit = isFruc ? 2 : 1;
+    for (int j = 0; j < indexCount; ++j) {
+        first[j] = j == indexCount - 1 && file.lastIndexFromZero ? 0 : 1;
+        last[j] = sizes[j] >= 0 ? first[j] + sizes[j] - 1 : -1;
+    }
+    if (!sparse && valueCheck != VC_ADDITIVE) target.clear();
+
+    if (Prot::level(1)) {
+        std::string head = expandText(
+            mode == 3 ? format("@reading; %s %d @indices;", name.c_str(), indexCount)
+                      : format("@reading; %s, %d @indices;", name.c_str(), indexCount));
+        if (mode == 1 || mode == 2)
+            head += expandText(format(", @checkNumber; %d", checkNo));
+        else if (mode == 3)
+            head += expandText(format(", @section; %d", checkNo));
+        else if (mode == 0)
+            head += expandText(", @without; @checkNumber;");
+        else
+            head += expandText(", @in; @bug; fn");
+        Prot::writeln(1, "%s%s", head.c_str(), note.c_str());
+    }
+    Prot::addInputFile(name, path);
+
+    reader = new CsvReader(in, separatorText().c_str());
+    g_readingReader = reader;
+    parser = new Parser(reader);
+    char cell[kLineBuffer];
+    try {
+        readLines(cell);
+    } catch (const StopRead&) {
+        exprClearTable();
+        return result;
+    } catch (...) {
+        exprClearTable();
+        throw;
+    }
+    try {
+        finishTable();
+    } catch (...) {
+        exprClearTable();
+        throw;
+    }
+    if (sparse) target.finish();
+    return result;
+}
+
+void TableReader::readLines(char* cell)
+{
+    {
+        for (;;) {
+            int status = reader->next(cell, kLineBuffer);
+            if (status < 0) {
+                if (status < -1) {
+                    Prot::message(SEV_ERROR, "%s: %s in Zeile<br>%d: %s", cell, CsvReader::errorText(status).c_str(),
+                                  static_cast<int>(reader->lineNumber()), lineText().c_str());
+                    break;
+                }
+                if (lineActive) endLine();
+                break;
+            }
+            const int col = reader->column;
+            if (col == 0) {
+                lineActive = true;
+                lineNo = static_cast<size_t>(reader->lineNumber());
+                lineIsComment = reader->isComment != 0;
+            }
+            if (lineIsComment) {
+                // a command: a cell of a comment line with "!" as second character
+                if (cell[0] && cell[1] == '!') {
+                    skip = false;
+                    const char* p = guards(skipWhite(cell + 2));
+                    if (!skip) runStatements(*parser, p, false);
+                    skip = false;
+                }
+            } else if (!skip) {
+                const char* text = cell;
+                if (col == 0) text = guards(cell);
+                const int c = col - hasCheck;
+                if (skip) {
+                } else if (col == 0 && hasCheck) {
+                    checkCell(text);
+                } else if (c < indexCount) {
+                    indexCell(c, text);
+                } else if (c == indexCount) {
+                    valueCell(text);
+                } else {
+                    if (trailing == 0) trailingLine = lineNo;
+                    ++trailing;
+                }
+            }
+            if (status == '\n') endLine();
+        }
+    }
+}
+
+} // namespace
+
+ReadResult readTable(FileEntry& file, ReadTarget& target, int sparse, int indexCount, const long long* sizes,
+                     const char* names, int valueCheck)
+{
+    if (indexCount < 0) indexCount = 0;
+    if (indexCount > 5) indexCount = 5;
+    struct Closing {
+        ~Closing()
+        {
+            if (traceLevel > 0) Prot::raw("</pre>\n");
+            traceLevel = 0;
+        }
+    } closing;
+    TableReader r(file, target, sparse, indexCount, sizes, names, valueCheck);
+    return r.run();
+}
+
+// ---------------------------------------------------------------- targets
+
+namespace {
+
+// the row of the last index, walking the outer indices
+template <int R> double* denseRow(typename LANested<R>::type& v, const long long* i)
+{
+    if constexpr (R == 1)
+        return v.data();
+    else
+        return denseRow<R - 1>(v[static_cast<size_t>(i[0])], i + 1);
+}
+
+// every cell still undefined becomes 0 and is handed to f with its tuple
+template <int R> void walkUndef(typename LANested<R>::type& v, long long* idx, int depth,
+                                const std::function<void(const long long*)>& f)
+{
+    for (size_t k = 0; k < v.size(); ++k) {
+        idx[depth] = static_cast<long long>(k);
+        if constexpr (R == 1) {
+            if (!isUndef(v[k])) continue;
+            v[k] = 0;
+            f(idx);
+        } else {
+            walkUndef<R - 1>(v[k], idx, depth + 1, f);
+        }
+    }
+}
+
+template <int R> class DenseTarget : public ReadTarget {
+public:
+    explicit DenseTarget(LA<R>& a) : array(a) {}
+    double* row(const long long* index) override { return denseRow<R>(array, index); }
+    void clear() override { array.fill(UNDEF); }
+    void unassigned(const std::function<void(const long long*)>& f) override
+    {
+        long long idx[5] = {};
+        walkUndef<R>(array, idx, 0, f);
+    }
+    uint64_t cells() const override
+    {
+        uint64_t n = 1;
+        for (size_t e : array.extents()) n *= e;
+        return n;
+    }
+    LA<R>& array;
+};
+
+class ValueTarget : public ReadTarget {
+public:
+    explicit ValueTarget(double& v) : value(v) {}
+    double* row(const long long*) override { return &value; }
+    void clear() override { value = UNDEF; }
+    void unassigned(const std::function<void(const long long*)>& f) override
+    {
+        if (!isUndef(value)) return;
+        value = 0;
+        long long idx[1] = {0};
+        f(idx);
+    }
+    uint64_t cells() const override { return 1; }
+    double& value;
+};
+
+// the compact region table in sparse storage: a bit per cell marks what was assigned
+class CompactTarget : public ReadTarget {
+public:
+    explicit CompactTarget(GemTable& t) : table(t)
+    {
+        ext = t.extents();
+        uint64_t n = 1;
+        for (size_t e : ext) n *= e;
+        assigned.assign(n, false);
+    }
+    uint64_t flat(const long long* i) const
+    {
+        return ((static_cast<uint64_t>(i[0]) * ext[1] + static_cast<uint64_t>(i[1])) * ext[2] +
+                static_cast<uint64_t>(i[2])) * ext[3] + static_cast<uint64_t>(i[3]);
+    }
+    double get(const long long* i) override
+    {
+        if (!assigned[flat(i)]) return UNDEF;
+        return table.get(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]), static_cast<size_t>(i[2]),
+                         static_cast<size_t>(i[3]));
+    }
+    void put(const long long* i, double v) override
+    {
+        assigned[flat(i)] = true;
+        table.set(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]), static_cast<size_t>(i[2]),
+                  static_cast<size_t>(i[3]), v);
+    }
+    void clear() override
+    {
+        table.cells.clear();
+        std::fill(assigned.begin(), assigned.end(), false);
+    }
+    void unassigned(const std::function<void(const long long*)>& f) override
+    {
+        long long idx[4];
+        uint64_t k = 0;
+        for (size_t a = 0; a < ext[0]; ++a)
+            for (size_t b = 0; b < ext[1]; ++b)
+                for (size_t c = 0; c < ext[2]; ++c)
+                    for (size_t d = 0; d < ext[3]; ++d, ++k) {
+                        if (assigned[k]) continue;
+                        idx[0] = static_cast<long long>(a);
+                        idx[1] = static_cast<long long>(b);
+                        idx[2] = static_cast<long long>(c);
+                        idx[3] = static_cast<long long>(d);
+                        f(idx);
+                    }
+    }
+    uint64_t cells() const override { return assigned.size(); }
+    GemTable& table;
+    std::array<size_t, 4> ext;
+    std::vector<bool> assigned;
+};
+
+class ListTarget : public ReadTarget {
+public:
+    explicit ListTarget(std::vector<GemCell>& c) : list(c) {}
+    void put(const long long* i, double v) override
+    {
+        list.push_back(GemCell{GemKey::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
+                                            static_cast<size_t>(i[2]), static_cast<size_t>(i[3])),
+                               v});
+    }
+    std::vector<GemCell>& list;
+};
+
+class GemAddTarget : public ReadTarget {
+public:
+    explicit GemAddTarget(GemTable& t) : table(t) {}
+    void put(const long long* i, double v) override
+    {
+        cells.push_back(GemCell{GemKey::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
+                                             static_cast<size_t>(i[2]), static_cast<size_t>(i[3])),
+                                v});
+    }
+    void finish() override
+    {
+        for (const GemCell& c : cells)
+            table.add(GemKey::gz(c.key), GemKey::bg(c.key), GemKey::gg(c.key), GemKey::ag(c.key), c.value);
+        std::vector<GemCell>().swap(cells);
+    }
+    GemTable& table;
+    std::vector<GemCell> cells;
+};
+
+class FBAddTarget : public ReadTarget {
+public:
+    explicit FBAddTarget(FBList& l) : list(l) {}
+    void put(const long long* i, double v) override
+    {
+        list.elems.push_back(FBElem::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
+                                          static_cast<size_t>(i[2]), static_cast<size_t>(i[3]),
+                                          static_cast<size_t>(i[4]), v));
+    }
+    void finish() override
+    {
+        list.sort();
+        std::vector<FBElem> merged;
+        merged.reserve(list.elems.size());
+        for (const FBElem& e : list.elems) {
+            if (!merged.empty() && merged.back().order() == e.order())
+                merged.back().value += e.value;
+            else
+                merged.push_back(e);
+        }
+        merged.erase(std::remove_if(merged.begin(), merged.end(), [](const FBElem& e) { return e.value == 0; }),
+                     merged.end());
+        list.elems.swap(merged);
+    }
+    FBList& list;
+};
+
+struct UndefCheckReset {
+    UndefCheckReset() { checkUndef = 1; }
+    ~UndefCheckReset() { checkUndef = 1; }
+};
+
+int kindOf(int valueCheck) { return valueCheck == VC_RATE ? LA_RATE : LA_NUMBER; }
+double shownTotal(const ReadResult& r, int valueCheck) { return valueCheck == VC_ADDITIVE ? LA_AUTO : r.sum; }
+
+template <int R>
+ReadResult readDense(FileEntry& file, LA<R>& target, const char* names, int valueCheck)
+{
+    UndefCheckReset reset;
+    auto ext = target.extents();
+    long long sizes[5] = {};
+    for (int j = 0; j < R; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
+    DenseTarget<R> t(target);
+    ReadResult r = readTable(file, t, 0, R, sizes, names, valueCheck);
+    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE)
+        laPrint(1, target, names, nullptr, kindOf(valueCheck), shownTotal(r, valueCheck));
+    return r;
+}
+
+} // namespace
+
+ReadResult readTable(FileEntry& file, LA1& target, const char* names, int valueCheck)
+{
+    return readDense(file, target, names, valueCheck);
+}
+ReadResult readTable(FileEntry& file, LA2& target, const char* names, int valueCheck)
+{
+    return readDense(file, target, names, valueCheck);
+}
+ReadResult readTable(FileEntry& file, LA3& target, const char* names, int valueCheck)
+{
+    return readDense(file, target, names, valueCheck);
+}
+ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueCheck)
+{
+    return readDense(file, target, names, valueCheck);
+}
+ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck)
+{
+    return readDense(file, target, names, valueCheck);
+}
+
+ReadResult readTable(FileEntry& file, double& target, const char* name, int valueCheck)
+{
+    UndefCheckReset reset;
+    ValueTarget t(target);
+    ReadResult r = readTable(file, t, 0, 0, nullptr, name, valueCheck);
+    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) Prot::writeln(1, "%s = %.15g", name ? name : "", target);
+    return r;
+}
+
+namespace {
+// reads into a region table through the target form given, sparse or not, and shows it
+template <class Target> ReadResult readGemTable(FileEntry& file, GemTable& table, int sparse, const char* names,
+                                                int valueCheck)
+{
+    UndefCheckReset reset;
+    const auto& ext = table.extents();
+    long long sizes[4];
+    for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
+    Target t(table);
+    ReadResult r = readTable(file, t, sparse, 4, sizes, names, valueCheck);
+    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) table.print(1, nullptr, kindOf(valueCheck));
+    return r;
+}
+} // namespace
+
+ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck)
+{
+    if (!target.sparse) return readTable(file, target.dense, names, valueCheck);
+    return readGemTable<CompactTarget>(file, target, 0, names, valueCheck);
+}
+
+ReadResult readTableAdd(FileEntry& file, GemTable& target, const char* names, int valueCheck)
+{
+    return readGemTable<GemAddTarget>(file, target, 1, names, valueCheck);
+}
+
+ReadResult readTableAdd(FileEntry& file, FBList& target, const long long sizes[5], const char* names, int valueCheck)
+{
+    UndefCheckReset reset;
+    FBAddTarget t(target);
+    ReadResult r = readTable(file, t, 1, 5, sizes, names, valueCheck);
+    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) target.print(1, nullptr, kindOf(valueCheck));
+    return r;
+}
+
+ReadResult readTableList(FileEntry& file, std::vector<GemCell>& cells, const long long sizes[4], const char* names,
+                         int valueCheck)
+{
+    UndefCheckReset reset;
+    ListTarget t(cells);
+    return readTable(file, t, 1, 4, sizes, names, valueCheck);
+}
