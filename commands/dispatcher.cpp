@@ -4,14 +4,6 @@
 
 #include "commands/forecast_command.h"
 
-int exitStatus = 0;
-
-void notBuilt(const char* tool)
-{
-    fprintf(stderr, "%s: this tool is not part of this build yet\n", tool);
-    exitStatus = 1;
-}
-
 void hhprog(int, char**) { notBuilt("hhprog"); }
 void dstmak(int, char**) { notBuilt("dstmak"); }
 void adeton(int, char**) { notBuilt("adeton"); }

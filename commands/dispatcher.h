@@ -1,8 +1,7 @@
 // The tools of the executable and the process exit status they leave.
 #pragma once
 
-// the process exit status: tools write it, main returns it
-extern int exitStatus;
+#include "platform/exit_status.h"
 
 // the forecast command: the result becomes the exit status
 int orvane(int argc, char** argv);
@@ -12,6 +11,3 @@ void dstmak(int argc, char** argv);
 int zrgemTool(int argc, char** argv);
 void adeton(int argc, char** argv);
 int shp2plt(int argc, char** argv);
-
-// for tools that are not part of this build yet: says so and leaves status 1
-void notBuilt(const char* tool);

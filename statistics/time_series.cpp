@@ -1,7 +1,7 @@
 #include "statistics/time_series.h"
 
 #include "platform/protocol.h"
-#include "commands/dispatcher.h"
+#include "platform/exit_status.h"
 
 // The aggregation itself comes with the statistics tools; until then a run that asks for
 // it is told so on the console, and the forecast's result is untouched.
