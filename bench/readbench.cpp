@@ -8,13 +8,13 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "kernel/sparse_tables.h"
-#include "tables/input_reader.h"
+#include "kernel/region_table_reading.h"
 
 namespace fs = std::filesystem;
 

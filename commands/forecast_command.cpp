@@ -7,7 +7,7 @@
 
 #include "platform/dictionary.h"
 #include "platform/option_scanner.h"
-#include "platform/variant_file.h"
+#include "kernel/variant_file.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
@@ -236,6 +236,8 @@ int orvane(int argc, char** argv)
             // the run object takes the dimensions and modules of the repaired variant file
             run.loadSettings();
             status = RK::PRO(&run);
+            // the front end's closing step, after the protocol is closed
+            if (callbackFlag && ini::RUNFORECAST == 1) runCallback("CALLBACK2");
         }
         if (ini::RUNZR != 0) {
             std::vector<std::string> columns = {"$i", ini::GKZ, ini::BG, ini::GG, ini::AG};

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/file_table.h"

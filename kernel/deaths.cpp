@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
@@ -29,6 +29,7 @@
 #include "kernel/kernel_helpers.h"
 #include "tables/gnuplot_bridge.h"
 #include "tables/input_reader.h"
+#include "tables/constants_table.h"
 
 // The life table of one cohort: from the death rates q(x) of the age groups the rows p, l, d,
 // L, T and e, with a radix of 100000 and the last age group open.

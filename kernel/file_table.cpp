@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "tables/labelled_array.h"
-#include "tables/input_reader.h"
+#include "kernel/region_table_reading.h"
 
 // the entries by number; inputs 0 to 37, outputs 38 to 54
 enum FileNumber {

@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
-#include "commands/forecast_command.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
@@ -169,7 +168,6 @@ int RK::PRO(Orvane* orvane)
         Prot::writeln(0, "@rk0pro_end;", Prot::count(SEV_HINT), Prot::count(SEV_WARNING), Prot::count(SEV_ERROR),
                       seconds, "");
         Prot::close();
-        if (callbackFlag) runCallback("CALLBACK2");
     }
     return result;
 }

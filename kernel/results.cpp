@@ -10,7 +10,7 @@
 #include <tbb/parallel_for.h>
 #include <tbb/parallel_invoke.h>
 
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 #include "kernel/file_table.h"

@@ -5,15 +5,17 @@
 #include <cstring>
 #include <unordered_map>
 
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/stages.h"
+#include "tables/constants_table.h"
 
 Orvane* Orvane::current = nullptr;
 
 Orvane::Orvane() {
     current = this;
+    setReadingRun(this);
     loadSettings();
     laRegionKey = [this](size_t gz, long long& key) {
         if (gz >= regions.size() && (keyScale == 1 || gz >= indexKeys.size())) return false;
@@ -22,10 +24,13 @@ Orvane::Orvane() {
     };
 }
 
+int Orvane::forecastYear() const { return JAHR; }
+
 Orvane::~Orvane() {
     if (current == this) {
         current = nullptr;
         laRegionKey = nullptr;
+        setReadingRun(nullptr);
     }
 }
 

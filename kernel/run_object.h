@@ -11,9 +11,10 @@
 #include "kernel/region_row.h"
 #include "kernel/sparse_tables.h"
 #include "kernel/kernel_helpers.h"
+#include "tables/input_reader.h"
 #include "tables/labelled_array.h"
 
-class Orvane {
+class Orvane : public ReadingRun {
 public:
     Orvane();
     ~Orvane();
@@ -148,4 +149,12 @@ public:
     void releaseYear();
     // the memory of all arrays
     void releaseAll();
+
+    // what the input reader asks of the run
+    size_t regionCount() const override { return regions.size(); }
+    long long regionKey(size_t position) const override { return regions[position].key; }
+    std::vector<int64_t>& keysUnderCut() override { return indexKeys; }
+    void setRegionKeyScale(int64_t scale) override { keyScale = scale; }
+    bool runVariable(const std::string& name, double& value) const override { return variable(name, value); }
+    int forecastYear() const override;
 };

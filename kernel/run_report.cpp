@@ -2,7 +2,7 @@
 #include <string>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/run_object.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
@@ -20,6 +20,7 @@
 #include "kernel/kernel_helpers.h"
 #include "tables/table_text.h"
 #include "tables/functions.h"
+#include "tables/constants_table.h"
 
 int MONTE_CARLO = 0;
 int RANDOMLIMIT = 0;

@@ -7,7 +7,7 @@
 #include "kernel/stages.h"
 #include "kernel/sparse_tables.h"
 #include "tables/labelled_array.h"
-#include "tables/input_reader.h"
+#include "kernel/region_table_reading.h"
 
 class MonteCarlo;
 class Orvane;

@@ -19,6 +19,7 @@
 #include "platform/settings.h"
 #include "tables/table_text.h"
 #include "tables/expression.h"
+#include "tables/constants_table.h"
 
 int traceLevel = 0;
 int checkUndef = 1;

@@ -17,13 +17,10 @@
 #include <sys/stat.h>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
-#include "kernel/run_object.h"
-#include "kernel/stages.h"
-#include "kernel/sparse_tables.h"
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
@@ -173,7 +170,18 @@ void putNote(std::string* note, const std::string& text)
 
 // ---------------------------------------------------------------- years and names
 
-int readYear() { return JAHR != 0 ? JAHR : ini::STARTJAHR; }
+namespace {
+ReadingRun* g_run = nullptr;
+}
+
+void setReadingRun(ReadingRun* run) { g_run = run; }
+ReadingRun* readingRun() { return g_run; }
+
+int readYear()
+{
+    int year = g_run ? g_run->forecastYear() : 0;
+    return year != 0 ? year : ini::STARTJAHR;
+}
 
 int checkNumber(const FileEntry& file) { return readYear() - file.yearOffset; }
 
@@ -366,7 +374,7 @@ bool variableValue(const char* name, double& value)
             }
         }
     }
-    if (Orvane::current && name[0] == '$') return Orvane::current->variable(name, value);
+    if (g_run && name[0] == '$') return g_run->runVariable(name, value);
     return false;
 }
 
@@ -716,24 +724,27 @@ void TableReader::checkCell(const char* text)
 // the key column: keys become positions in the reference table, or in the list of keys under cut
 bool TableReader::regionInterval(IndexInterval& v)
 {
-    Orvane* run = Orvane::current;
-    static const std::vector<RegionRow> none;
-    const std::vector<RegionRow>& regions = run ? run->regions : none;
-    if (usePos.size() != regions.size()) usePos.assign(regions.size(), 0);
+    ReadingRun* run = g_run;
+    const size_t regionCount = run ? run->regionCount() : 0;
+    if (usePos.size() != regionCount) usePos.assign(regionCount, 0);
     auto lookup = [&](long long key) -> long long {
-        if (lastPos < regions.size() && regions[lastPos].key == key) return static_cast<long long>(lastPos);
-        if (lastPos + 1 < regions.size() && regions[lastPos + 1].key == key) return static_cast<long long>(++lastPos);
-        auto it = std::lower_bound(regions.begin(), regions.end(), key,
-                                   [](const RegionRow& r, long long k) { return r.key < k; });
-        if (it == regions.end() || it->key != key) return -1;
-        lastPos = static_cast<size_t>(it - regions.begin());
+        if (lastPos < regionCount && run->regionKey(lastPos) == key) return static_cast<long long>(lastPos);
+        if (lastPos + 1 < regionCount && run->regionKey(lastPos + 1) == key) return static_cast<long long>(++lastPos);
+        size_t lo = 0, hi = regionCount;
+        while (lo < hi) {
+            size_t mid = lo + (hi - lo) / 2;
+            if (run->regionKey(mid) < key) lo = mid + 1;
+            else hi = mid;
+        }
+        if (lo == regionCount || run->regionKey(lo) != key) return -1;
+        lastPos = lo;
         return static_cast<long long>(lastPos);
     };
     if (v.isRandom()) return true;     // positions drawn as written
     if (keyScale < 2) {
         if (v.star) {
             v.lo = 1;
-            v.hi = static_cast<long long>(regions.size());
+            v.hi = static_cast<long long>(regionCount);
             for (auto& u : usePos) ++u;
             return true;
         }
@@ -767,8 +778,8 @@ bool TableReader::regionInterval(IndexInterval& v)
     }
     // key groups: key / keyScale must be a region of the reference table
     static std::vector<int64_t> ownKeys;
-    std::vector<int64_t>& keys = run ? run->indexKeys : ownKeys;
-    if (run) run->keyScale = keyScale;
+    std::vector<int64_t>& keys = run ? run->keysUnderCut() : ownKeys;
+    if (run) run->setRegionKeyScale(keyScale);
     if (v.star) {
         v.lo = 1;
         v.hi = static_cast<long long>(keys.size());
@@ -895,13 +906,12 @@ void TableReader::writeCopy(const long long* written, double v)
     if (hasCheck) add(checkNo);
     for (int j = 0; j < indexCount; ++j) {
         long long x = written[j];
-        if (j == regionIndex && Orvane::current) {
+        if (j == regionIndex && g_run) {
             size_t p = static_cast<size_t>(x - 1);
-            const Orvane& run = *Orvane::current;
-            if (keyScale >= 2 && p < run.indexKeys.size())
-                x = run.indexKeys[p];
-            else if (p < run.regions.size())
-                x = run.regions[p].key;
+            if (keyScale >= 2 && p < g_run->keysUnderCut().size())
+                x = g_run->keysUnderCut()[p];
+            else if (p < g_run->regionCount())
+                x = g_run->regionKey(p);
         }
         add(x);
     }
@@ -1132,11 +1142,10 @@ void TableReader::finishTable()
         if (doubles > static_cast<uint64_t>(kListed)) Prot::writeln(1, "...");
         Prot::message(SEV_WARNING, "%s: %d @fn_doubleValue;", name.c_str(), static_cast<int>(doubles));
     }
-    if (Orvane::current) {
-        const auto& regions = Orvane::current->regions;
+    if (g_run) {
         auto& use = regionKeyUse();
-        for (size_t p = 0; p < usePos.size() && p < regions.size(); ++p)
-            if (usePos[p]) use[regions[p].key] += usePos[p];
+        for (size_t p = 0; p < usePos.size() && p < g_run->regionCount(); ++p)
+            if (usePos[p]) use[g_run->regionKey(p)] += usePos[p];
     }
     usePos.clear();
     if (!missingKeys.empty()) {
@@ -1334,137 +1343,28 @@ public:
     double& value;
 };
 
-// the compact region table in sparse storage: a bit per cell marks what was assigned
-class CompactTarget : public ReadTarget {
-public:
-    explicit CompactTarget(GemTable& t) : table(t)
-    {
-        ext = t.extents();
-        uint64_t n = 1;
-        for (size_t e : ext) n *= e;
-        assigned.assign(n, false);
-    }
-    uint64_t flat(const long long* i) const
-    {
-        return ((static_cast<uint64_t>(i[0]) * ext[1] + static_cast<uint64_t>(i[1])) * ext[2] +
-                static_cast<uint64_t>(i[2])) * ext[3] + static_cast<uint64_t>(i[3]);
-    }
-    double get(const long long* i) override
-    {
-        if (!assigned[flat(i)]) return UNDEF;
-        return table.get(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]), static_cast<size_t>(i[2]),
-                         static_cast<size_t>(i[3]));
-    }
-    void put(const long long* i, double v) override
-    {
-        assigned[flat(i)] = true;
-        table.set(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]), static_cast<size_t>(i[2]),
-                  static_cast<size_t>(i[3]), v);
-    }
-    void clear() override
-    {
-        table.cells.clear();
-        std::fill(assigned.begin(), assigned.end(), false);
-    }
-    void unassigned(const std::function<void(const long long*)>& f) override
-    {
-        long long idx[4];
-        uint64_t k = 0;
-        for (size_t a = 0; a < ext[0]; ++a)
-            for (size_t b = 0; b < ext[1]; ++b)
-                for (size_t c = 0; c < ext[2]; ++c)
-                    for (size_t d = 0; d < ext[3]; ++d, ++k) {
-                        if (assigned[k]) continue;
-                        idx[0] = static_cast<long long>(a);
-                        idx[1] = static_cast<long long>(b);
-                        idx[2] = static_cast<long long>(c);
-                        idx[3] = static_cast<long long>(d);
-                        f(idx);
-                    }
-    }
-    uint64_t cells() const override { return assigned.size(); }
-    GemTable& table;
-    std::array<size_t, 4> ext;
-    std::vector<bool> assigned;
-};
 
-class ListTarget : public ReadTarget {
-public:
-    explicit ListTarget(std::vector<GemCell>& c) : list(c) {}
-    void put(const long long* i, double v) override
-    {
-        list.push_back(GemCell{GemKey::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
-                                            static_cast<size_t>(i[2]), static_cast<size_t>(i[3])),
-                               v});
-    }
-    std::vector<GemCell>& list;
-};
+} // namespace
 
-class GemAddTarget : public ReadTarget {
-public:
-    explicit GemAddTarget(GemTable& t) : table(t) {}
-    void put(const long long* i, double v) override
-    {
-        cells.push_back(GemCell{GemKey::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
-                                             static_cast<size_t>(i[2]), static_cast<size_t>(i[3])),
-                                v});
-    }
-    void finish() override
-    {
-        for (const GemCell& c : cells)
-            table.add(GemKey::gz(c.key), GemKey::bg(c.key), GemKey::gg(c.key), GemKey::ag(c.key), c.value);
-        std::vector<GemCell>().swap(cells);
-    }
-    GemTable& table;
-    std::vector<GemCell> cells;
-};
+CheckUndefGuard::CheckUndefGuard() { checkUndef = 1; }
+CheckUndefGuard::~CheckUndefGuard() { checkUndef = 1; }
 
-class FBAddTarget : public ReadTarget {
-public:
-    explicit FBAddTarget(FBList& l) : list(l) {}
-    void put(const long long* i, double v) override
-    {
-        list.elems.push_back(FBElem::make(static_cast<size_t>(i[0]), static_cast<size_t>(i[1]),
-                                          static_cast<size_t>(i[2]), static_cast<size_t>(i[3]),
-                                          static_cast<size_t>(i[4]), v));
-    }
-    void finish() override
-    {
-        list.sort();
-        std::vector<FBElem> merged;
-        merged.reserve(list.elems.size());
-        for (const FBElem& e : list.elems) {
-            if (!merged.empty() && merged.back().order() == e.order())
-                merged.back().value += e.value;
-            else
-                merged.push_back(e);
-        }
-        merged.erase(std::remove_if(merged.begin(), merged.end(), [](const FBElem& e) { return e.value == 0; }),
-                     merged.end());
-        list.elems.swap(merged);
-    }
-    FBList& list;
-};
+int readKind(int valueCheck) { return valueCheck == VC_RATE ? LA_RATE : LA_NUMBER; }
+double readTotalShown(const ReadResult& r, int valueCheck) { return valueCheck == VC_ADDITIVE ? LA_AUTO : r.sum; }
 
-struct UndefCheckReset {
-    UndefCheckReset() { checkUndef = 1; }
-    ~UndefCheckReset() { checkUndef = 1; }
-};
-
-int kindOf(int valueCheck) { return valueCheck == VC_RATE ? LA_RATE : LA_NUMBER; }
-double shownTotal(const ReadResult& r, int valueCheck) { return valueCheck == VC_ADDITIVE ? LA_AUTO : r.sum; }
+namespace {
 
 template <int R>
 ReadResult readDense(FileEntry& file, LA<R>& target, const char* names, int valueCheck)
 {
-    UndefCheckReset reset;
+    CheckUndefGuard reset;
     auto ext = target.extents();
     long long sizes[5] = {};
     for (int j = 0; j < R; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
     DenseTarget<R> t(target);
     ReadResult r = readTable(file, t, 0, R, sizes, names, valueCheck);
     if (r.nonZero != 0 || valueCheck == VC_ADDITIVE)
-        laPrint(1, target, names, nullptr, kindOf(valueCheck), shownTotal(r, valueCheck));
+        laPrint(1, target, names, nullptr, readKind(valueCheck), readTotalShown(r, valueCheck));
     return r;
 }
 
@@ -1493,53 +1393,9 @@ ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueC
 
 ReadResult readTable(FileEntry& file, double& target, const char* name, int valueCheck)
 {
-    UndefCheckReset reset;
+    CheckUndefGuard reset;
     ValueTarget t(target);
     ReadResult r = readTable(file, t, 0, 0, nullptr, name, valueCheck);
     if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) Prot::writeln(1, "%s = %.15g", name ? name : "", target);
     return r;
-}
-
-namespace {
-// reads into a region table through the target form given, sparse or not, and shows it
-template <class Target> ReadResult readGemTable(FileEntry& file, GemTable& table, int sparse, const char* names,
-                                                int valueCheck)
-{
-    UndefCheckReset reset;
-    const auto& ext = table.extents();
-    long long sizes[4];
-    for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
-    Target t(table);
-    ReadResult r = readTable(file, t, sparse, 4, sizes, names, valueCheck);
-    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) table.print(1, nullptr, kindOf(valueCheck));
-    return r;
-}
-} // namespace
-
-ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck)
-{
-    if (!target.sparse) return readTable(file, target.dense, names, valueCheck);
-    return readGemTable<CompactTarget>(file, target, 0, names, valueCheck);
-}
-
-ReadResult readTableAdd(FileEntry& file, GemTable& target, const char* names, int valueCheck)
-{
-    return readGemTable<GemAddTarget>(file, target, 1, names, valueCheck);
-}
-
-ReadResult readTableAdd(FileEntry& file, FBList& target, const long long sizes[5], const char* names, int valueCheck)
-{
-    UndefCheckReset reset;
-    FBAddTarget t(target);
-    ReadResult r = readTable(file, t, 1, 5, sizes, names, valueCheck);
-    if (r.nonZero != 0 || valueCheck == VC_ADDITIVE) target.print(1, nullptr, kindOf(valueCheck));
-    return r;
-}
-
-ReadResult readTableList(FileEntry& file, std::vector<GemCell>& cells, const long long sizes[4], const char* names,
-                         int valueCheck)
-{
-    UndefCheckReset reset;
-    ListTarget t(cells);
-    return readTable(file, t, 1, 4, sizes, names, valueCheck);
 }

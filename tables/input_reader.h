@@ -12,8 +12,6 @@
 #include "tables/labelled_array.h"
 
 class CsvReader;
-class GemTable;
-class FBList;
 
 // One row of the table of files: a table for reading or writing.
 struct FileEntry {
@@ -136,24 +134,35 @@ ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueC
 ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck = 0);
 // one value: no index column, the value cell is the first cell after the check
 ReadResult readTable(FileEntry& file, double& target, const char* name, int valueCheck = 0);
-// the compact 4-level form of the kernel (region, BG, GG, AG, dense or sparse storage): read
-// cell by cell like a dense array, doubles and unassigned cells reported, unassigned cells 0
-ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck = 0);
-// sparse 4-level: every value is collected and added to the target after the read
-ReadResult readTableAdd(FileEntry& file, GemTable& target, const char* names, int valueCheck = 0);
-// sparse 5-level: the values are added into the list (sorted, equal tuples summed)
-ReadResult readTableAdd(FileEntry& file, FBList& target, const long long sizes[5], const char* names,
-                        int valueCheck = 0);
 
-// A cell of a sparse 4-level read: key as GemKey (region position, BG, GG, AG; 0-based), value.
-struct GemCell {
-    uint64_t key;
-    double value;
+// around a typed read: the doubles check of the arrays is on before and after
+struct CheckUndefGuard {
+    CheckUndefGuard();
+    ~CheckUndefGuard();
 };
-// sparse 4-level into a list, for a caller that chooses the storage afterwards (the start
-// population under cut); sizes as for readTable, -1 for a column not checked
-ReadResult readTableList(FileEntry& file, std::vector<GemCell>& cells, const long long sizes[4], const char* names,
-                         int valueCheck = 0);
+// the cell kind a read table is printed with, and the total its print shows
+int readKind(int valueCheck);
+double readTotalShown(const ReadResult& r, int valueCheck);
+
+// ---- the run that reads ----
+
+// What the reader asks of the forecast it reads for: the regions of the reference table
+// (ascending by key), the key list and divisor of a table read with key groups (cut), the
+// run's $ variables and the forecast year. Without a run, no key is known and the year is
+// STARTJAHR.
+class ReadingRun {
+public:
+    virtual ~ReadingRun() = default;
+    virtual size_t regionCount() const = 0;
+    virtual long long regionKey(size_t position) const = 0;
+    virtual std::vector<int64_t>& keysUnderCut() = 0;
+    virtual void setRegionKeyScale(int64_t scale) = 0;
+    virtual bool runVariable(const std::string& name, double& value) const = 0;
+    // the forecast period being computed, 0 before the first year
+    virtual int forecastYear() const = 0;
+};
+void setReadingRun(ReadingRun* run);
+ReadingRun* readingRun();
 
 // ---- region keys ----
 

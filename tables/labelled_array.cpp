@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "tables/table_text.h"

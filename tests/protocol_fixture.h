@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/stages.h"

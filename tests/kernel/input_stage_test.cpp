@@ -13,7 +13,7 @@
 #include <string>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "kernel/file_table.h"
@@ -22,7 +22,7 @@
 #include "kernel/run_values.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
-#include "tables/input_reader.h"
+#include "kernel/region_table_reading.h"
 #include "tests/sandbox.h"
 
 namespace fs = std::filesystem;

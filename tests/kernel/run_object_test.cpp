@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/protocol.h"
 
 namespace fs = std::filesystem;

@@ -19,6 +19,7 @@
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
+#include "tables/constants_table.h"
 
 namespace fs = std::filesystem;
 

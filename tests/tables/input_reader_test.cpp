@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
-#include "platform/variant_file.h"
+#include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
@@ -23,7 +23,7 @@
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
-#include "tables/input_reader.h"
+#include "kernel/region_table_reading.h"
 
 namespace fs = std::filesystem;
 

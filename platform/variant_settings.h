@@ -1,5 +1,5 @@
-// Variant file maintenance: reads every key of <Directory><Version>.ini into the
-// process-wide settings and repairs the file on the way.
+// The settings of a variant as the variant file gives them: years, output switches, formats,
+// dimensions and the module letters. The variant file's maintenance fills them; everyone reads them.
 #pragma once
 #include <string>
 
@@ -34,6 +34,3 @@ int module(char letter);
 void setModule(char letter, int variant);
 
 } // namespace ini
-
-// 0, or 1 when the variant file is missing or a value in it is invalid
-int mkvers();
