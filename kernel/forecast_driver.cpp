@@ -95,6 +95,22 @@ ForecastLink forecastLinkOf(Orvane* c)
 
 } // namespace
 
+// the module letters whose stages this build computes, each in every variant the variant file allows
+constexpr const char* BUILT_MODULES = "GRSY";
+
+void checkModulesBuilt()
+{
+    std::string missing;
+    for (const ini::Module& m : ini::modules) {
+        int variant = ini::module(m.letter);
+        if (variant == 0 || std::strchr(BUILT_MODULES, m.letter)) continue;
+        char item[64];
+        snprintf(item, sizeof item, "%s%c%d (%s)", missing.empty() ? "" : ", ", m.letter, variant, m.key);
+        missing += item;
+    }
+    if (!missing.empty()) Prot::message(SEV_ERROR, "@moduleNotBuilt; %s", missing.c_str());
+}
+
 int RK::PRO(Orvane* orvane)
 {
     std::vector<uint32_t> timers{clockMs()};
@@ -108,7 +124,7 @@ int RK::PRO(Orvane* orvane)
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
         if (double v = opt::get("$ODE", 0); v != 0) {
-            ode(v);
+            Prot::message(SEV_ERROR, "$ODE %g: @odeMissing;", v);
         } else {
             // the switch and the limit are those before the first year has read its options
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
@@ -133,11 +149,12 @@ int RK::PRO(Orvane* orvane)
                 std::string toc = std::to_string(JAHR);
                 Prot::heading(2, toc.c_str(), "@run; @rk0pro_forecast; %d", label);
                 RK::INI(orvane);
+                // after the year start's own checks of the module combinations
+                if (JAHR == ini::STARTJAHR) checkModulesBuilt();
                 RK::PAG(*mc, orvane);
                 RK::releaseYear();
                 Trace::leave();
             }
-            cleanUpPrognose(orvane);
             Trace::leave();
         }
     } catch (const std::exception& e) {

@@ -22,14 +22,6 @@ public:
     // lowest (0 or 1) and highest number used in a column of the reference table, 3 (TYG) to 13 (AGG)
     static int refLowest(int column);
     static int refHighest(int column);
-    // the stages of the year step that work on its arrays
-    static void EBB(MonteCarlo& mc, Orvane& c, YearStep& y);   // new building: first occupation per TYNEE
-    static void REA(MonteCarlo& mc, Orvane& c, YearStep& y);   // demolition: last move-out per TYREA
-    // external migration with RK::SZW and RK::ALL inside; non-zero when DG4WA has been printed
-    static int IRW(MonteCarlo& mc, Orvane& c, YearStep& y);
-    static void ABG(Orvane& c, YearStep& y);                   // balance of the types to their limits
-    // the internal migration rates become numbers, balanced under P
-    static void ASM(MonteCarlo& mc, Orvane& c, YearStep& y);
     static void releaseYear();                            // release the arrays of a year
     static void report();                                 // run report of the settings
     // dimension table of the run report; the year initialisation shows it in the start year
@@ -37,8 +29,8 @@ public:
     static void reportDimensions(const Orvane& orvane);
 };
 
-void cleanUpPrognose(Orvane* orvane);
-int ode(double value);                                    // differential equation method
+// stops the run with an error when the variant asks for a module this build cannot compute
+void checkModulesBuilt();
 
 // period label of a counter value under $MONATE
 int periodLabel(int year);

@@ -340,8 +340,6 @@ void typeLimits(MonteCarlo& mc, Orvane& c, YearStep& y)
             }
     }
 
-    // the limits need the out-migration now
-    outMigrationBase(mc, c, y);
     LA1 DR1WA("DR1WA", {Z(c.NTYB)}, 0.0), DR1ZA("DR1ZA", {Z(c.NTYB)}, 0.0);
     for (int z = 0; z < c.NGZ; ++z) DR1WA[Z(c.region(z).tyb)] += regionTotal(y.DG4WA, z);
     // each external in-migration type lies inside one internal type
@@ -426,7 +424,6 @@ void typeLimits(MonteCarlo& mc, Orvane& c, YearStep& y)
         double lo = c.BR0A[0][Z(t)], hi = c.BR0A[1][Z(t)], n = c.BR0N[Z(t)];
         c.MR0Z[Z(t)] = lo > n ? -1 : (!isUndef(hi) && n > hi ? 1 : 0);
     }
-    RK::ABG(c, y);
 }
 
 // in-migration from abroad spread over the regions of each in-migration type by their losses
@@ -484,7 +481,6 @@ void cohortEquation(Orvane& c, YearStep& y)
         });
     }
     c.BG40.name = "BG41";
-    checkStockTargets(c, y);
     if (c.BG40DSG.exists()) c.BG40.print(3, "BG41");
 }
 
@@ -586,7 +582,6 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     }
     births(mc, c, y);
     deaths(mc, c, y);
-    groupChange(mc, c, y);
 
     // 4. without movements the year ends here
     if (!_(T_0)) {
@@ -627,11 +622,6 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             loadFlowRates(c, y);
         }
 
-        // 8. new building, demolition, external migration
-        if (!_(D_0)) RK::EBB(mc, c, y);
-        if (!_(E_0)) RK::REA(mc, c, y);
-        y.irwPrinted = RK::IRW(mc, c, y);
-
         // 9. to 12. the working numbers of the types
         const bool building = !_(D_0) || !_(E_0);
         if (building) {
@@ -651,9 +641,6 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         }
 
         // 14. region level
-        if (_(P_0)) outMigrationBase(mc, c, y);
-        checkSummeRaten(c, y);
-        if (!_(I_0)) internalMigration(mc, c, y);
         if (_(I_0)) spreadInMigration(c, y);
         if (y.irwPrinted == 0 && y.DG4WA.exists()) y.DG4WA.print(2, "DG4WA");
 

@@ -77,12 +77,12 @@ struct Statistic {
 
 // ---- the stages of the year, in the order RK::PAG calls them ----
 
-// births (rkgeb): the new-born enter C.BG40 at age group 0
+// births: the new-born enter C.BG40 at age group 0
 void births(MonteCarlo& mc, Orvane& c, YearStep& y);
-// deaths (rktod): fills y.DG4S
+// deaths: fills y.DG4S
 void deaths(MonteCarlo& mc, Orvane& c, YearStep& y);
 
-// shared by births and deaths (rkgeb): the rate tables by type, with the type column counted as
+// shared by births and deaths (births): the rate tables by type, with the type column counted as
 // the reference table counts it (column 3 TYG, 4 TYS); the targets per region of modules G and S,
 // where a region the table does not name keeps +infinity; the yearly factor of a target
 // adjustment into its output table (frucfak, strbfak)
@@ -90,26 +90,8 @@ ReadResult readByType(FileEntry& file, LA3& target, const char* names, int value
 ReadResult readByType(FileEntry& file, LA4& target, const char* names, int valueCheck, int column);
 ReadResult readRegionTargets(FileEntry& file, LA1& target, const char* names);
 void writeTargetFactor(int entry, double factor);
-// change of population group (rkwbg): fills y.DG4WBGv and y.DG4WBGn under module W
-void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y);
-// new building RK::EBB (rkebb), demolition RK::REA (rkrea), external migration RK::IRW with
-// RK::SZW and RK::ALL inside (rkirw): declared with the class RK
-// the out-migration base (rkirw): fills y.DG4WA and, under module E, y.DG4OAR
-void outMigrationBase(MonteCarlo& mc, Orvane& c, YearStep& y);
-// the rate check of the input stage: the rates of each origin sum to at most 1
-void checkSummeRaten(Orvane& c, YearStep& y);
-// the balance of the types RK::ABG (rkabg) and the internal migration numbers RK::ASM (rkasm):
-// declared with the class RK
-// the fitting of the flows between the regions of one type (rkfit); gives the iterations used
-int abgleichInnenwanderung(Orvane& c, YearStep& y, int tyb, LA<4>& stayer, LA<5>& dg5fi);
-// internal migration of the region level (rkbin): the type moves apportioned to the regions
-// (DG4OB, DG4WB, DG4ZB) and the moves between the regions of each type (DG4OI, DG4II) with the
-// fitting; gstrom is written here
-void internalMigration(MonteCarlo& mc, Orvane& c, YearStep& y);
-// the check of the stock targets of module M after the cohort equation (rkziel)
-void checkStockTargets(Orvane& c, YearStep& y);
 
-// ---- the outputs of a year (rkout) ----
+// ---- the outputs of a year (results) ----
 
 // number of rows of the aggregate outputs by DIFF_G, and the row of a region
 int aggregateRows();

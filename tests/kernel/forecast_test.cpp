@@ -254,3 +254,17 @@ TEST(ForecastOutputs, FixedSeedGivesTheSameResultTwiceAndTheReportStaysDetermini
     ASSERT_EQ(run(s, {"-o", "option($MONTE_CARLO 4711) option($ZOMBIE 1)"}).status, 0);
     EXPECT_EQ(first, s.read("var/v/gem2026.csv"));
 }
+
+// a module whose stage this build cannot compute stops the run before the first year is written
+TEST(ForecastYear, ModuleNotBuiltStopsTheRunNamingIt)
+{
+    Area s;
+    threeRegions(s, 2024, "BEVGRPWECHSEL=W1\nBEVOELKERUNGSBEWEGUNGEN=T1\n");
+    RunResult r = run(s);
+    EXPECT_EQ(r.status, 1);
+    std::string prot = protocol(s);
+    EXPECT_NE(prot.find("Baustein in diesem Stand nicht verfügbar, die Prognose wird nicht gerechnet: "
+                        "T1 (BEVOELKERUNGSBEWEGUNGEN), W1 (BEVGRPWECHSEL)"),
+              std::string::npos);
+    EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
+}
