@@ -1,17 +1,20 @@
 // Benchmark of the yearly forecast: generates synthetic study areas of N regions (2 groups,
 // 2 sexes, 101 ages; rates from expressions, the start population from a formula), runs ten
-// forecast years serially and with -p under /usr/bin/time -v, and reports wall time and peak
-// memory.
+// forecast years serially and with -p under /usr/bin/time -v, and reports wall time, peak
+// memory and the bytes of results written per file. A run that fails or writes no population
+// table ends the benchmark with its log and a non-zero status: no time is shown for it.
 //
 //   forecastbench [regions ...]          default: 1000 10000
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
 #include <cstdio>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -61,7 +64,7 @@ void generate(int n, const fs::path& dir)
     writeFile(dir / ("strb" + std::to_string(START - 1) + ".csv"),
               "# death rates: Gompertz curve\n*;*;*;0..100;0.0001 * exp(0.085 * ix(4))\n");
     writeFile(dir / ("fruc" + std::to_string(START - 1) + ".csv"),
-              "# fertility rates: bell curve around age 31\n*;*;15..49;0.1 * exp(0 - pow(ix(3) - 31, 2) / 50)\n");
+              "# fertility rates: bell curve around age 31\n*;*;15..49;0.1 * exp(0 - ((ix(3) - 31) * (ix(3) - 31)) / 50)\n");
 }
 
 struct Measure {
@@ -99,12 +102,18 @@ Measure run(const fs::path& root, bool parallel)
     return m;
 }
 
-uintmax_t resultBytes(const fs::path& dir)
+// bytes of the result tables by file, the yearly population tables gem<y>.csv taken together
+std::map<std::string, uintmax_t> resultBytes(const fs::path& dir)
 {
-    uintmax_t n = 0;
-    for (const auto& e : fs::directory_iterator(dir))
-        if (e.is_regular_file() && e.path().extension() == ".csv") n += e.file_size();
-    return n;
+    std::map<std::string, uintmax_t> bytes;
+    for (const auto& e : fs::directory_iterator(dir)) {
+        if (!e.is_regular_file() || e.path().extension() != ".csv") continue;
+        std::string name = e.path().filename().string();
+        if (name.size() == 11 && name.rfind("gem", 0) == 0 && std::isdigit(static_cast<unsigned char>(name[3])))
+            name = "gem<y>.csv";
+        bytes[name] += e.file_size();
+    }
+    return bytes;
 }
 
 } // namespace
@@ -126,7 +135,7 @@ int main(int argc, char** argv)
         return 1;
     }
     fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
-    printf("%-8s %-9s %10s %12s %12s %8s\n", "regions", "mode", "wall s", "peak MB", "results MB", "status");
+    printf("%-8s %-9s %10s %12s %12s  %s\n", "regions", "mode", "wall s", "peak MB", "results MB", "by file (MB)");
     for (int n : sizes) {
         for (bool parallel : {false, true}) {
             fs::remove_all(root);
@@ -136,8 +145,21 @@ int main(int argc, char** argv)
                       "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
             generate(n, root / "var");
             Measure m = run(root, parallel);
-            printf("%-8d %-9s %10.2f %12.1f %12.1f %8d\n", n, parallel ? "-p" : "serial", m.seconds, m.peakKb / 1024.0,
-                   resultBytes(root / "var" / "v") / 1048576.0, m.status);
+            auto bytes = resultBytes(root / "var" / "v");
+            if (m.status != 0 || m.seconds < 0 || bytes.count("gem<y>.csv") == 0) {
+                std::ifstream log(root / "run.log");
+                std::cerr << "forecast of " << n << " regions" << (parallel ? " with -p" : "") << " failed (status "
+                          << m.status << ", " << bytes.size() << " result tables):\n"
+                          << log.rdbuf() << "\n";
+                fs::remove_all(root);
+                return 1;
+            }
+            uintmax_t total = 0;
+            for (const auto& [name, b] : bytes) total += b;
+            printf("%-8d %-9s %10.2f %12.1f %12.1f", n, parallel ? "-p" : "serial", m.seconds, m.peakKb / 1024.0,
+                   total / 1048576.0);
+            for (const auto& [name, b] : bytes) printf("  %s %.1f", name.c_str(), b / 1048576.0);
+            printf("\n");
             fflush(stdout);
         }
     }

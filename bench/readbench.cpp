@@ -50,7 +50,16 @@ int main(int argc, char** argv)
     run.indexRegions();
     run.NGZ = regions;
 
-    // one line per cell, as a statistics office delivers it
+    // one line per cell, as a statistics office delivers it; what a read must find
+    unsigned long long expectedValues = 0;
+    double expectedSum = 0;
+    // a read that did not find what was written ends the benchmark: its time would mean nothing
+    auto failed = [&](const char* what, const ReadResult& got) {
+        if (got.nonZero == expectedValues && got.sum == expectedSum) return false;
+        fprintf(stderr, "%s: read %llu values, sum %.0f; written %llu values, sum %.0f\n", what,
+                (unsigned long long)got.nonZero, got.sum, expectedValues, expectedSum);
+        return true;
+    };
     auto t0 = std::chrono::steady_clock::now();
     {
         FILE* f = fopen((dir + "gem2019.csv").c_str(), "w");
@@ -62,8 +71,12 @@ int main(int argc, char** argv)
         for (int z = 0; z < regions; ++z)
             for (int b = 1; b <= nbg; ++b)
                 for (int g = 1; g <= ngg; ++g)
-                    for (int a = 0; a < nag; ++a)
-                        fprintf(f, "2019;%lld;%d;%d;%d;%d\n", 1000000 + 10LL * z, b, g, a, (z + a) % 97);
+                    for (int a = 0; a < nag; ++a) {
+                        int v = (z + a) % 97;
+                        fprintf(f, "2019;%lld;%d;%d;%d;%d\n", 1000000 + 10LL * z, b, g, a, v);
+                        expectedValues += v != 0;
+                        expectedSum += v;
+                    }
         fclose(f);
     }
     double cells = double(regions) * nbg * ngg * nag;
@@ -82,18 +95,21 @@ int main(int argc, char** argv)
     dense.make("C.BGEM", regions, nbg, ngg, nag, false);
     t0 = std::chrono::steady_clock::now();
     ReadResult r = readTable(gem, dense, "NGZ\0NBG\0NGG\0NAG\0");
+    if (failed("dense read", r)) return 1;
     printf("dense read:        %.2f s, %llu values, sum %.0f\n", seconds(t0), (unsigned long long)r.nonZero, r.sum);
 
     GemTable sparse("C.BGEM");
     sparse.make("C.BGEM", regions, nbg, ngg, nag, true);
     t0 = std::chrono::steady_clock::now();
     r = readTable(gem, sparse, "NGZ\0NBG\0NGG\0NAG\0");
+    if (failed("compact read", r)) return 1;
     printf("compact read:      %.2f s, %llu values, sum %.0f\n", seconds(t0), (unsigned long long)r.nonZero, r.sum);
 
     std::vector<GemCell> list;
     long long sizes[4] = {-1, nbg, ngg, nag};
     t0 = std::chrono::steady_clock::now();
     r = readTableList(gem, list, sizes, "NGZ\0NBG\0NGG\0NAG\0");
+    if (failed("list read", r)) return 1;
     printf("list read:         %.2f s, %zu cells\n", seconds(t0), list.size());
 
     // the whole table in one line: one parse
