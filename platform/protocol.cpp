@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <vector>
@@ -310,7 +311,14 @@ void Prot::addInputFile(const std::string& name, const std::string& fullPath)
 {
     if (!g_inp) return;
     std::string shown = lastComponent(name);
-    std::string target = fullPath.empty() ? "../../" + shown : fileUrl(fullPath);
+    std::string target = "../../" + shown;
+    if (!fullPath.empty()) {
+        // relative to the pages, so that the link holds wherever the study area is copied to
+        namespace fs = std::filesystem;
+        fs::path file = fs::absolute(fullPath).lexically_normal();
+        target = file.lexically_relative(fs::absolute(filePath("")).lexically_normal()).generic_string();
+        if (target.empty()) target = fileUrl(file.string());
+    }
     fprintf(g_inp, "<a href=\"%s\" target=_top>%s</a><br>\n", target.c_str(), shown.c_str());
 }
 

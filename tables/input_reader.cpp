@@ -53,6 +53,20 @@ bool entryExists(const std::string& path)
     return lstat(path.c_str(), &st) == 0;
 }
 
+// A table the reader wrote itself as the expanded copy of an input: it stands in the variant
+// directory under the input's own name, and is a result, never an input to read back.
+bool isExpandedCopy(const std::string& path)
+{
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return false;
+    char line[512];
+    bool copy = fgets(line, sizeof line, f) != nullptr;
+    fclose(f);
+    if (!copy) return false;
+    const char* text = std::strncmp(line, "\xEF\xBB\xBF", 3) == 0 ? line + 3 : line;
+    return std::strncmp(text, "# expanded from ../", 19) == 0;
+}
+
 bool plainFile(const std::string& path)
 {
     struct stat st;
@@ -203,6 +217,30 @@ std::map<long long, long>& regionKeyUse()
 
 // ---------------------------------------------------------------- opening
 
+namespace {
+
+// The places a table is looked for, in order: the base (the variant directory), the directory
+// above it (the variant file's directory, shared by its variants), and the shared _variant
+// beside the base. A link name.lnk is followed at each place.
+std::vector<std::string> searchPlaces(const std::string& base)
+{
+    return {base, base + "../", base + "../_variant/"};
+}
+
+// the link to a table found: relative to the protocol pages, shown relative to the variant directory
+std::string tableLink(const std::string& path, std::string& shown)
+{
+    namespace fs = std::filesystem;
+    const fs::path file = fs::absolute(path).lexically_normal();
+    const fs::path variantDir = fs::absolute(withSlash(si::Directory) + si::Version + "/").lexically_normal();
+    shown = file.lexically_relative(variantDir).generic_string();
+    if (shown.empty()) shown = file.generic_string();
+    std::string href = file.lexically_relative(variantDir / "prot").generic_string();
+    return href.empty() ? file.generic_string() : href;
+}
+
+} // namespace
+
 int openFile(FILE** opened, FileEntry& file, const std::string& directory, const std::string& variant,
              const std::string& name, const char* mode, std::string* result, std::string* note)
 {
@@ -217,97 +255,87 @@ int openFile(FILE** opened, FileEntry& file, const std::string& directory, const
         if (result) *result = path;
         return 0;
     }
-    const std::string fallback = base + "../_variant/";
+    const std::vector<std::string> places = searchPlaces(base);
     bool viaLink = false;
-    std::string stem, tail;
+    std::string stem, tail, shown;
     if (splitNumbered(name, stem, tail)) {
         int high = readYear() - file.yearOffset;
         int low = ini::STARTJAHR - 20;
         if (high - low > 100000) low = high - 100000;
-        for (int place = 0; place < 2; ++place) {
-            const std::string& dir = place == 0 ? base : fallback;
-            std::vector<int> numbers;
-            for (int n = high; n >= low; --n) numbers.push_back(n);
-            if (stem == "reft" && (numbers.empty() || numbers.back() > 1)) numbers.push_back(1);
+        std::vector<int> numbers;
+        for (int n = high; n >= low; --n) numbers.push_back(n);
+        if (stem == "reft" && (numbers.empty() || numbers.back() > 1)) numbers.push_back(1);
+        auto fileName = [&](int n) {
+            std::string fname = numberedName(stem, tail, n);
+            if (tail.empty() || tail.find(".csv") == std::string::npos) fname += ".csv";
+            return fname;
+        };
+        for (const std::string& dir : places) {
             for (int n : numbers) {
-                std::string fname = numberedName(stem, tail, n);
-                if (tail.empty() || tail.find(".csv") == std::string::npos) fname += ".csv";
+                std::string fname = fileName(n);
                 std::string candidate = dir + fname;
                 if (!entryExists(candidate) && !entryExists(candidate + ".lnk")) continue;
+                if (isExpandedCopy(candidate)) continue;
                 int err = openPlace(candidate, "r", false, true, opened, path, viaLink);
                 if (err != 0) continue;     // unreadable here: an older number may do
-                std::string shown = place == 0 ? fname : "../_variant/" + fname;
                 if (file.fileNumber != n && file.fileNumber != -1)
                     putNote(note, format(" (%d &rarr; %d)", file.fileNumber, n));
                 file.fileNumber = n;
+                std::string href = tableLink(candidate, shown);
                 if (viaLink)
                     putNote(note, linkNote(path, shown));
-                else if (place == 0)
-                    putNote(note, format(", %s <a href=\"../../%s\">%s</a>", std::to_string(n).c_str(),
-                                         fname.c_str(), fname.c_str()));
                 else
-                    putNote(note, format(", %s <a href=\"../../../%s\">../%s</a>", std::to_string(n).c_str(),
-                                         ("_variant/" + fname).c_str(), ("_variant/" + fname).c_str()));
+                    putNote(note, format(", %d <a href=\"%s\">%s</a>", n, href.c_str(), shown.c_str()));
                 if (result) *result = path;
                 return 0;
             }
         }
-        Prot::message(SEV_ERROR, "%s%s: %s", base.c_str(), name.c_str(), os::errorText(ENOENT).c_str());
+        // the file the search looked for first: the reference table by its own name, else this year's table
+        std::string wanted = stem == "reft" ? fileName(1) : fileName(numbers.empty() ? high : numbers.front());
+        Prot::message(SEV_ERROR, "%s%s: %s", base.c_str(), wanted.c_str(), os::errorText(ENOENT).c_str());
         return ENOENT;
     }
-    int err = openPlace(base + name, "r", true, false, opened, path, viaLink);
-    bool inFallback = false;
-    if (!*opened) {
-        int err2 = openPlace(fallback + name, "r", true, false, opened, path, viaLink);
+    int err = ENOENT;
+    for (const std::string& dir : places) {
+        if (isExpandedCopy(dir + name)) continue;
+        int e = openPlace(dir + name, "r", true, false, opened, path, viaLink);
         if (*opened) {
-            inFallback = true;
-            err = 0;
-        } else if (err == ENOENT) {
-            err = err2;
+            std::string href = tableLink(dir + name, shown);
+            if (viaLink)
+                putNote(note, linkNote(path, shown));
+            else
+                putNote(note, format(", %s <a href=\"%s\">%s</a>", DD::lookup("fn_found").c_str(), href.c_str(),
+                                     shown.c_str()));
+            if (result) *result = path;
+            return 0;
         }
+        if (e != ENOENT) err = e;
     }
-    if (!*opened) {
-        if (!err) err = ENOENT;
-        Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (base + name).c_str(), mode,
-                      os::errorText(err).c_str());
-        return err;
-    }
-    std::string found = DD::lookup("fn_found");
-    if (viaLink)
-        putNote(note, linkNote(path, inFallback ? "../_variant/" + name : name));
-    else if (!inFallback)
-        putNote(note, format(", %s <a href=\"../../%s\">%s</a>", found.c_str(), name.c_str(), name.c_str()));
-    else
-        putNote(note, format(", %s <a href=\"../../../%s\">../%s</a>", found.c_str(), ("_variant/" + name).c_str(),
-                             ("_variant/" + name).c_str()));
-    if (result) *result = path;
-    return 0;
+    Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (base + name).c_str(), mode, os::errorText(err).c_str());
+    return err;
 }
 
 int openInput(FILE** opened, FileEntry& file, const std::vector<std::string>& searchPaths,
               const std::string& variant, const std::string& name, std::string* result, std::string* note)
 {
     *opened = nullptr;
-    std::vector<std::pair<std::string, bool>> places;    // directory, links looked for
+    // the first search path is the base; a second one given takes the place of the directory above it
     std::string first = searchPaths.empty() ? std::string() : withSlash(searchPaths[0]);
-    places.emplace_back(first, true);
-    if (searchPaths.size() > 1) places.emplace_back(withSlash(searchPaths[1]), false);
-    std::string shared = first + "../_variant/";
-    places.emplace_back(os::isDirectory(first + "../_variant") ? shared : first + "../", true);
+    std::vector<std::string> places = searchPlaces(first);
+    if (searchPaths.size() > 1) places[1] = withSlash(searchPaths[1]);
     int err = ENOENT;
-    for (const auto& [dir, links] : places) {
-        std::string path;
+    for (const std::string& dir : places) {
+        std::string path, shown;
         bool viaLink = false;
-        int e = openPlace(dir + name, "r", links, false, opened, path, viaLink);
+        if (isExpandedCopy(dir + name)) continue;
+        int e = openPlace(dir + name, "r", true, false, opened, path, viaLink);
         if (*opened) {
+            std::string href = tableLink(dir + name, shown);
             if (viaLink)
-                putNote(note, linkNote(path, dir + name));
+                putNote(note, linkNote(path, shown));
             else
-                putNote(note, format(", <a href=\"../../%s\" target=_blank>%s</a> %s",
-                                     (first.empty() ? dir + name
-                                                    : std::filesystem::path(dir + name).lexically_relative(first).string())
-                                         .c_str(),
-                                     name.c_str(), DD::lookup("fn_found").c_str()));
+                putNote(note, format(", <a href=\"%s\" target=_blank>%s</a> %s", href.c_str(), shown.c_str(),
+                                     DD::lookup("fn_found").c_str()));
             if (result) *result = path;
             (void)file;
             (void)variant;
@@ -329,16 +357,17 @@ int openReadTable(FileEntry& file, FILE** opened, std::string& path, std::string
         int number = checkNumber(file);
         file.fileNumber = number;
         std::string name = tableFileName(file, number);
-        std::vector<std::string> paths{si::Directory, si::Directory + si::Version + "/"};
+        std::vector<std::string> paths{withSlash(si::Directory) + si::Version + "/", si::Directory};
         int err = openInput(opened, file, paths, si::Version, name, &path, &note);
         if (err) {
-            Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (withSlash(si::Directory) + name).c_str(), "r",
+            Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (withSlash(si::Directory) + si::Version + "/" + name).c_str(), "r",
                           os::errorText(err).c_str());
             return err;
         }
         return 0;
     }
-    if (file.kind == 1) return openFile(opened, file, si::Directory, "", file.name + ".csv", "r", &path, &note);
+    if (file.kind == 1)
+        return openFile(opened, file, si::Directory, si::Version, file.name + ".csv", "r", &path, &note);
     Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", file.name.c_str(), "r", os::errorText(EINVAL).c_str());
     return EINVAL;
 }

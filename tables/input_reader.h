@@ -69,24 +69,25 @@ bool variableValue(const char* name, double& value);
 
 // ---- opening ----
 
-// Opens by the search of input tables. directory: the base ("" for the current directory),
-// variant: appended with "/" when not empty. A name with %d is searched from the number
-// year - yearOffset down to STARTJAHR - 20 (stem "reft": number 1 is reftyp.csv), first in the
-// base, then in the shared _variant beside it; name.csv.lnk files are followed. Sets
+// Opens by the search of input tables. directory: the variant file's directory ("" for the
+// current directory), variant: appended with "/" when not empty; that is the base. Every table
+// is looked for in the base, then the directory above it, then the shared _variant beside the
+// base, a name.csv.lnk followed at each place. A name with %d is searched at each place from the
+// number year - yearOffset down to STARTJAHR - 20 (stem "reft": number 1 is reftyp.csv). Sets
 // file.fileNumber. *result receives the path opened (the link's target for a link).
 // The protocol note ", <a ...>" goes to *note when given, else into the protocol.
 // Returns 0, or the error number after the error message (when the protocol does not throw).
 int openFile(FILE** opened, FileEntry& file, const std::string& directory, const std::string& variant,
              const std::string& name, const char* mode, std::string* result = nullptr, std::string* note = nullptr);
-// Opens name in the first search path, the second, then ../_variant under the first (or the
-// first with ../); link files at the first and third place. Returns 0 or the error number
+// Opens name in the first search path, the second (else the directory above the first), then
+// ../_variant under the first; link files at each place. Returns 0 or the error number
 // (a failure is noted with fn_notFound, no error message).
 int openInput(FILE** opened, FileEntry& file, const std::vector<std::string>& searchPaths,
               const std::string& variant, const std::string& name, std::string* result = nullptr,
               std::string* note = nullptr);
 
 // Opens the input table of an entry for reading by its kind: 0 through openInput with the
-// search paths {Directory, Directory Version/}, 1 through openFile in Directory. Sets the
+// search paths {Directory Version/, Directory}, 1 through openFile from Directory Version/. Sets the
 // entry's fileNumber; clears traceLevel and expandNeeded, sets expandRequested. path gets the
 // file opened, note the protocol text. Returns 0 or an error number.
 int openReadTable(FileEntry& file, FILE** opened, std::string& path, std::string& note);

@@ -24,19 +24,19 @@ Sandbox::Sandbox()
         else fs::copy_file(e.path(), dir + "/App/" + e.path().filename().string());
     }
     write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[TRACE]\nlogfile=1\n");
-    // the variants of the tests stand in var/; the shared variant _variant beside it holds a
+    // the variants of the tests stand in var/; the shared variant var/_variant holds a
     // reference table of one region and a start population of one person for every start
     // year from 2016 to 2035 and the next calendar year, and rates of no births and no deaths,
     // which a test's own tables take the place of
-    write("_variant/reftyp.csv", "1,Gebiet,1,1,1,1,1,1,1,1,1,1,1\n");
+    write("var/_variant/reftyp.csv", "1,Gebiet,1,1,1,1,1,1,1,1,1,1,1\n");
     time_t now = time(nullptr);
     tm local;
     localtime_r(&now, &local);
     for (int year = 2015; year <= std::max(2034, local.tm_year + 1900 + 1); ++year)
-        write("_variant/gem" + std::to_string(year) + ".csv", std::to_string(year) + ",1,1,1,0,1\n");
+        write("var/_variant/gem" + std::to_string(year) + ".csv", std::to_string(year) + ",1,1,1,0,1\n");
     // no births and no deaths
-    write("_variant/fruc2015.csv", "");
-    write("_variant/strb2015.csv", "*,*,*,*,0\n");
+    write("var/_variant/fruc2015.csv", "");
+    write("var/_variant/strb2015.csv", "*,*,*,*,0\n");
 }
 
 Sandbox::~Sandbox()

@@ -546,13 +546,20 @@ TEST_F(ReadTab, NumberedSearchFallbackAndLinks)
     EXPECT_EQ(a[0], 1);
     EXPECT_TRUE(has(newText(), "[reading] strb2015.csv, 1 [indices]"));
 
-    // the shared variant beside the directory
-    fs::create_directories(root + "/_variant");
-    std::ofstream(root + "/_variant/wegz2019.csv") << "1;4\n";
+    // the variant directory comes before the directory of the variant file, whatever the number
+    write("v/strb2011.csv", "1;7\n");
+    readTable(f, a, "A\0");
+    EXPECT_EQ(f.fileNumber, 2011);
+    EXPECT_EQ(a[0], 7);
+    EXPECT_TRUE(has(newText(), "2011 <a href=\"../strb2011.csv\">strb2011.csv</a>"));
+
+    // the shared variant beside the variant directory, linked from the protocol where it stands
+    fs::create_directories(dir + "_variant");
+    std::ofstream(dir + "_variant/wegz2019.csv") << "1;4\n";
     FileEntry w = entry("wegz%d");
     readTable(w, a, "A\0");
     EXPECT_EQ(a[0], 4);
-    EXPECT_TRUE(has(newText(), "<a href=\"../../../_variant/wegz2019.csv\">../_variant/wegz2019.csv</a>"));
+    EXPECT_TRUE(has(newText(), "<a href=\"../../_variant/wegz2019.csv\">../_variant/wegz2019.csv</a>"));
 
     // reference table number 1
     write("reftyp.csv", "1;3\n");
@@ -572,10 +579,10 @@ TEST_F(ReadTab, NumberedSearchFallbackAndLinks)
     // nothing found
     FileEntry n = entry("zuaq%d");
     std::string p = failing([&] { readTable(n, a, "A\0"); });
-    EXPECT_TRUE(has(p, dir + "zuaq%d.csv: " + os::errorText(ENOENT)));
+    EXPECT_TRUE(has(p, dir + "v/zuaq2020.csv: " + os::errorText(ENOENT))) << p;
     FileEntry m = entry("nebb");
     p = failing([&] { readTable(m, a, "A\0"); });
-    EXPECT_TRUE(has(p, "[fn_open] " + dir + "nebb.csv (mode r): " + os::errorText(ENOENT)));
+    EXPECT_TRUE(has(p, "[fn_open] " + dir + "v/nebb.csv (mode r): " + os::errorText(ENOENT))) << p;
 }
 
 TEST_F(ReadTab, BrokenTablesNeverCrash)
