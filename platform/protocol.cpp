@@ -1,5 +1,6 @@
 #include "platform/protocol.h"
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -238,6 +239,44 @@ void Prot::message(int severity, const char* format, ...)
     if (g_throw) throw std::runtime_error("");
 }
 
+// the text of a protocol message for the terminal: a line break for <br>, no other tag, the
+// common entities as characters
+std::string terminalText(const std::string& html)
+{
+    std::string out;
+    out.reserve(html.size());
+    for (size_t i = 0; i < html.size(); ++i) {
+        char c = html[i];
+        if (c == '<' && i + 1 < html.size() && (std::isalpha(static_cast<unsigned char>(html[i + 1])) || html[i + 1] == '/')) {
+            size_t end = html.find('>', i);
+            if (end == std::string::npos) {
+                out += html.substr(i);
+                break;
+            }
+            std::string tag = html.substr(i + 1, end - i - 1);
+            for (char& t : tag) t = static_cast<char>(std::tolower(static_cast<unsigned char>(t)));
+            if (tag == "br" || tag == "br/" || tag == "br /") out += '\n';
+            i = end;
+            continue;
+        }
+        if (c == '&') {
+            static const std::pair<const char*, const char*> entities[] = {
+                {"&lt;", "<"}, {"&gt;", ">"}, {"&amp;", "&"}, {"&quot;", "\""}, {"&nbsp;", " "}, {"&rarr;", "->"}};
+            bool done = false;
+            for (const auto& [name, text] : entities)
+                if (html.compare(i, std::strlen(name), name) == 0) {
+                    out += text;
+                    i += std::strlen(name) - 1;
+                    done = true;
+                    break;
+                }
+            if (done) continue;
+        }
+        out += c;
+    }
+    return out;
+}
+
 void Prot::console(int severity, bool withLog, const char* format, ...)
 {
     char text[2048];
@@ -283,8 +322,9 @@ void Prot::console(int severity, bool withLog, const char* format, ...)
         g_codePage = consoleCodePage();
         if (g_level >= 3 && g_codePage >= 2) printf("CP%u\n", g_codePage);
     }
-    if (g_codePage == 65001) printf("%s\n", text);
-    else printf("%s\n", utf2ascii(text).c_str());
+    std::string shown = terminalText(text);
+    if (g_codePage == 65001) printf("%s\n", shown.c_str());
+    else printf("%s\n", utf2ascii(shown).c_str());
     fflush(stdout);
 }
 

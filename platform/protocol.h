@@ -42,6 +42,9 @@ public:
     static void setLanguage(const std::string& language);
 };
 
+// a protocol text as the terminal shows it: <br> a line break, other tags dropped, entities decoded
+std::string terminalText(const std::string& html);
+
 // the assertion of the system: the literal condition text goes into the message
 #define VCHECK(cond, source) Prot::check((cond), (source), __LINE__, #cond)
 

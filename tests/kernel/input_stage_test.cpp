@@ -366,3 +366,20 @@ TEST(InputRun, MissingReferenceTableEndsTheRun)
 }
 
 } // namespace
+
+namespace {
+
+// the terminal shows a message of the protocol as text: a line break for <br>, no tags
+TEST(InputRun, ConsoleShowsMessagesWithoutTags)
+{
+    Sandbox s;
+    copyExamples(s);
+    s.write("ex/gem2023.csv", "2023;101;1;1;0;5\n2023;999;1;1;0;5\n");
+    RunResult r = s.run({"orvane", "-d", "ex/", "-v", "demo"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r.out, "unbekanntes Gebietskennzeichen 999 in Zeile\n2: 2023;999;1;1;0;5\n")) << r.out;
+    EXPECT_EQ(r.out.find('<'), std::string::npos) << r.out;
+    EXPECT_TRUE(has(s.read("ex/demo/prot/index.html"), "in Zeile<br>2: <code>2023;999;1;1;0;5</code>"));
+}
+
+} // namespace
