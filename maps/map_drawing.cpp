@@ -334,7 +334,7 @@ MapLayout writeMapData(FILE* f, const MapPicture& picture)
                         total += std::max(0.0, valueOf(r, j));
                         if (j < k) before += std::max(0.0, valueOf(r, j));
                     }
-                    double radius = 0.4 * cell * std::sqrt(total / largest);
+                    double radius = 0.3 * cell * std::sqrt(total / largest);
                     labelShift[r] = radius + 0.08 * cell;
                     if (v <= 0 || total <= 0) continue;
                     // clockwise from twelve o'clock
@@ -436,6 +436,8 @@ void writeMapCommands(FILE* f, const MapPicture& picture, const MapLayout& layou
     c += std::string(range, p);
     c += "set key outside right top Left reverse samplen 2 spacing 1.3\n";
     c += "set style fill solid 1.0 noborder\n";
+    // labels stand on a veil of white, readable on dark classes too
+    c += "set style textbox opaque fc rgb '#50ffffff' noborder margins 1,0.5\n";
 
     std::string data = gnuplotQuote(picture.dataPath);
     std::vector<std::string> clauses;
@@ -462,7 +464,7 @@ void writeMapCommands(FILE* f, const MapPicture& picture, const MapLayout& layou
     if (layout.labelBlock >= 0)
         clauses.push_back(" index " + std::to_string(layout.labelBlock) +
                           " using 1:2:(strcol(4) eq '' ? strcol(3) : strcol(3).\"\\n\".strcol(4))"
-                          " with labels font ',7' tc rgb '#202020' notitle");
+                           " with labels boxed font ',7' tc rgb '#202020' notitle");
     c += "plot";
     for (size_t i = 0; i < clauses.size(); ++i)
         c += (i ? ", \\\n     ''" : " " + data) + clauses[i];

@@ -183,7 +183,13 @@ int run(const MapOptions& o)
     if (picture.title.empty()) {
         std::string names;
         for (const std::string& t : tables) names += (names.empty() ? "" : ", ") + lastComponent(t);
-        picture.title = tables.empty() ? lastComponent(map.shpPath) : names + ": " + join.valueName;
+        std::string what = join.valueName;
+        if (glyphs) {
+            what.clear();
+            for (const std::string& n : join.partNames) what += (what.empty() ? "" : ", ") + n;
+            what += join.conditions;
+        }
+        picture.title = tables.empty() ? lastComponent(map.shpPath) : names + ": " + what;
     }
 
     // everything is read and checked: now the files are written

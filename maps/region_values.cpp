@@ -243,9 +243,9 @@ private:
     }
 };
 
-std::string describe(const ValueSpec& s, const std::vector<std::string>& names, const Rule& r)
+std::string conditionText(const ValueSpec& s)
 {
-    std::string text = size_t(r.column) < names.size() ? names[size_t(r.column)] : "Spalte " + std::to_string(r.column + 1);
+    std::string text;
     for (const auto& [word, range] : s.filters) text += ", " + word + "=" + range;
     if (s.yearFrom)
         text += ", " + std::to_string(s.yearFrom) + " bis " + std::to_string(s.yearTo);
@@ -351,7 +351,10 @@ JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& table
                 }
         }
     }
-    result.valueName = describe(value, firstNames, firstRules[0]);
+    int column = firstRules[0].column;
+    result.conditions = conditionText(value);
+    result.valueName = (size_t(column) < firstNames.size() ? firstNames[size_t(column)] : "Spalte " + std::to_string(column + 1)) +
+                       result.conditions;
     for (size_t k = 1; k < specs.size(); ++k) {
         const Rule& r = firstRules[k];
         bool byColumn = specs[k].filters.size() == value.filters.size();

@@ -25,6 +25,7 @@ std::vector<ValueSpec> parseGlyphParts(const ValueSpec& base, const std::string&
 
 struct JoinResult {
     std::string valueName;                  // the value column with its conditions, for the title
+    std::string conditions;                 // the conditions and year alone: ", AG=65..100, 2040"
     std::vector<double> value;              // per map region; NaN: no row of the region
     std::vector<std::vector<double>> parts; // per map region, per glyph part; NaN: no row
     std::vector<std::string> partNames;
