@@ -158,25 +158,22 @@ int run(const MapOptions& o)
         join = joinTables(map, tables, o.keyColumn, value, parts);
         values = join.value;
     }
+    if (glyphs && !o.colours) {
+        // without colour classes a region whose glyph has data is drawn plain, not hatched
+        for (size_t r = 0; r < values.size(); ++r)
+            for (double v : join.parts[r])
+                if (!std::isnan(v)) values[r] = 0;
+    }
     classify(picture, values, o.colours);
     if (glyphs) {
         picture.glyph = o.pie.empty() ? Glyph::BAR : Glyph::PIE;
         picture.glyphNames = join.partNames;
         picture.glyphValues = join.parts;
-        // regions with glyph data but no value of their own are drawn plain, not hatched
-        for (size_t r = 0; r < map.regions.size(); ++r) {
-            bool partData = false;
-            for (double v : join.parts[r]) partData = partData || !std::isnan(v);
-            if (std::isnan(join.value[r]) && partData && picture.classes[size_t(picture.regionClass[r])].hatched) {
-                picture.classes.push_back(MapClass{"", "#ebe6d6", false});
-                picture.regionClass[r] = int(picture.classes.size()) - 1;
-            }
-        }
     }
     if (o.labels) {
         for (size_t r = 0; r < map.regions.size(); ++r) {
             picture.labels.push_back(map.regions[r].key.empty() ? "?" : map.regions[r].key);
-            picture.labelValues.push_back(!tables.empty() && !std::isnan(values[r]) && !glyphs ? mapNumber(values[r]) : "");
+            picture.labelValues.push_back(!tables.empty() && !glyphs && !std::isnan(values[r]) ? mapNumber(values[r]) : "");
         }
     }
     picture.title = o.title;
