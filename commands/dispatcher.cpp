@@ -3,9 +3,9 @@
 #include <cstdio>
 
 #include "commands/forecast_command.h"
+#include "household/household_frame.h"
+#include "statistics/statistics_preparation.h"
 
-void hhprog(int, char**) { notBuilt("hhprog"); }
-void dstmak(int, char**) { notBuilt("dstmak"); }
 void adeton(int, char**) { notBuilt("adeton"); }
 
 int shp2plt(int, char**)
