@@ -10,6 +10,7 @@
 #include "platform/dictionary.h"
 #include "platform/exit_status.h"
 #include "platform/operating_system.h"
+#include "platform/settings.h"
 #include "statistics/region_map.h"
 #include "statistics/statistics_preparation.h"
 #include "tables/table_text.h"
@@ -154,10 +155,10 @@ void Dstmak::indicators()
         for (int k = 0; k < kKinds; ++k) {
             AgeMeasures m = ageMeasures(vectors[k], lower, upper);
             char head[96];
-            int n = snprintf(head, sizeof head, "%d;%d;%d;%d;", static_cast<int>(std::get<0>(place)),
-                             static_cast<int>(std::get<1>(place)), static_cast<int>(std::get<2>(place)), k);
-            csvWrite(f, head, static_cast<size_t>(n));
-            n = snprintf(head, sizeof head, "%d;", static_cast<int>(m.sum));
+            const char sep = si::separator;
+            int n = snprintf(head, sizeof head, "%d%c%d%c%d%c%d%c%d%c", static_cast<int>(std::get<0>(place)), sep,
+                             static_cast<int>(std::get<1>(place)), sep, static_cast<int>(std::get<2>(place)), sep, k, sep,
+                             static_cast<int>(m.sum), sep);
             csvWrite(f, head, static_cast<size_t>(n));
             if (k == MOTHER) {
                 for (int e = 0; e < 7; ++e) csvWriteText(f, "", 0);

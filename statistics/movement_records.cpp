@@ -172,6 +172,8 @@ void Dstmak::writeMovementTables()
     std::string years;
     for (const auto& [year, records] : tool.movementYears) years += (years.empty() ? "" : " ") + std::to_string(year);
     DstProtocol& prot = tool.prot();
+    std::set<long long> read;
+    for (const auto& entry : tool.movementYears) read.insert(entry.first);
     prot.text("%s, oberste Altersgruppe %d\n", years.c_str(), tool.highestMovementAge);
     prot.setting("tkrate_r01filter", tool.settings.r01filter);
     prot.setting("tkrate_szr02", tool.settings.r02map);
@@ -180,19 +182,19 @@ void Dstmak::writeMovementTables()
     prot.setting("tkrate_neub", std::to_string(tool.settings.neub));
     prot.setting("tkrate_nettobew", std::to_string(tool.settings.nettobew));
     tool.writeTree("aussenwegzug", "Außenwegzug", {"year", "GKZq", "TYA", "BG", "GG", "AG", "DR4WA"}, tool.aussenwegzug,
-                   false, true);
+                   false, true, read);
     tool.writeTree("aussenzuzug", "Außenzuzug", {"year", "TYA", "GKZz", "BG", "GG", "AG", "DR4ZA"}, tool.aussenzuzug,
-                   false, true);
-    tool.writeTree("baby", "Baby", {"year", "region", "BG", "GG", "AG", "number"}, tool.baby, false, true);
+                   false, true, read);
+    tool.writeTree("baby", "Baby", {"year", "region", "BG", "GG", "AG", "number"}, tool.baby, false, true, read);
     tool.writeTree("bgw", "Bevölkerungsgruppenwechsel", {"year", "region", "BGq", "BGz", "GG", "AG", "number"}, tool.bgw,
-                   false, true);
+                   false, true, read);
     tool.writeTree("binnenwegzug", "Binnenwegzug", {"year", "GKZq", "GKZz", "BG", "GG", "AG", "binnenwegzug"},
-                   tool.binnenwegzug, false, true);
-    tool.writeTree("geburt", "Geburt", {"year", "region", "BG", "AG", "birth"}, tool.geburt, false, true);
+                   tool.binnenwegzug, false, true, read);
+    tool.writeTree("geburt", "Geburt", {"year", "region", "BG", "AG", "birth"}, tool.geburt, false, true, read);
     prot.text("  Geborene m %d, w %d, Proportion m/w %g\n", static_cast<int>(tool.boys), static_cast<int>(tool.girls),
               tool.girls ? static_cast<double>(tool.boys) / static_cast<double>(tool.girls) : 0.0);
     tool.writeTree("neubaubezug", "Neubaubezug", {"year", "NEUB", "BG", "GG", "AG", "newBPall"}, tool.neubaubezug, false,
-                   true);
-    tool.writeTree("sterb", "Sterbefälle", {"year", "region", "BG", "GG", "AG", "death"}, tool.sterb, false, true);
+                   true, read);
+    tool.writeTree("sterb", "Sterbefälle", {"year", "region", "BG", "GG", "AG", "death"}, tool.sterb, false, true, read);
     for (const auto& [year, records] : tool.movementYears) prot.text("%d: %d records\n", year, static_cast<int>(records));
 }

@@ -259,7 +259,7 @@ int Dstmak::yearOfName(const std::string& name)
 }
 
 void Dstmak::writeTree(const char* name, const char* title, const std::vector<const char*>& columns, const CountTree& tree,
-                       bool allYears, bool perYear)
+                       bool allYears, bool perYear, const std::set<long long>& years)
 {
     size_t dims = columns.size() - 1;   // year and the dimensions
     std::vector<const char*> names(columns);
@@ -287,7 +287,7 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
             prot().text("%s %13s_roh.csv %d records\n", rows ? "&gt;" : "  ", name, static_cast<int>(rows));
     }
     if (perYear) {
-        std::set<long long> treeYears;
+        std::set<long long> treeYears(years);
         for (const auto& entry : tree) treeYears.insert(entry.first[0]);
         for (long long year : treeYears) {
             long long rows = 0, sum = 0;

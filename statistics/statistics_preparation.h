@@ -112,8 +112,10 @@ public:
     void showSettings(bool withIndicators);
     // walks the data sets of the directory into the trees
     void walk();
+    // The per-year files are those of the years in the tree and in `years`, so that an empty
+    // table of a year read still gets its file.
     void writeTree(const char* name, const char* title, const std::vector<const char*>& columns, const CountTree& tree,
-                   bool allYears, bool perYear);
+                   bool allYears, bool perYear, const std::set<long long>& years = {});
 
     // one stock data set into bestand and dsg, and their tables with the layout descriptions
     void stockFile(const std::string& name);
