@@ -15,7 +15,7 @@ FixedLayout::FixedLayout(const char* name, std::vector<FixedField> fields) : lay
 const FixedField& FixedLayout::field(std::string_view fieldName) const
 {
     for (const auto& f : rows)
-        if (fieldName == f.name) return f;
+        if (f.name[0] == fieldName[0] && fieldName == f.name) return f;
     throw std::logic_error(std::string("no field ") + std::string(fieldName) + " in layout " + layoutName);
 }
 

@@ -1,6 +1,9 @@
 #include "statistics/statistics_preparation.h"
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <cstdarg>
 #include <cstring>
 #include <regex>
@@ -44,6 +47,17 @@ bool endsWith(const std::string& text, const char* end)
     return text.size() >= n && text.compare(text.size() - n, n, end) == 0;
 }
 } // namespace
+
+size_t CountKeyHash::operator()(const CountKey& key) const
+{
+    // FNV-1a over the bytes of the key
+    uint64_t hash = 14695981039346656037ULL;
+    for (long long part : key) {
+        uint64_t v = static_cast<uint64_t>(part);
+        for (int b = 0; b < 8; ++b, v >>= 8) hash = (hash ^ (v & 0xFF)) * 1099511628211ULL;
+    }
+    return static_cast<size_t>(hash);
+}
 
 // ---------------------------------------------------------------- protocol
 
@@ -264,6 +278,10 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
     size_t dims = columns.size() - 1;   // year and the dimensions
     std::vector<const char*> names(columns);
     names.push_back(nullptr);
+    std::vector<const CountTree::value_type*> sorted;
+    sorted.reserve(tree.size());
+    for (const auto& entry : tree) sorted.push_back(&entry);
+    std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
     auto writeRows = [&](const std::string& file, int year, long long& rows, long long& sum) {
         FILE* f = fopen(path(file).c_str(), "wb");
         if (!f) {
@@ -271,10 +289,19 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
             return false;
         }
         csvWriteHead(f, title, names.data(), nullptr);
-        for (const auto& [key, count] : tree) {
+        char line[256];
+        for (const auto* entry : sorted) {
+            const auto& [key, count] = *entry;
             if (year && key[0] != year) continue;
-            for (size_t d = 0; d < dims; ++d) csvWriteCell(f, "%.0f", static_cast<double>(key[d]), 0);
-            csvWriteCell(f, "%.0f", static_cast<double>(count), 1);
+            // a row of whole numbers, formatted at once
+            char* p = line;
+            for (size_t d = 0; d < dims; ++d) {
+                p = std::to_chars(p, line + sizeof line, key[d]).ptr;
+                *p++ = si::separator;
+            }
+            p = std::to_chars(p, line + sizeof line, count).ptr;
+            *p++ = '\n';
+            csvWrite(f, line, static_cast<size_t>(p - line));
             ++rows;
             sum += count;
         }
@@ -288,7 +315,8 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
     }
     if (perYear) {
         std::set<long long> treeYears(years);
-        for (const auto& entry : tree) treeYears.insert(entry.first[0]);
+        for (const auto* entry : sorted)
+            if (treeYears.empty() || *treeYears.rbegin() != entry->first[0]) treeYears.insert(entry->first[0]);
         for (long long year : treeYears) {
             long long rows = 0, sum = 0;
             std::string file = std::string(name) + "_" + std::to_string(year) + ".csv";

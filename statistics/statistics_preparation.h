@@ -8,13 +8,17 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "statistics/fixed_width_fields.h"
 
-// counts by year and up to five further dimensions
+// counts by year and up to five further dimensions; hashed while counting, written in key order
 using CountKey = std::array<long long, 6>;
-using CountTree = std::map<CountKey, long long>;
+struct CountKeyHash {
+    size_t operator()(const CountKey& key) const;
+};
+using CountTree = std::unordered_map<CountKey, long long, CountKeyHash>;
 
 // The tool's protocol prot.htm in the working directory. Lines gather in prot.tmp and become
 // the page when it is closed; a line that starts with "!" and a class letter ('h' hint,
