@@ -4,9 +4,9 @@
 
 #include "commands/forecast_command.h"
 #include "maps/map_tool.h"
+#include "household/household_frame.h"
+#include "statistics/statistics_preparation.h"
 
-void hhprog(int, char**) { notBuilt("hhprog"); }
-void dstmak(int, char**) { notBuilt("dstmak"); }
 void adeton(int, char**) { notBuilt("adeton"); }
 
 int shp2plt(int argc, char** argv) { return mapTool(argc, argv); }

@@ -1,0 +1,44 @@
+// The household tool's own protocol: index.html with the contents frame p/toc.htm, numbered
+// headings, numbered warnings and hints with a limit by protocol volume, sub-pages for long
+// tables and plots, and the log file.
+#pragma once
+#include <cstdio>
+#include <string>
+
+namespace hhprot {
+
+// the limit of shown messages for a protocol volume (volumes above 3 count as 3)
+void setVolume(int volume);
+unsigned long limit();
+
+// opens index.html and p/toc.htm in directory (ends with "/"); false with errno set
+bool open(const std::string& directory);
+bool isOpen();
+FILE* page();
+const std::string& directory();
+
+// "<h%d id=%d>label text</h%d>"; the text is the dictionary entry "hh_h" + label
+void heading(int level, const char* label);
+void warning(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void hint(const char* format, ...) __attribute__((format(printf, 1, 2)));
+unsigned long warnings();
+unsigned long hints();
+// the end of a run by a failure: the text under the title, whatever the limit
+void failure(const char* title, const std::string& text);
+
+// a sub-page p/%06d.htm for a long table, ten anchors to a file: writes the link into the
+// page and the caption into the sub-page, and returns the sub-page's stream
+FILE* subPage(const char* caption, const char* linkText);
+// the path of the next plot p/%06d.png; its image tag goes into the page
+std::string nextPlot();
+
+// the log file log.htm of the user directory, when [TRACE] logfile is on
+void log(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// the suppressed warnings, the counts and the run time, then the page end
+void close(double seconds);
+// the page end alone (after a failure)
+void end();
+void reset();
+
+} // namespace hhprot
