@@ -6,7 +6,6 @@
 
 void hhprog(int, char**) { notBuilt("hhprog"); }
 void dstmak(int, char**) { notBuilt("dstmak"); }
-void adeton(int, char**) { notBuilt("adeton"); }
 
 int shp2plt(int, char**)
 {
