@@ -53,9 +53,9 @@ int createTable(const AdjustmentProblem& problem, AdjustmentTable& table)
 int createWork(const AdjustmentProblem& problem, AdjustmentWork& work)
 {
     if (!validProblem(problem)) return 1;
-    size_t m = product(size_t(problem.rows), size_t(problem.columns)), n = size_t(problem.restrictions);
-    if (work.A.allocate(product(m, n)) && work.V.allocate(n * n) && work.s.allocate(n) && work.u.allocate(n) &&
-        work.d.allocate(n + 1) && work.flag.allocate(n + 1)) {
+    size_t n = size_t(problem.restrictions);
+    if (work.T.allocate(product(n, n)) && work.V.allocate(product(n, n)) && work.s.allocate(n) &&
+        work.u.allocate(n) && work.d.allocate(n + 1) && work.h.allocate(n) && work.flag.allocate(n + 1)) {
         work.mean = 0.0;
         return 0;
     }
@@ -82,8 +82,9 @@ void freeTable(AdjustmentTable& table)
 
 void freeWork(AdjustmentWork& work)
 {
-    work.A.release();
+    work.T.release();
     work.V.release();
+    work.h.release();
     work.s.release();
     work.u.release();
     work.d.release();
@@ -94,43 +95,61 @@ void buildSystem(const AdjustmentProblem& problem, const AdjustmentTable& table,
 {
     const int R = problem.rows, C = problem.columns, n = problem.restrictions;
     const size_t m = size_t(problem.cells);
-    std::memset(work.A.data(), 0, sizeof(double) * m * size_t(n));
-    double cellSum = 0.0, weightSum = 0.0, weighted = 0.0;
+    double* T = work.T.data();
+    std::memset(T, 0, sizeof(double) * size_t(n) * size_t(n));
+    double cellSum = 0.0, weightSum = 0.0, weighted = 0.0, outside = 0.0;
     for (int i = 0; i < R; ++i) {
-        double rowSum = 0.0;
+        // column i of A: sqrt(b) on the cells of row i, its norm the root of the row sum
+        double rowSum = 0.0, rowWeighted = 0.0;
+        for (int j = 0; j < C; ++j) {
+            double b = table.b[size_t(i) * size_t(C) + size_t(j)];
+            rowSum += b;
+            rowWeighted += table.w[size_t(j)] * b;
+            weightSum += std::fabs(table.w[size_t(j)] * std::sqrt(b));
+        }
+        double norm = std::sqrt(rowSum);
+        double projection = norm > 0.0 ? rowWeighted / norm : 0.0;   // of the weighted column on column i
+        T[size_t(i) * size_t(n) + size_t(i)] = norm;
+        T[size_t(i) * size_t(n) + size_t(R)] = projection;
+        // what the weighted column keeps outside column i, cell by cell, so that a column
+        // that depends on the others gives a zero without cancellation
+        double mean = rowSum > 0.0 ? rowWeighted / rowSum : 0.0;
         for (int j = 0; j < C; ++j) {
             size_t k = size_t(i) * size_t(C) + size_t(j);
-            double b = table.b[k];
-            double root = std::sqrt(b);
-            double* row = work.A.data() + k * size_t(n);
-            row[i] = root;
-            row[R] = table.w[size_t(j)] * root;
-            rowSum += b;
-            cellSum += b;
-            weightSum += std::fabs(row[R]);
-            weighted += table.w[size_t(j)] * b;
+            double r = std::sqrt(table.b[k]) * (table.w[size_t(j)] - mean);
+            outside += r * r;
         }
         work.d[size_t(i)] = table.z[size_t(i)] - rowSum;
+        cellSum += rowSum;
+        weighted += rowWeighted;
     }
+    T[size_t(R) * size_t(n) + size_t(R)] = std::sqrt(outside);
     work.d[size_t(R)] = table.H - weighted;
-    // the cells themselves and the roots of the weighted column: it only scales the threshold
+    // the cells themselves and the weighted roots: it only scales the threshold
     work.mean = (cellSum + weightSum) / (2.0 * double(m));
 }
 
 SVD makeSVD(const AdjustmentProblem& problem, AdjustmentWork& work)
 {
-    return SVD(problem.cells, problem.restrictions, work.A.data(), work.V.data(), work.s.data(), work.u.data(),
-               work.flag.data());
+    return SVD(problem.restrictions, problem.restrictions, work.T.data(), work.V.data(), work.s.data(),
+               work.u.data(), work.flag.data(), false);
 }
 
 double nullThreshold(const AdjustmentWork& work) { return work.mean * 1e-12; }
 
 int applySolution(const AdjustmentProblem& problem, AdjustmentTable& table, AdjustmentWork& work, SVD& svd)
 {
-    int status = svd.coefficients(work.d.data());
+    // y = A h with h = V S^-2 V^T d, A taken from b and w: y[k] = sqrt(b[k]) (h[i] + w[j] h[R])
+    int status = svd.solveNormal(work.d.data(), work.h.data());
     if (status != 0) return status;
-    // y of a cell needs only its own row of U, so x can take the place of b at once
-    for (int c = 0; c < problem.cells; ++c) table.b[size_t(c)] += std::sqrt(table.b[size_t(c)]) * svd.combine(c);
+    const int R = problem.rows, C = problem.columns;
+    const double hLast = work.h[size_t(R)];
+    for (int i = 0; i < R; ++i)
+        for (int j = 0; j < C; ++j) {
+            size_t k = size_t(i) * size_t(C) + size_t(j);
+            double root = std::sqrt(table.b[k]);
+            table.b[k] += root * root * (work.h[size_t(i)] + table.w[size_t(j)] * hLast);
+        }
     return 0;
 }
 

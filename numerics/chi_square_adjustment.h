@@ -43,10 +43,15 @@ struct AdjustmentTable {
     double H = 0.0;
 };
 
-// the work record: the matrix A (m x n, becomes U), V (n x n), the singular values, the
-// work vector u, the right side d (n + 1) and the flags (n + 1)
+// The work record. The system matrix A (m x n) has A[k][i] = sqrt(b[k]) for the row i of
+// cell k and A[k][R] = w[j] sqrt(b[k]): its first R columns have disjoint supports, so its
+// QR factorisation A = Q T is known in closed form, and the decomposition runs on the n x n
+// factor T, which has the same singular values and right vectors as A. The solution
+// y = A V S^-2 V^T d needs no left vectors. T (n x n), V (n x n), the singular values, the
+// work vector u, the right side d (n + 1), h = V S^-2 V^T d (n), the flags (n + 1) and the
+// mean size value.
 struct AdjustmentWork {
-    ZeroedArray<double> A, V, s, u, d;
+    ZeroedArray<double> T, V, s, u, d, h;
     ZeroedArray<int> flag;
     double mean = 0.0;
 };
@@ -59,9 +64,9 @@ int copyTable(const AdjustmentProblem& problem, const AdjustmentTable& from, Adj
 void freeTable(AdjustmentTable& table);
 void freeWork(AdjustmentWork& work);
 
-// the matrix, the right side and the mean size value of the system
+// the factor T, the right side and the mean size value of the system
 void buildSystem(const AdjustmentProblem& problem, const AdjustmentTable& table, AdjustmentWork& work);
-// the decomposition over the arrays of the work record
+// the decomposition of T over the arrays of the work record
 SVD makeSVD(const AdjustmentProblem& problem, AdjustmentWork& work);
 // the threshold below which a singular value counts as 0
 double nullThreshold(const AdjustmentWork& work);

@@ -7,10 +7,18 @@ namespace {
 // |a| with the sign of b
 double withSign(double a, double b) { return b >= 0.0 ? std::fabs(a) : -std::fabs(a); }
 
+// sqrt(a^2 + b^2) without overflow or destructive underflow
+double pythagoras(double a, double b)
+{
+    double x = std::fabs(a), y = std::fabs(b);
+    if (x > y) return x * std::sqrt(1.0 + (y / x) * (y / x));
+    return y == 0.0 ? 0.0 : y * std::sqrt(1.0 + (x / y) * (x / y));
+}
+
 } // namespace
 
-SVD::SVD(int m, int n, double* a, double* v, double* s, double* work, int* flag)
-    : m_(m), n_(n), rows_(m), cols_(n), a_(a), v_(v), s_(s), e_(work), flag_(flag)
+SVD::SVD(int m, int n, double* a, double* v, double* s, double* work, int* flag, bool leftVectors)
+    : m_(m), n_(n), rows_(m), cols_(n), a_(a), v_(v), s_(s), e_(work), flag_(flag), left_(leftVectors)
 {
 }
 
@@ -95,7 +103,7 @@ int SVD::decompose()
     }
 
     // accumulation of the left transformations in place
-    for (int i = (m < n ? m : n) - 1; i >= 0; --i) {
+    for (int i = (m < n ? m : n) - 1; left_ && i >= 0; --i) {
         l = i + 1;
         g = s_[i];
         for (int j = l; j < n; ++j) A(i, j) = 0.0;
@@ -136,12 +144,12 @@ int SVD::decompose()
                     e_[i] = c * e_[i];
                     if (std::fabs(f) + norm == norm) break;
                     g = s_[i];
-                    double h = std::hypot(f, g);
+                    double h = pythagoras(f, g);
                     s_[i] = h;
                     h = 1.0 / h;
                     c = g * h;
                     sn = -f * h;
-                    for (int j = 0; j < m; ++j) {
+                    for (int j = 0; left_ && j < m; ++j) {
                         double y = A(j, nm), z = A(j, i);
                         A(j, nm) = y * c + z * sn;
                         A(j, i) = z * c - y * sn;
@@ -165,7 +173,7 @@ int SVD::decompose()
             g = e_[nm];
             double h = e_[k];
             double f = ((y - z) * (y + z) + (g - h) * (g + h)) / (2.0 * h * y);
-            g = std::hypot(f, 1.0);
+            g = pythagoras(f, 1.0);
             f = ((x - z) * (x + z) + h * ((y / (f + withSign(g, f))) - h)) / x;
             // next QR transformation
             double c = 1.0, sn = 1.0;
@@ -175,7 +183,7 @@ int SVD::decompose()
                 y = s_[i];
                 h = sn * g;
                 g = c * g;
-                z = std::hypot(f, h);
+                z = pythagoras(f, h);
                 e_[j] = z;
                 c = f / z;
                 sn = h / z;
@@ -188,7 +196,7 @@ int SVD::decompose()
                     V(r, j) = vx * c + vz * sn;
                     V(r, i) = vz * c - vx * sn;
                 }
-                z = std::hypot(f, h);
+                z = pythagoras(f, h);
                 s_[j] = z;
                 if (z != 0.0) {
                     z = 1.0 / z;
@@ -197,7 +205,7 @@ int SVD::decompose()
                 }
                 f = c * g + sn * y;
                 x = c * y - sn * g;
-                for (int r = 0; r < m; ++r) {
+                for (int r = 0; left_ && r < m; ++r) {
                     double ay = A(r, j), az = A(r, i);
                     A(r, j) = ay * c + az * sn;
                     A(r, i) = az * c - ay * sn;
@@ -222,7 +230,8 @@ int SVD::reduce(double threshold)
         if (!flag_[j]) continue;
         if (k != j) {
             s_[k] = s_[j];
-            for (int i = 0; i < m_; ++i) A(i, k) = A(i, j);
+            if (left_)
+                for (int i = 0; i < m_; ++i) A(i, k) = A(i, j);
             for (int i = 0; i < n_; ++i) V(i, k) = V(i, j);
         }
         ++k;
@@ -267,6 +276,20 @@ double SVD::combine(int c) const
     double sum = 0.0;
     for (int k = 0; k < kept_; ++k) sum += e_[k] * row[k];
     return sum;
+}
+
+int SVD::solveNormal(const double* rhs, double* h)
+{
+    int status = coefficients(rhs);
+    if (status != 0) return status;
+    for (int k = 0; k < kept_; ++k) e_[k] /= s_[k];
+    for (int l = 0; l < n_; ++l) {
+        double sum = 0.0;
+        const double* row = v_ + static_cast<long>(l) * n_;
+        for (int k = 0; k < kept_; ++k) sum += row[k] * e_[k];
+        h[l] = sum;
+    }
+    return 0;
 }
 
 int SVD::solveTransposed(const double* rhs, double* y)

@@ -8,7 +8,9 @@ public:
 
     // a: m x n row by row (becomes U), v: n x n, s: n values, work: n doubles, flag: n + 1 ints;
     // the arrays belong to the caller and must outlive the object
-    SVD(int m, int n, double* a, double* v, double* s, double* work, int* flag);
+    // leftVectors false: U is not formed (a holds no useful values afterwards), which saves
+    // most of the work when only the singular values and V are needed
+    SVD(int m, int n, double* a, double* v, double* s, double* work, int* flag, bool leftVectors = true);
 
     // Householder bidiagonalisation, accumulation of both transformations and implicit QR
     // on the bidiagonal; 0 on success, the number of the singular value that did not
@@ -27,6 +29,10 @@ public:
     // (same results), then y[c] of one row of U
     int coefficients(const double* rhs);
     double combine(int c) const;
+    // h = V S^-2 V^T rhs over the kept values (n values into h), the solution of the normal
+    // equations A^T A h = rhs of least norm; then y = A h is the solution above without U.
+    // 1 when a kept value is 0, -1 before the reduction
+    int solveNormal(const double* rhs, double* h);
 
     int kept() const { return kept_; }
     int state() const { return state_; }
@@ -48,6 +54,7 @@ private:
     double* s_;
     double* e_;               // superdiagonal of the bidiagonal form, then the work vector
     int* flag_;
+    bool left_;
     int kept_ = 0;
     int state_ = Created;
 };
