@@ -7,6 +7,5 @@
 #include "household/household_frame.h"
 #include "statistics/statistics_preparation.h"
 
-void adeton(int, char**) { notBuilt("adeton"); }
 
 int shp2plt(int argc, char** argv) { return mapTool(argc, argv); }

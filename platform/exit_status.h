@@ -2,6 +2,3 @@
 #pragma once
 
 extern int exitStatus;
-
-// for tools that are not part of this build yet: says so and leaves status 1
-void notBuilt(const char* tool);
