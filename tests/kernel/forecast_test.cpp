@@ -259,7 +259,7 @@ TEST(ForecastOutputs, FixedSeedGivesTheSameResultTwiceAndTheReportStaysDetermini
 TEST(ForecastYear, ModuleNotBuiltStopsTheRunNamingIt)
 {
     Area s;
-    threeRegions(s, 2024, "BEVGRPWECHSEL=W1\nBINNENWANDERUNG=I1\n");
+    threeRegions(s, 2024, "BEVGRPWECHSEL=W1\nBEVOELKERUNGSBEWEGUNGEN=T1\nBINNENWANDERUNG=I1\n");
     RunResult r = run(s);
     EXPECT_EQ(r.status, 1);
     std::string prot = protocol(s);
