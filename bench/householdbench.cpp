@@ -2,7 +2,7 @@
 // per region gives the quotas (untimed), a generated population forecast gem.csv and the
 // assumptions zq.csv are then turned into households by type and size. Reports the time and
 // the peak memory of the forecast run; a failed run ends the benchmark with status 1.
-// usage: householdbench [regions] [years]   (default 10000 and 30)
+// usage: householdbench [regions] [years]   (default 9999 and 30: keys of four digits)
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -81,7 +81,7 @@ int run(const fs::path& root, const std::vector<std::string>& args)
 
 int main(int argc, char** argv)
 {
-    long regions = argc > 1 ? std::atol(argv[1]) : 10000;
+    long regions = argc > 1 ? std::atol(argv[1]) : 9999;
     int years = argc > 2 ? std::atoi(argv[2]) : 30;
     if (regions < 1 || regions > 9999) fail("regions must lie in 1..9999 (keys of four digits)");
     fs::path app = fs::absolute(fs::path(argv[0])).parent_path().parent_path() / "App";
