@@ -52,6 +52,7 @@ int readYearTable(const std::string& name, const std::string& directory, std::ma
     CsvReader reader(f, sep);
     char cell[1024];
     std::vector<std::string> cells;
+    size_t rowLine = 0;
     int status;
     int lastYear = -1;
     std::vector<double>* year = nullptr;
@@ -64,9 +65,10 @@ int readYearTable(const std::string& name, const std::string& directory, std::ma
     };
     while ((status = reader.next(cell, sizeof cell)) > 0) {
         if (reader.isComment) continue;
+        if (cells.empty()) rowLine = static_cast<size_t>(reader.lineNumber());
         cells.push_back(cell);
         if (status != '\n') continue;
-        size_t lineNo = static_cast<size_t>(reader.lineNumber() - 1);
+        size_t lineNo = rowLine;
         std::string text;
         for (size_t i = 0; i < cells.size(); ++i) text += (i ? sep : "") + cells[i];
         if (cells.size() > 6)
@@ -218,13 +220,15 @@ void residenceFactor(Phase& phase)
     CsvReader reader(f, sep);
     char cell[1024];
     std::vector<std::string> cells;
+    size_t rowLine = 0;
     int status;
     long sumH = 0, sumN = 0;
     while ((status = reader.next(cell, sizeof cell)) > 0) {
         if (reader.isComment) continue;
+        if (cells.empty()) rowLine = static_cast<size_t>(reader.lineNumber());
         cells.push_back(cell);
         if (status != '\n') continue;
-        size_t lineNo = static_cast<size_t>(reader.lineNumber() - 1);
+        size_t lineNo = rowLine;
         std::string text;
         for (size_t i = 0; i < cells.size(); ++i) text += (i ? sep : "") + cells[i];
         cells.resize(6);
