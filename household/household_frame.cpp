@@ -6,8 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "household/household_forecast_step.h"
+#include "household/household_outputs.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
+#include "household/quota_building.h"
 #include "platform/dictionary.h"
 #include "platform/exit_status.h"
 #include "platform/operating_system.h"
@@ -87,7 +90,11 @@ void householdPreparation()
 
     if (!hh.computeQuotas) {
         // the map and the types stand in the quota file of an earlier quota run
-        throw std::runtime_error(hh.directory + "Quoten/q.csv: Lesen der Quoten für die Prognosephase ist noch nicht verfügbar");
+        readQuotaHead();
+        fprintf(page, "%d %s, %d %s<br>\n", g2t.regions(), DD::lookup("hh_regions").c_str(), g2t.maxType,
+                DD::lookup("hh_types").c_str());
+        allocateHouseholdArrays();
+        return;
     }
     if (!r02map::valid(hh.r02map))
         throw std::runtime_error(hh.r02map + ": ungueltige Abbildung in kleinräumige Gliederung\n");
@@ -107,6 +114,7 @@ void householdPreparation()
         if (!present[static_cast<size_t>(type)]) hhprot::warning("L&uuml;cke bei Typen in Referenzdatei: Typ %d fehlt", type);
     fprintf(page, "%d %s, %d %s<br>\n", g2t.regions(), DD::lookup("hh_regions").c_str(), g2t.maxType,
             DD::lookup("hh_types").c_str());
+    allocateHouseholdArrays();
 }
 
 void hhprog(int count, char** vector)
@@ -120,20 +128,22 @@ void hhprog(int count, char** vector)
         householdPreparation();
         if (hh.computeQuotas) {
             auto phase = std::chrono::steady_clock::now();
+            quotaPhase();
             hhprot::log("Quotenberechnung %.3fs\n", secondsSince(phase));
-            throw std::runtime_error("Quotenberechnung (Quotenphase) ist in diesem Stand noch nicht verfügbar");
         }
         if (hh.forecast) {
             auto phase = std::chrono::steady_clock::now();
+            forecastPhase();
             hhprot::log("Haushaltsprognose %.3fs\n", secondsSince(phase));
-            throw std::runtime_error("Haushaltsprognose (Prognosephase) ist in diesem Stand noch nicht verfügbar");
         }
         hhprot::close(secondsSince(start));
     } catch (const std::exception& e) {
+        closeResultFiles();
         hhprot::failure("Fehlerabbruch", e.what());
         hhprot::end();
         exitStatus = 1;
     } catch (...) {
+        closeResultFiles();
         hhprot::failure("Ausnahme", "unbekannte Ausnahme");
         hhprot::end();
         exitStatus = 1;

@@ -19,3 +19,19 @@ echo "protocol: $(pwd)/demo/demo/prot/index.html"
 ./App/orvane shp2plt -d demo/ -r demo/gem2024.csv,demo/gem2040.csv -s 2024:2040 -c -l \
     -t 'Bevölkerungsänderung 2024 bis 2040' -g demo/aenderung.png gebiete
 echo "map: $(pwd)/demo/demo/aenderung.png"
+# households: quotas from the stock records, then the forecast of households on the yearly results
+hh=demo/hh
+mkdir -p "$hh"
+cp demo/dstbest2023.txt "$hh/dstbest.txt"
+awk -F';' 'BEGIN { OFS = ";" } /^#/ { print; next } { if (index($1, "..")) { split($1, r, "[.][.]"); for (k = r[1]; k <= r[2]; k++) { $1 = k; print } } else print }' \
+    demo/reftyp.csv > "$hh/reftyp.csv"
+printf '[HHPROG]\nR02map=3\nQtypCol=11\n' > "$hh/hhprog.ini"
+grep -q '^\[HHPROG\]' Data/veldor.ini || printf '[HHPROG]\nDirectory=demo/hh/\n' >> Data/veldor.ini
+./App/orvane hhprog -P 0 >/dev/null
+for f in demo/demo/gem20*.csv; do sed '1s/^\xEF\xBB\xBF//' "$f" | grep -v '^#'; done > "$hh/gem.csv"
+# the assumptions of every year from the template of the stock; a share of women in couples above 1 is taken as 1
+awk -F';' 'BEGIN { OFS = ";" } /^[0-9]/ { v = $6; gsub(",", ".", v); if ($2 == 3 && v + 0 > 1) $6 = 1; for (y = 2024; y <= 2040; y++) { $1 = y; print } }' \
+    "$hh/Quoten/zqa.csv" > "$hh/zq.csv"
+./App/orvane hhprog -Q 0 -P 1 >/dev/null
+echo "household quotas: $(pwd)/$hh/Quoten/index.html"
+echo "household forecast: $(pwd)/$hh/Prognose/index.html (haushalt.csv, person.csv, hdo2.csv, kinder.csv)"

@@ -56,29 +56,137 @@ def common(record, region, group, sex, birth, nationality):
     put(record, 132, 3, str(nationality).rjust(3))  # P05 nationality, 0 German
 
 
+def households_of(members, rng):
+    """Groups the persons of a region into households: families with children (couples or
+    single mothers, now and then with a grandparent), couples, persons alone, descendant and
+    ascendant pairs and shared flats. Each person is a dict that gets its household fields."""
+    pool = {"kid": [], "woman": [], "man": [], "old": []}
+    for region, group, sex, age in members:
+        person = {"region": region, "group": group, "sex": sex, "age": age}
+        key = "kid" if age < 18 else "old" if age >= 65 else "woman" if sex == 2 else "man"
+        pool[key].append(person)
+    for persons in pool.values():
+        rng.shuffle(persons)
+
+    def take(key, low, high):
+        for i, person in enumerate(pool[key]):
+            if low <= person["age"] <= high:
+                return pool[key].pop(i)
+        return None
+
+    households = []
+    while pool["kid"]:
+        mother = take("woman", 22, 49)
+        if mother is None:
+            break
+        family = [dict(mother, role="mother")]
+        if rng.random() < 0.75:
+            father = take("man", mother["age"] - 5, mother["age"] + 10)
+            if father:
+                family.append(dict(father, role="father"))
+        for _ in range(min(rng.choice([1, 1, 2, 2, 2, 3, 4]), len(pool["kid"]))):
+            family.append(dict(pool["kid"].pop(), role="child"))
+        if rng.random() < 0.06 and pool["old"]:
+            family.append(dict(pool["old"].pop(), role="grandparent"))
+        households.append(family)
+    families = list(households)
+    while pool["kid"]:
+        rng.choice(families).append(dict(pool["kid"].pop(), role="child"))
+
+    adults = pool["woman"] + pool["man"] + pool["old"]
+    rng.shuffle(adults)
+    women = [p for p in adults if p["sex"] == 2]
+    men = [p for p in adults if p["sex"] == 1]
+    used = set()
+
+    def free(persons):
+        while persons and id(persons[-1]) in used:
+            persons.pop()
+        return persons[-1] if persons else None
+
+    for person in adults:
+        if id(person) in used:
+            continue
+        used.add(id(person))
+        r = rng.random()
+        if r < 0.42:
+            partner = free(men if person["sex"] == 2 else women)
+            if partner is not None:
+                used.add(id(partner))
+                same = rng.random() < 0.02
+                if same:   # a partnership of two persons of the same sex stays with the woman alone
+                    households.append([dict(person, role="alone")])
+                    used.discard(id(partner))
+                    continue
+                first, second = (person, partner) if person["sex"] == 2 else (partner, person)
+                households.append([dict(first, role="wife"), dict(second, role="husband")])
+                continue
+        if r < 0.47 and person["age"] >= 60:
+            child = free(women if rng.random() < 0.5 else men)
+            if child is not None and child["age"] < person["age"] - 18:
+                used.add(id(child))
+                households.append([dict(person, role="ascendant"), dict(child, role="descendant")])
+                continue
+        if r < 0.53:
+            mate = free(women if rng.random() < 0.5 else men)
+            if mate is not None:
+                used.add(id(mate))
+                households.append([dict(person, role="other"), dict(mate, role="other")])
+                continue
+        households.append([dict(person, role="alone")])
+    return households
+
+
 def stock(people, rng):
     lines = []
     by_region = {}
     for p in people:
         by_region.setdefault(p[0], []).append(p)
+    address = 0
     for region in sorted(by_region):
-        members = by_region[region]
-        rng.shuffle(members)
-        household, left = 0, 0
-        for region_, group, sex, age in members:
-            if left == 0:
-                household += 1
-                left = rng.choice([1, 1, 2, 2, 2, 3, 4])
-            left -= 1
-            record = [" "] * RECORD
-            nationality = 0 if group == 1 else rng.choice([100, 163, 221, 475])
-            common(record, region, group, sex, (2023 - age) * 10000 + rng.randint(1, 12) * 100 + rng.randint(1, 28),
-                   nationality)
-            put(record, 183, 4, household)   # HHNR household of the block
-            put(record, 227, 8, 20231231)   # Z02 reference date
-            put(record, 251, 3, age)         # A01 age
-            put(record, 350, 1, 1)           # DS350 record end
-            lines.append("".join(record))
+        for household in households_of(by_region[region], rng):
+            address += 1
+            size = len(household)
+            kids = sum(1 for p in household if p["role"] == "child")
+            family = kids > 0
+            couple = any(p["role"] == "father" for p in household)
+            for number, p in enumerate(household):
+                record = [" "] * RECORD
+                group, sex, age = p["group"], p["sex"], p["age"]
+                nationality = 0 if group == 1 else rng.choice([100, 163, 221, 475])
+                common(record, region, group, sex, (2023 - age) * 10000 + rng.randint(1, 12) * 100 + rng.randint(1, 28),
+                       nationality)
+                put(record, 9, 5, address // 1000 + 1)   # R03U1 street
+                put(record, 14, 4, address % 1000)       # R03U2 house number
+                role = p["role"]
+                married = role in ("wife", "husband") or (couple and role in ("mother", "father"))
+                put(record, 123, 1, "1" if role == "child" or (not married and age < 30) else "2" if married else "3")  # P03
+                put(record, 179, 1, "5" if family else "1")   # KERNS kind of core family
+                put(record, 183, 4, 1)                        # HHNR household at the address
+                if role in ("mother", "child"):
+                    put(record, 187, 2, "1 ")                 # HZUO member of the core family
+                if role == "grandparent":
+                    put(record, 187, 2, 4)
+                if role in ("mother", "wife"):
+                    put(record, 189, 1, "1" if married else "3")   # HPAAR
+                if role == "mother" and not couple:
+                    put(record, 189, 1, "3")
+                if role in ("father", "husband"):
+                    put(record, 189, 1, "2")
+                if role in ("mother", "father"):
+                    put(record, 190, 1, "1")                  # HELT parent
+                if role in ("grandparent", "ascendant"):
+                    put(record, 191, 1, "1")                  # HVOR ascendant
+                if role == "descendant":
+                    put(record, 192, 1, "1")                  # HNACH descendant
+                put(record, 195, 1, "1")                      # W04
+                put(record, 227, 8, 20231231)                 # Z02 reference date
+                put(record, 251, 3, age)                      # A01 age
+                put(record, 256, 1, "1" if number == 0 else "0")   # A03 first person of the household
+                put(record, 260, 2, size)                     # A06 persons in the household
+                put(record, 262, 2, kids)                     # A07 children in the household
+                put(record, 350, 1, 1)                        # DS350 record end
+                lines.append("".join(record))
     return lines
 
 

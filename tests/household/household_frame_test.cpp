@@ -22,12 +22,12 @@ TEST_F(Hhprog, UnimplementedOptionShowsTheUsage)
     EXPECT_NE(r.err.find(" -V= Protokollumfang (0-3)\n"), std::string::npos);
 }
 
-TEST_F(Hhprog, StartsWithTypesAndStopsBeforeTheQuotaPhase)
+TEST_F(Hhprog, StartsWithTypesAndStopsWithoutTheStockFile)
 {
     s.write("hh/reftyp.csv", "# key;name;type\n10;a;1\n20;b;3\n30;c;3\n");
     RunResult r = s.run({"hhprog", "-F", "2", "-T", "2"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("HHPROG: Quotenberechnung (Quotenphase) ist in diesem Stand noch nicht verfügbar"),
+    EXPECT_NE(r.err.find("HHPROG: open hh/dstbest.txt"),
               std::string::npos);
     std::string ini = s.read("hh/hhprog.ini");
     EXPECT_NE(ini.find("QtypCol=12\n"), std::string::npos);
@@ -37,7 +37,7 @@ TEST_F(Hhprog, StartsWithTypesAndStopsBeforeTheQuotaPhase)
     EXPECT_NE(page.find("class=warning>Warnung 1: L&uuml;cke bei Typen in Referenzdatei: Typ 2 fehlt</span><br>"),
               std::string::npos);
     EXPECT_NE(page.find("3 Gebiete, 3 Typen<br>"), std::string::npos);
-    EXPECT_NE(page.find("Fehlerabbruch 2: Quotenberechnung"), std::string::npos);
+    EXPECT_NE(page.find("Fehlerabbruch 2: open hh/dstbest.txt"), std::string::npos);
     EXPECT_NE(s.read("hh/Prognose/p/toc.htm").find("<a href=\"../index.html#2\" target=_top><span class=warning>Warnung 1</span></a>"),
               std::string::npos);
     EXPECT_TRUE(s.exists("hh/Prognose/p/style.css"));
