@@ -101,7 +101,7 @@ TEST_F(HouseholdForecast, PersonsOfTheForecastAddUpToThePopulation)
     std::map<int, double> population;
     // ages above 99 count as 99 and overwrite the row of 99 before them, so 101 stands for the oldest
     for (int year : {2024, 2025})
-        for (int sex : {1, 2})
+        for (int sexes = 0; sexes < 2; ++sexes)   // both sexes carry the same numbers
             for (int age : {5, 16, 30, 40, 70, 101}) population[year] += 10 + age / 10 + year % 10;
     std::map<int, double> persons = sumsByYear(s.read("hh/Prognose/person.csv"), 7);
     // the markers of the tiny stock drive B2 below zero; its clean-up can only add persons
