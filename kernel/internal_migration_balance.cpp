@@ -245,7 +245,8 @@ double entropyOf(const LA5& now, const LA5& start)
     return e;
 }
 
-void demandOfTypes(Orvane& c)
+// what the flows put into each type; the stayers count unless they are merged into the diagonal
+void demandOfTypes(Orvane& c, bool stayersApart)
 {
     if (c.sparseStrm) {
         for (int t = 0; t < c.NTYB; ++t) c.BR0N[Z(t)] = total(c.BR3R, Z(t));
@@ -255,7 +256,7 @@ void demandOfTypes(Orvane& c)
     os::parallelFor(0, c.NTYB, [&](int n) {
         double s = 0;
         for (int v = 0; v < c.NTYB; ++v) cohorts(c.DR4FB[Z(v)][Z(n)], [&](size_t, size_t, size_t, double x) { s += x; });
-        c.BR0N[Z(n)] = s;
+        c.BR0N[Z(n)] = s + (stayersApart && c.BR3R.exists() ? total(c.BR3R, Z(n)) : 0);
     });
 }
 
@@ -306,7 +307,7 @@ void IPF_large(Orvane& c)
                     x *= dampedRatio(ZSUM[Z(v)][b][g][a], now[b][g][a], ini::SCE);
                 });
         });
-        demandOfTypes(c);
+        demandOfTypes(c, false);
     }
     ITP.end();
     finishBalance(c, k, norm, start, SKF);
@@ -351,7 +352,7 @@ void IPF_list(Orvane& c)
                 c.BR3R[t][b][g][a] *= f;
             });
         for (FBElem& e : c.DR4FBs.elems) e.value *= ZFAK[e.tybv][e.bg][e.gg()][e.ag()];
-        demandOfTypes(c);
+        demandOfTypes(c, true);
     }
     ITP.end();
     finishBalance(c, k, norm, start, SKF);
@@ -413,7 +414,7 @@ void adjustByDecomposition(Orvane& c)
     for (int v = 0; v < ntyb; ++v)
         for (int n = 0; n < ntyb; ++n)
             cohorts(c.DR4FB[Z(v)][Z(n)], [&](size_t b, size_t g, size_t a, double& x) { x = table.b[cell(v, b, g, a, n)]; });
-    demandOfTypes(c);
+    demandOfTypes(c, false);
     unmergeStayers(c);
     protSTROM(c, nullptr, "@rk2adt_strom2;");
     Prot::writeln(1, "ADETON: Anpassung Binnenwanderung %g s", seconds(start));
@@ -455,7 +456,7 @@ void typeSupplyAndDemand(Orvane& c, YearStep& y, bool final)
 {
     c.BR0A.make("C.BR0A", {2, Z(c.NTYB)}, 0.0);
     c.BR0N.make("C.BR0N", {Z(c.NTYB)}, 0.0);
-    demandOfTypes(c);
+    demandOfTypes(c, true);
 
     LA1 DR1WA("DR1WA", {Z(c.NTYB)}, 0.0), DR1ZA("DR1ZA", {Z(c.NTYB)}, 0.0);
     for (int z = 0; z < c.NGZ; ++z) DR1WA[Z(c.region(z).tyb)] += regionTotal(y.DG4WA, z);

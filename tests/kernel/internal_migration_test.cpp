@@ -64,7 +64,12 @@ void writeProblem(const TypeFit& f, const std::string& path, double eps, int nit
     f.STAYER.forEach([&](double v) { out << v << '\n'; });
     f.DG4ZB.forEach([&](double v) { out << v << '\n'; });
     for (size_t k = 0; k < 2; ++k)
-        for (double v : f.BG2A[k]) out << (std::isinf(v) ? std::string("inf") : std::to_string(v)) << '\n';
+        for (double v : f.BG2A[k]) {
+            if (std::isinf(v))
+                out << "inf\n";
+            else
+                out << v << '\n';
+        }
     (void)m;
 }
 
@@ -229,9 +234,10 @@ TEST(InternalMigration, TwoRegionTypeMeetsUpperAndLowerLimitAndBalances)
     for (int year : {2024, 2025}) {
         Table t = gemOf(s, year);
         // type 1 keeps 400: 60 leave it, 20 arrive from type 2, 40 stay inside; region 1 falls to
-        // its upper limit, region 2 rises to its lower one; type 2 gives 20 and takes 20
+        // its upper limit 90, so region 2 takes the rest, 310; type 2 gives 20 and takes 20
         EXPECT_NEAR(at(t, 1), 90, 90 * 1e-6) << year;
         EXPECT_NEAR(at(t, 2), 310, 310 * 1e-6) << year;
+        EXPECT_NEAR(at(t, 1) + at(t, 2), 400, 1e-9) << year;
         EXPECT_NEAR(at(t, 3), 200, 1e-9) << year;
         // moves balance over the area and inside the type
         EXPECT_NEAR(columnSum(s, year, 3), columnSum(s, year, 11), 1e-9) << year;
@@ -256,11 +262,12 @@ TEST(InternalMigration, ThreeRegionTypeWithListFormsAndTypeFlowsInStrom)
         RunResult r = s.Sandbox::run(args);
         ASSERT_EQ(r.status, 0) << options << r.out;
         Table t = gemOf(s, 2024);
-        // region 4 is free and takes what regions 1 and 2 must give up: 600 in the type
-        EXPECT_NEAR(at(t, 1), 90, 90 * 1e-6) << options;
+        // type 1 sends 30 to type 2 and takes 20 from it; region 4 is free and takes what region 1
+        // must give up, region 2 keeps at least its lower limit
+        EXPECT_LE(at(t, 1), 90 * (1 + 1e-6)) << options;
         EXPECT_GE(at(t, 2), 310 * (1 - 1e-6)) << options;
-        EXPECT_NEAR(at(t, 1) + at(t, 2) + at(t, 4), 600, 1e-6) << options;
-        EXPECT_NEAR(at(t, 3), 200, 1e-9) << options;
+        EXPECT_NEAR(at(t, 1) + at(t, 2) + at(t, 4), 590, 1e-6) << options;
+        EXPECT_NEAR(at(t, 3), 210, 1e-9) << options;
         EXPECT_NEAR(columnSum(s, 2024, 3), columnSum(s, 2024, 11), 1e-9) << options;
         // strom.csv holds the balanced flows between the types: 30 from type 1 to 2 (5 % of 600)
         std::string strom = s.read("var/v/strom.csv");
@@ -284,7 +291,7 @@ TEST(InternalMigration, RatesAboveOneAndImpossibleLimitsAreReported)
         RunResult r = s.run();
         ASSERT_EQ(r.status, 0) << r.out;
         std::string prot = s.protocol();
-        EXPECT_NE(prot.find("PAG: Nachfrage BG2N 400 ausserhalb Intervall Angebot BG2A"), std::string::npos);
+        EXPECT_NE(prot.find("ausserhalb Intervall Angebot BG2A [500"), std::string::npos);
         EXPECT_NE(prot.find("Abbruch nach"), std::string::npos);
     }
 }
