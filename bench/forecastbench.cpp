@@ -9,6 +9,11 @@
 //                                        area with quotas, out-migration adjusted to a stock target (T1 K1 A1 M1)
 //   forecastbench --building [regions ...]    the same with new building and demolition (D1 E3),
 //                                        which need internal migration (I1) as well
+//   forecastbench --internal [regions ...]    internal migration in 50 types (I1) with limits for every
+//                                        tenth region (P1), dense flow tables
+//   forecastbench --internal-list [regions ...]  all regions in one internal type, flows between
+//                                        types and regions in their list forms ($SPARSESTRM, $BFWKG);
+//                                        21 age groups, one group, each region populated in a tenth of them
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
@@ -33,6 +38,8 @@ const int START = 2024, YEARS = 10;
 
 // 0 natural change only, 1 external migration with a stock target, 2 with new building and demolition
 int movements = 0;
+// internal migration with limits of regions: 0 none, 1 dense in 50 types, 2 list forms in one type
+int internal = 0;
 
 void writeFile(const fs::path& p, const std::string& text)
 {
@@ -41,11 +48,55 @@ void writeFile(const fs::path& p, const std::string& text)
     f << text;
 }
 
+// Internal migration: 5 % of each age move inside their type, 1 % to the next type; every tenth
+// region has an upper limit below its population, and the sixth of each ten a lower limit above it.
+void generateInternal(int n, const fs::path& dir)
+{
+    const bool list = internal == 2;
+    const int types = list ? 1 : 50, nag = list ? 21 : 101, nbg = list ? 1 : 2;
+    const std::string y = std::to_string(START - 1), span = std::to_string(START) + ".." + std::to_string(START + YEARS);
+    const std::string regions = "100001.." + std::to_string(100000 + n), last = std::to_string(nag - 1);
+    std::ostringstream ini;
+    ini << "[DEFAULTS]\nRUNFORECAST=1\nSTARTJAHR=" << START << "\nENDJAHR=" << START + YEARS - 1
+        << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nABEW=1\nABEWGEM=1\nAusgabeNull=0\nSTRunden=0\nDIFF_G=0\nPYRAMIDE=0\n"
+           "PLOT_DATEN=0\nNITER=50\nEPS=0.0001\n[METHODE]\nNAG="
+        << nag << "\nNGG=2\nNBG=" << nbg
+        << "\nGRND=1\nNTYA=1\nBEVOELKERUNGSBEWEGUNGEN=T1\nBINNENWANDERUNG=I1\nZIELWERTE=P1\n"
+           "[LA]\nAUSGABE_EINZELWERTE=0\nMATRIX_AUSGABEFORMAT=0\n";
+    writeFile(dir / "v.ini", ini.str());
+    std::ostringstream ref;
+    ref << "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n"
+        << regions << ";Gebiet $;1;1;1.." << types << ";1;1;1;1;1;1;1;1\n";
+    writeFile(dir / "reftyp.csv", ref.str());
+    const std::string cell = list ? "floor((20 - ix(5) / 2) * (1 - ((ix(2) + ix(5)) % 10 > 0)) + 0.5)"
+                                  : "floor((12 - ix(5) / 10) * (1 + 0.2 * sin(ix(2))) / ix(3) + 0.5)";
+    writeFile(dir / "v" / ("gem" + y + ".csv"), y + ";" + regions + ";*;*;0.." + last + ";" + cell + "\n");
+    writeFile(dir / ("strb" + y + ".csv"), "*;*;*;0.." + last + ";0.0001 * exp(0.085 * ix(4))\n");
+    writeFile(dir / ("fruc" + y + ".csv"), "*;*;*;0\n");
+    writeFile(dir / ("wegz" + y + ".csv"), "*;*;*;*;0.." + last + ";0\n");
+    std::ostringstream strm;
+    for (int t = 1; t <= types; ++t) {
+        strm << t << ";" << t << ";*;*;0.." << last << ";0.05\n";
+        if (types > 1) strm << t << ";" << t % types + 1 << ";*;*;0.." << last << ";0.01\n";
+    }
+    writeFile(dir / ("strm" + y + ".csv"), strm.str());
+    std::ostringstream eck;
+    for (int z = 1; z <= n; z += 10) {
+        eck << span << ";2;" << 100000 + z << ";" << (list ? 30 : 1500) << "\n";
+        if (z + 5 <= n) eck << span << ";1;" << 100000 + z + 5 << ";" << (list ? 90 : 2500) << "\n";
+    }
+    writeFile(dir / "eckgem.csv", eck.str());
+}
+
 // The study area: regions 100001 .. 100000+N in types of 50 regions for internal migration and
 // of 500 for births and deaths; ages 0..100.
 void generate(int n, const fs::path& dir)
 {
     std::ostringstream ini;
+    if (internal) {
+        generateInternal(n, dir);
+        return;
+    }
     ini << "[DEFAULTS]\nRUNFORECAST=1\nSTARTJAHR=" << START << "\nENDJAHR=" << START + YEARS - 1
         << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nABEW=1\nABEWGEM=1\nAusgabeNull=0\nSTRunden=0\nDIFF_G=13\nDIFF_BG=1\n"
            "DIFF_GG=1\nDIFF_AG=5\nPYRAMIDE=1\nPLOT_DATEN=0\n"
@@ -118,7 +169,8 @@ Measure run(const fs::path& root, bool parallel)
 {
     fs::path timeLog = root / "time.log";
     std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() +
-                      "' ./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") + " >run.log 2>&1";
+                      "' ./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") +
+                      (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") + " >run.log 2>&1";
     Measure m;
     int rc = std::system(cmd.c_str());
     m.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -160,6 +212,8 @@ int main(int argc, char** argv)
         std::string a = argv[i];
         if (a == "--migration" || a == "--building")
             movements = a == "--migration" ? 1 : 2;
+        else if (a == "--internal" || a == "--internal-list")
+            internal = a == "--internal" ? 1 : 2;
         else
             sizes.push_back(std::atoi(argv[i]));
     }

@@ -1,6 +1,8 @@
 // The static stage operations of the forecast kernel.
 #pragma once
 
+#include "tables/labelled_array.h"
+
 class Orvane;
 class MonteCarlo;
 struct YearStep;
@@ -19,6 +21,10 @@ public:
     static int IRW(MonteCarlo& mc, Orvane& c, YearStep& y);
     static void SZW(Orvane& c, YearStep& y);              // out- and in-migration together to a target
     static void ALL(Orvane& c);                           // in-migration of each area to its target types
+    // internal migration between the types: rates to numbers on the population left after new
+    // building and demolition, with supply and demand of the types; the balance to the limits
+    static void ASM(Orvane& c, YearStep& y);
+    static void ABG(Orvane& c, const LA4& BR30);
     static void input();                                  // input stage: declare and read all tables
     static void REF();                                    // reads the reference table of regions
     // rows of the outputs by aggregate level lev: their number, the key of row i, the largest key

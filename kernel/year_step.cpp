@@ -325,110 +325,6 @@ double total(const LA4& a, size_t t)
 
 double regionTotal(const GemTable& t, int z) { return t.exists() ? t.regionSum(Z(z)) : 0.0; }
 
-// supply and demand of the types under module P (limits of types)
-void typeLimits(MonteCarlo& mc, Orvane& c, YearStep& y)
-{
-    c.BR0A.make("C.BR0A", {2, Z(c.NTYB)}, 0.0);
-    c.BR0N.make("C.BR0N", {Z(c.NTYB)}, 0.0);
-    for (int t = 0; t < c.NTYB; ++t) c.BR0N[Z(t)] = c.BR3R.exists() ? total(c.BR3R, Z(t)) : 0;
-    if (c.sparseStrm) {
-        for (const FBElem& e : c.DR4FBs.elems) c.BR0N[e.tybn] += e.value;
-    } else if (c.DR4FB.exists()) {
-        for (size_t v = 0; v < c.DR4FB.size(); ++v)
-            for (int t = 0; t < c.NTYB; ++t) {
-                const auto& n = c.DR4FB[v][Z(t)];
-                for (const auto& b : n)
-                    for (const auto& g : b)
-                        for (double x : g) c.BR0N[Z(t)] += x;
-            }
-    }
-
-    LA1 DR1WA("DR1WA", {Z(c.NTYB)}, 0.0), DR1ZA("DR1ZA", {Z(c.NTYB)}, 0.0);
-    for (int z = 0; z < c.NGZ; ++z) DR1WA[Z(c.region(z).tyb)] += regionTotal(y.DG4WA, z);
-    // each external in-migration type lies inside one internal type
-    std::vector<int> tybOfZza(Z(std::max(c.NTYZZA, 0)), -1);
-    for (int z = 0; z < c.NGZ; ++z) {
-        const RegionRow& r = c.region(z);
-        if (r.tyzza < 0 || r.tyzza >= c.NTYZZA) continue;
-        int& t = tybOfZza[Z(r.tyzza)];
-        if (t < 0) {
-            t = r.tyb;
-        } else if (t != r.tyb) {
-            Prot::message(SEV_ERROR,
-                          "Gebiet %lld darf nicht Typ Außenzugug %d und Binnentyp %d haben, da Typ Außenzuzug %d "
-                          "bereits Teilmenge von Binnentyp %d",
-                          keyOf(c, z), r.tyzza + 1, r.tyb + 1, r.tyzza + 1, t + 1);
-        }
-    }
-    if (c.DR4ZA.exists())
-        for (size_t a = 0; a < c.DR4ZA.size(); ++a)
-            for (size_t y2 = 0; y2 < c.DR4ZA[a].size() && y2 < tybOfZza.size(); ++y2) {
-                if (tybOfZza[y2] < 0) continue;
-                double s = 0;
-                for (const auto& b : c.DR4ZA[a][y2])
-                    for (const auto& g : b)
-                        for (double x : g) s += x;
-                DR1ZA[Z(tybOfZza[y2])] += s;
-            }
-    for (int t = 0; t < c.NTYB; ++t) {
-        double x = total(c.DR3S, Z(t)) + DR1WA[Z(t)] + DR1ZA[Z(t)];
-        if (_(D_0) == false && c.DR3IAN.exists()) x += total(c.DR3IAN, Z(t));
-        if (_(E_0) == false && c.DR3OAR.exists()) x += total(c.DR3OAR, Z(t));
-        for (size_t k = 0; k < 2; ++k) {
-            double limit = c.BR21E.exists() ? c.BR21E[k][Z(t)] : (k == 0 ? 0 : UNDEF);
-            c.BR0A[k][Z(t)] = isUndef(limit) ? limit : limit - x;
-        }
-    }
-    auto sums = [&](const char* format, int level) {
-        double lo = 0, hi = 0;
-        for (int t = 0; t < c.NTYB; ++t) {
-            lo += c.BR0A[0][Z(t)];
-            hi += c.BR0A[1][Z(t)];
-        }
-        Prot::writeln(level, format, Pic::Get(lo, 0).c_str(), isUndef(hi) ? "undef" : Pic::Get(hi, 0).c_str());
-        return std::pair<double, double>(lo, hi);
-    };
-    laPrint(4, c.BR0A, "2\0C.NTYB\0", "BR0A", LA_UNKNOWN);
-    sums("@sum; @lowerLimit; %s, @sum; @upperLimit; %s", 1);
-    if (_(R_0)) {
-        int count = 0;
-        double raised = 0;
-        for (int t = 0; t < c.NTYB; ++t) {
-            double& lo = c.BR0A[0][Z(t)];
-            double& hi = c.BR0A[1][Z(t)];
-            if (!isUndef(lo) && lo < 0) {
-                lo = 0;
-                ++count;
-                if (_(P_2) && hi < lo) {
-                    raised += lo - hi;
-                    hi = lo;
-                }
-            }
-            if (_(P_2) && c.BR21E.exists() && c.BR21E[0][Z(t)] > c.BR21E[1][Z(t)])
-                Prot::writeln(3, "@rk2asm_fmt1310; (TYB %d: %g > %g)", t + 1, c.BR21E[0][Z(t)], c.BR21E[1][Z(t)]);
-        }
-        if (count) {
-            Prot::writeln(2, "@rk2asm_fmt1300;", count);
-            if (raised > 0) Prot::writeln(1, "@rk2asm_fmt1302;", raised);
-            sums("@sum; @lowerLimit; %s, @sum; @upperLimit; %s, ", 1);
-        }
-    }
-    double A0 = 0, A1 = 0, N = 0;
-    for (int t = 0; t < c.NTYB; ++t) {
-        A0 += c.BR0A[0][Z(t)];
-        A1 += c.BR0A[1][Z(t)];
-        N += c.BR0N[Z(t)];
-    }
-    double tol = N > 0 ? N / 1e6 : 1;
-    if (A0 - tol > N || (!isUndef(A1) && N > A1 + tol))
-        Prot::writeln(2, "PAG: Nachfrage BR0N %.15g nicht im Intervall Angebot BR0A [%.15g .. %.15g]", N, A0, A1);
-    c.MR0Z.make("C.MR0Z", {Z(c.NTYB)}, 0.0);
-    for (int t = 0; t < c.NTYB; ++t) {
-        double lo = c.BR0A[0][Z(t)], hi = c.BR0A[1][Z(t)], n = c.BR0N[Z(t)];
-        c.MR0Z[Z(t)] = lo > n ? -1 : (!isUndef(hi) && n > hi ? 1 : 0);
-    }
-}
-
 // in-migration from abroad spread over the regions of each in-migration type by their losses
 // through deaths and out-migration, when no internal migration does it
 void spreadInMigration(Orvane& c, YearStep& y)
@@ -455,27 +351,6 @@ void spreadInMigration(Orvane& c, YearStep& y)
                     if (s != 0) y.DG4ZA.set(Z(z), b, g, a, share * s);
                 }
     });
-}
-
-// the free housing capacity of the regions of each internal type, losses by deaths,
-// out-migration and moves into new building, takes the arrivals of the displaced
-void placeDisplacedByType(Orvane& c, YearStep& y)
-{
-    if (!c.DR3IBR.exists()) return;
-    for (int t = 0; t < c.NTYB; ++t) {
-        const std::vector<int>& regions = y.regionsOfType[Z(t)];
-        std::vector<double> FWKG(regions.size(), 0.0);
-        double F = 0;
-        for (size_t zt = 0; zt < regions.size(); ++zt) {
-            int z = regions[zt];
-            double f = -(regionTotal(y.DG4S, z) + regionTotal(y.DG4WA, z) + regionTotal(y.DG4OB, z) +
-                         regionTotal(y.DG4OBN, z));
-            if (y.GG1ATTR.exists()) f *= y.GG1ATTR[Z(z)];
-            FWKG[zt] = f < 0 ? 0 : f;
-            F += FWKG[zt];
-        }
-        placeDisplaced(c, y, t, regions, FWKG, F);
-    }
 }
 
 // ---------------------------------------------------------------- cohort equation and after
@@ -667,7 +542,11 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             // the limits need the out-migration of the regions now
             if (!_(E_0)) demolitionRegions(c, y);
             outMigrationBase(mc, c, y);
-            typeLimits(mc, c, y);
+            // the working balance serves the moves into new building and out of demolition
+            if (building && !_(I_0)) {
+                typeSupplyAndDemand(c, y, false);
+                RK::ABG(c, c.BR30);
+            }
         }
         if (building) {
             numbersToRates(c);
@@ -678,10 +557,16 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         }
 
         // 14. region level
+        if (!_(I_0))
+            for (GemTable* t : {&y.DG4OB, &y.DG4WB, &y.DG4OI, &y.DG4II, &y.DG4ZB}) c.makeGem(*t, t->name);
         if (!_(D_0)) newBuildingRegions(c, y);
         if (_(P_0)) {
             if (!_(E_0)) demolitionRegions(c, y);
             outMigrationBase(mc, c, y);
+        }
+        if (!_(I_0)) {
+            checkFlowRates(c);
+            balanceInternalMigration(c, y);
         }
         if (_(I_0)) spreadInMigration(c, y);
         if (y.irwPrinted == 0 && y.DG4WA.exists()) y.DG4WA.print(2, "DG4WA");
@@ -696,11 +581,13 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             y.DG4OAR.print(2, "@DG4OAR;");
         }
 
-        // 15. those displaced by demolition arrive in the regions of each type by free capacity
-        if (!_(E_0)) {
-            placeDisplacedByType(c, y);
-            weighDisplaced(c, y);
-        }
+        // 15. internal migration by type, region to region; those displaced by demolition arrive
+        // in the regions of each type by free capacity
+        if (!_(I_0))
+            internalMigrationRegions(mc, c, y);
+        else if (!_(E_0))
+            placeDisplacedWithoutFlows(c, y);
+        if (!_(E_0)) weighDisplaced(c, y);
 
         // 16. messages on the external tables
         if (K_() == 6 && ini::AUSGABE_AUSSEN_MATRIX)

@@ -123,6 +123,37 @@ void outMigrationBase(MonteCarlo& mc, Orvane& c, YearStep& y);
 void externalTypeOutputs(Orvane& c);
 void externalRegionOutputs(const Orvane& c, const YearStep& y);
 
+// internal migration: supply and demand of the types (BR0A, BR0N, MR0Z) on the working numbers of
+// the year step, or, final, on the numbers of RK::ASM with new building and demolition in full
+void typeSupplyAndDemand(Orvane& c, YearStep& y, bool final);
+// every origin type's flow rates sum to at most 1 (its stayer rate is not negative)
+void checkFlowRates(const Orvane& c);
+// RK::ASM and, under P, RK::ABG; the flows between types as output strom
+void balanceInternalMigration(Orvane& c, YearStep& y);
+// the region level: moves out of each type (DG4OB), then for each type its moves inside (DG3OI,
+// DG5FI), the arrivals (DG4ZB, DG4ZA, DG4IBR), the fit to the regions' limits and the booking
+// into DG4WB, DG4OI, DG4II
+void internalMigrationRegions(MonteCarlo& mc, Orvane& c, YearStep& y);
+// without internal migration those displaced by demolition still arrive by free capacity
+void placeDisplacedWithoutFlows(Orvane& c, YearStep& y);
+
+// The tables of one internal type handed to the fit: regions zt = 0 .. NGZt-1 of the type.
+struct TypeFit {
+    int type = 0, year = 0;
+    std::vector<int> regions;           // region indices
+    std::vector<long long> keys;        // their keys
+    std::vector<size_t> group;          // in-migration type of each region, index into the DG4ZA totals
+    size_t groups = 1;                  // number of in-migration types
+    size_t nbg = 0, ngg = 0, nag = 0;
+    bool sparse = false;                // DG5FIs instead of DG5FI
+    LA5 DG5FI{"DG5FI"};                 // zv, zn, BG, GG, AG
+    std::vector<FIElem> DG5FIs;
+    LA4 STAYER{"STAYER"}, DG4ZB{"DG4ZB"}, DG4IBR{"DG4IBR"}, DG4ZA{"DG4ZA"};  // zt, BG, GG, AG; IBR, ZA may be absent
+    LA2 BG2A{"BG2A"};                   // lower and upper limit of each region
+};
+// fits the flows of one type in place; the number of iterations used
+int abgleichInnenwanderung(TypeFit& f);
+
 // ---- the outputs of a year (results) ----
 
 // number of rows of the aggregate outputs by DIFF_G, and the row of a region

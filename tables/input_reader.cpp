@@ -991,7 +991,7 @@ void TableReader::store(const long long* idx, const long long* written, double* 
         double* slot = row ? row + i : nullptr;
         if (valueCheck == VC_ADDITIVE) {
             if (slot) {
-                *slot += v;
+                *slot = (isUndef(*slot) ? 0 : *slot) + v;
             } else {
                 double old = target.get(idx);
                 target.put(idx, (isUndef(old) ? 0 : old) + v);
