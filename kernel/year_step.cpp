@@ -313,16 +313,6 @@ void restoreRates(Orvane& c, const YearStep& y)
     Prot::writeln(4, "@BR3R; Ursprungsraten (default 1)");
 }
 
-double total(const LA4& a, size_t t)
-{
-    double s = 0;
-    if (t >= a.size()) return 0;
-    for (const auto& b : a[t])
-        for (const auto& g : b)
-            for (double v : g) s += v;
-    return s;
-}
-
 double regionTotal(const GemTable& t, int z) { return t.exists() ? t.regionSum(Z(z)) : 0.0; }
 
 // in-migration from abroad spread over the regions of each in-migration type by their losses

@@ -135,7 +135,9 @@ TEST(IterativeFitting, AgreesWithTheIndependentScriptOnRandomProblems)
         std::vector<double> d = demandOf(f);
         for (size_t z = 0; z < n; ++z) {
             EXPECT_GE(d[z], f.BG2A[0][z] * (1 - 1e-8));
-            if (!std::isinf(f.BG2A[1][z])) EXPECT_LE(d[z], f.BG2A[1][z] * (1 + 1e-8));
+            if (!std::isinf(f.BG2A[1][z])) {
+                EXPECT_LE(d[z], f.BG2A[1][z] * (1 + 1e-8));
+            }
         }
         for (size_t v = 0; v < n; ++v)
             for (size_t c = 0; c < m; ++c) {
