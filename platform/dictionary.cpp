@@ -125,8 +125,12 @@ int DD::load(const std::string& language, const std::vector<std::string>& varian
         std::string languages;
         for (const auto& name : os::glob(si::appDir.empty() ? "." : si::appDir, "datadict_*.xml"))
             languages += " " + name.substr(9, name.size() - 13);
-        fprintf(stderr, "%s: messages show their keys in [brackets]; languages at hand:%s\n", path.c_str(),
-                languages.empty() ? " none" : languages.c_str());
+        if (os::isDirectory(si::appDir.empty() ? "." : si::appDir))
+            fprintf(stderr, "%s: messages show their keys in [brackets]; languages at hand:%s\n", path.c_str(),
+                    languages.empty() ? " none" : languages.c_str());
+        else
+            fprintf(stderr, "%s: no %s in %s: start the program in the directory that holds App/, or name that "
+                            "directory with -w\n", path.c_str(), si::appDir.c_str(), os::currentDirectory().c_str());
         return 0;
     }
     g_language = language.substr(0, 31);

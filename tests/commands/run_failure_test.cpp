@@ -69,6 +69,14 @@ TEST(RunFailure, MissingOrBrokenDictionaryIsToldAndTheRunGoesOn)
     EXPECT_EQ(r.err, "No such file or directory: ./App/datadict_fr.xml\n"
                      "./App/datadict_fr.xml: messages show their keys in [brackets]; languages at hand: de en\n");
 
+    // -w into a directory without App/: where the program looked, and what to do
+    r = s.run({"orvane", "-w", "var", "-d", "./", "-v", "v"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("./App/datadict_de.xml: no ./App/ in " + s.root() + "/var: start the program in the directory "
+                         "that holds App/, or name that directory with -w\n"),
+              std::string::npos)
+        << r.err;
+
     s.write("App/datadict_de.xml", "<?xml version=\"1.0\"?>\n<data-dictionary>\n<k id=\"a\">x</b>\n</data-dictionary>\n");
     r = s.run({"orvane", "-d", "var/", "-v", "v"});
     EXPECT_EQ(r.status, 0);
