@@ -12,13 +12,13 @@
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "commands/dispatcher.h"
-#include "commands/run_failure.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "statistics/time_series.h"
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/labelled_array.h"
+#include "commands/run_failure.h"
 
 int callbackFlag = 0;
 std::string language = "de";
