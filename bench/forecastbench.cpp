@@ -5,6 +5,10 @@
 // table ends the benchmark with its log and a non-zero status: no time is shown for it.
 //
 //   forecastbench [regions ...]          default: 1000 10000
+//   forecastbench --migration [regions ...]   with external migration by rates, in-migration by
+//                                        area with quotas, out-migration adjusted to a stock target (T1 K1 A1 M1)
+//   forecastbench --building [regions ...]    the same with new building and demolition (D1 E3),
+//                                        which need internal migration (I1) as well
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
@@ -27,6 +31,9 @@ namespace {
 
 const int START = 2024, YEARS = 10;
 
+// 0 natural change only, 1 external migration with a stock target, 2 with new building and demolition
+int movements = 0;
+
 void writeFile(const fs::path& p, const std::string& text)
 {
     fs::create_directories(p.parent_path());
@@ -42,8 +49,12 @@ void generate(int n, const fs::path& dir)
     ini << "[DEFAULTS]\nRUNFORECAST=1\nSTARTJAHR=" << START << "\nENDJAHR=" << START + YEARS - 1
         << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nABEW=1\nABEWGEM=1\nAusgabeNull=0\nSTRunden=0\nDIFF_G=13\nDIFF_BG=1\n"
            "DIFF_GG=1\nDIFF_AG=5\nPYRAMIDE=1\nPLOT_DATEN=0\n"
-           "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nNTYA=1\nGRND=1\n"
-           "[LA]\nAUSGABE_EINZELWERTE=0\nMATRIX_AUSGABEFORMAT=0\n";
+           "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nGRND=1\n"
+        << (movements ? "NTYA=2\nBEVOELKERUNGSBEWEGUNGEN=T1\nAUSSENWANDERUNGSDATEN=K1\nANPASSUNG_WEGZUG=A1\n"
+                        "ZIELWERT_BESTAND=M1\n"
+                      : "NTYA=1\n")
+        << (movements == 2 ? "BINNENWANDERUNG=I1\nNEUBAU=D1\nRUECKBAU=E3\n" : "")
+        << "[LA]\nAUSGABE_EINZELWERTE=0\nMATRIX_AUSGABEFORMAT=0\n";
     writeFile(dir / "v.ini", ini.str());
 
     // the reference table: one line spans all regions, the types handed out in turn
@@ -65,6 +76,26 @@ void generate(int n, const fs::path& dir)
               "# death rates: Gompertz curve\n*;*;*;0..100;0.0001 * exp(0.085 * ix(4))\n");
     writeFile(dir / ("fruc" + std::to_string(START - 1) + ".csv"),
               "# fertility rates: bell curve around age 31\n*;*;15..49;0.1 * exp(0 - ((ix(3) - 31) * (ix(3) - 31)) / 50)\n");
+    if (!movements) return;
+    const std::string y = std::to_string(START - 1), regions = "100001.." + std::to_string(100000 + n);
+    // out-migration: young adults most; in-migration 2 % of the start population by age
+    writeFile(dir / ("wegz" + y + ".csv"), "*;1..2;*;*;0..100;0.01 + 0.04 * exp(0 - ((ix(5) - 24) * (ix(5) - 24)) / 60)\n");
+    writeFile(dir / "zuvol.csv", std::to_string(START) + ".." + std::to_string(START + YEARS) + ";1;1;1;" +
+                                     std::to_string(20 * n) + "\n");
+    writeFile(dir / ("zuaq" + y + ".csv"), "1..2;*;*;0..100;1\n");
+    writeFile(dir / ("zudq" + y + ".csv"), "1..2;*;*;*;0..100;1\n");
+    // the stock target: the start population grows by 0.5 % a year
+    writeFile(dir / "eckreg.csv", std::to_string(START) + ".." + std::to_string(START + YEARS) + ";1;1;0;" +
+                                      std::to_string(1000 * n) + "*(1+0.005*($JAHR-" + y + "))\n");
+    if (movements < 2) return;
+    const std::string span = std::to_string(START) + ".." + std::to_string(START + YEARS);
+    writeFile(dir / ("strm" + y + ".csv"), "*;*;*;*;0..100;0.01\n");
+    writeFile(dir / "nebb.csv", span + ";" + regions + "*7;30\n");
+    writeFile(dir / ("nebq" + y + ".csv"), "*;*;*;0..100;1\n");
+    writeFile(dir / "nebqqa.csv", span + ";*;1..2;0.2\n");
+    writeFile(dir / "rear.csv", span + ";" + regions + "*11;0.05\n");
+    writeFile(dir / "reaqza.csv", span + ";*;1..2;0.1\n");
+    writeFile(dir / "reagzr.csv", span + ";" + regions + ";1\n");
 }
 
 struct Measure {
@@ -125,7 +156,13 @@ int main(int argc, char** argv)
         return 0;
     }
     std::vector<int> sizes;
-    for (int i = 1; i < argc; ++i) sizes.push_back(std::atoi(argv[i]));
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--migration" || a == "--building")
+            movements = a == "--migration" ? 1 : 2;
+        else
+            sizes.push_back(std::atoi(argv[i]));
+    }
     if (sizes.empty()) sizes = {1000, 10000};
 
     fs::path self = fs::canonical("/proc/self/exe");

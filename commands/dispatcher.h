@@ -1,13 +1,6 @@
-// The tools of the executable and the process exit status they leave.
+// The tool table of the executable: the first argument names the tool, which gets the command
+// line behind its own name and leaves the process exit status.
 #pragma once
 
-#include "platform/exit_status.h"
-
-// the forecast command: the result becomes the exit status
-int orvane(int argc, char** argv);
-// household forecast, count tables, time series, table adjustment, map conversion
-void hhprog(int argc, char** argv);
-void dstmak(int argc, char** argv);
-int zrgemTool(int argc, char** argv);
-void adeton(int argc, char** argv);
-int shp2plt(int argc, char** argv);
+// runs the tool named by argv[1]; an unknown name shows the list of tools. The exit status.
+int dispatch(int argc, char** argv);

@@ -11,7 +11,7 @@
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
-#include "commands/dispatcher.h"
+#include "platform/exit_status.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "statistics/time_series.h"

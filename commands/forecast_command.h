@@ -3,6 +3,9 @@
 #include <cstdio>
 #include <string>
 
+// the forecast tool: options, dictionary, variant file, protocol, the driver; the exit status
+int orvane(int argc, char** argv);
+
 // -c: the callback steps run
 extern int callbackFlag;
 // -l

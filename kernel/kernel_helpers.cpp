@@ -3,7 +3,6 @@
 
 #include <cmath>
 
-#include "kernel/run_object.h"
 
 int Compare(double a, double b, double tol) {
     double m = std::fabs(a) > std::fabs(b) ? a : b;
@@ -22,6 +21,3 @@ double dampedRatio(double a, double b, double sce) {
     return r > 0 ? std::pow(r, sce) : r;
 }
 
-double dampedRatio(double a, double b) {
-    return dampedRatio(a, b, Orvane::current ? Orvane::current->SCE : 1.0);
-}

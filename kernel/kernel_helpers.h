@@ -29,8 +29,6 @@ int Compare(double a, double b, double tol);
 
 // ratio of a to b damped by the exponent sce: 1 for |b| below 1e-30; r^sce for r > 0, else r
 double dampedRatio(double a, double b, double sce);
-// the same with SCE of the run
-double dampedRatio(double a, double b);
 
 // ---- module switches ----
 // A module variant as written in conditions: A_0 is module A with variant 0. As a number

@@ -197,13 +197,13 @@ void Orvane::makeGem(GemTable& t, const std::string& name, double fill) {
 void Orvane::releaseYear() {
     BG40DSG.release();
     BG40B.release();
-    for (LA4* a : {&BR30, &BR30B, &DR3S, &DR3WA, &DR3ZAQ, &DR3IN, &DR3IBN, &DR3OBN, &DR3IAN, &DR3ZAN, &DR3OR,
-                   &DR3OBR, &DR3IBR, &DR3OAR, &DR3ZAR})
+    for (LA4* a : {&BR30, &BR30B, &DR3S, &DR3WA, &DR3ZAQ, &DR3IN, &DR3IBN, &DR3OBN, &DR3IAN, &DR3OR, &DR3OBR,
+                   &DR3IBR, &DR3OAR})
         a->release();
     for (LA2* a : {&BR0A, &BR21E, &BG21E}) a->release();
     for (LA1* a : {&BR0N, &MR0Z}) a->release();
     for (LA3* a : {&BR21, &DR2WBGv, &DR2WBGn}) a->release();
-    for (LA5* a : {&DR4WA, &DR4ZA}) a->release();
+    for (LA5* a : {&DR4WA, &DR4ZA, &DR3ZAN, &DR3ZAR}) a->release();
 }
 
 void Orvane::releaseAll() {

@@ -13,6 +13,12 @@ public:
     static int PRO(Orvane* orvane);                       // the driver of one forecast
     static void INI(Orvane* orvane);                      // year initialisation
     static void PAG(MonteCarlo& mc, Orvane* orvane);      // year step
+    static void EBB(Orvane& c, YearStep& y);              // new building at type level
+    static void REA(Orvane& c, YearStep& y);              // demolition at type level
+    // external migration at type level; non-zero when a new table of out-migration rates was read
+    static int IRW(MonteCarlo& mc, Orvane& c, YearStep& y);
+    static void SZW(Orvane& c, YearStep& y);              // out- and in-migration together to a target
+    static void ALL(Orvane& c);                           // in-migration of each area to its target types
     static void input();                                  // input stage: declare and read all tables
     static void REF();                                    // reads the reference table of regions
     // rows of the outputs by aggregate level lev: their number, the key of row i, the largest key

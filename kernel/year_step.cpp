@@ -44,6 +44,9 @@ void YearStep::release()
     regionsOfType.clear();
     DR4FBrates.release();
     DR4FBsRates.clear();
+    for (LA1* a : {&DG1IN, &DG1OR}) a->release();
+    for (LA4* a : {&QR3ZN, &DR3ZANQ_, &QR3ZAR}) a->release();
+    for (LA2* a : {&QR1ZAN, &QR1ZAR}) a->release();
 }
 
 namespace {
@@ -454,6 +457,27 @@ void spreadInMigration(Orvane& c, YearStep& y)
     });
 }
 
+// the free housing capacity of the regions of each internal type, losses by deaths,
+// out-migration and moves into new building, takes the arrivals of the displaced
+void placeDisplacedByType(Orvane& c, YearStep& y)
+{
+    if (!c.DR3IBR.exists()) return;
+    for (int t = 0; t < c.NTYB; ++t) {
+        const std::vector<int>& regions = y.regionsOfType[Z(t)];
+        std::vector<double> FWKG(regions.size(), 0.0);
+        double F = 0;
+        for (size_t zt = 0; zt < regions.size(); ++zt) {
+            int z = regions[zt];
+            double f = -(regionTotal(y.DG4S, z) + regionTotal(y.DG4WA, z) + regionTotal(y.DG4OB, z) +
+                         regionTotal(y.DG4OBN, z));
+            if (y.GG1ATTR.exists()) f *= y.GG1ATTR[Z(z)];
+            FWKG[zt] = f < 0 ? 0 : f;
+            F += FWKG[zt];
+        }
+        placeDisplaced(c, y, t, regions, FWKG, F);
+    }
+}
+
 // ---------------------------------------------------------------- cohort equation and after
 
 void cohortEquation(Orvane& c, YearStep& y)
@@ -622,6 +646,12 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             loadFlowRates(c, y);
         }
 
+        // 8. new building, demolition, external migration
+        if (!_(D_0)) RK::EBB(c, y);
+        if (!_(E_0)) RK::REA(c, y);
+        y.irwPrinted = RK::IRW(mc, c, y);
+        externalTypeOutputs(c);
+
         // 9. to 12. the working numbers of the types
         const bool building = !_(D_0) || !_(E_0);
         if (building) {
@@ -633,21 +663,50 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             if (c.BR3R.exists()) laPrint(4, c.BR3R, "C.NTYB\0NBG\0NGG\0NAG\0", "@BR3R; Raten (default 1)", LA_RATE);
             ratesToNumbers(c);
         }
-        if (!_(P_0)) typeLimits(mc, c, y);
+        if (!_(P_0)) {
+            // the limits need the out-migration of the regions now
+            if (!_(E_0)) demolitionRegions(c, y);
+            outMigrationBase(mc, c, y);
+            typeLimits(mc, c, y);
+        }
         if (building) {
             numbersToRates(c);
+            if (!_(D_0)) newBuildingOrigins(mc, c, y);
+            if (!_(E_0)) demolitionArrivals(c, y);
             if (!_(I_0)) restoreRates(c, y);
             Prot::writeln(1, "@end; @calculate; @DG4OBN;, @DG4IBR;");
         }
 
         // 14. region level
+        if (!_(D_0)) newBuildingRegions(c, y);
+        if (_(P_0)) {
+            if (!_(E_0)) demolitionRegions(c, y);
+            outMigrationBase(mc, c, y);
+        }
         if (_(I_0)) spreadInMigration(c, y);
         if (y.irwPrinted == 0 && y.DG4WA.exists()) y.DG4WA.print(2, "DG4WA");
+        if (!_(D_0)) {
+            y.DG4IBN.print(2, "@DG4IBN;");
+            laPrint(2, y.DG1IBN_, "C.NGZ\0", "@DG4IBN;");
+            y.DG4IAN.print(2, "@DG4IAN;");
+        }
+        if (!_(E_0)) {
+            y.DG4OBR.print(2, "@DG4OBR;");
+            laPrint(2, y.DG1OBR_, "C.NGZ\0", "@DG4OBR;");
+            y.DG4OAR.print(2, "@DG4OAR;");
+        }
+
+        // 15. those displaced by demolition arrive in the regions of each type by free capacity
+        if (!_(E_0)) {
+            placeDisplacedByType(c, y);
+            weighDisplaced(c, y);
+        }
 
         // 16. messages on the external tables
         if (K_() == 6 && ini::AUSGABE_AUSSEN_MATRIX)
             Prot::writeln(1, "Bei Baustein K6 keine Ausgabe von zuzug.csv, da identisch mit Eingabedatei zuvg");
         if (C_() == 6) Prot::writeln(1, "keine Ausgabe wegzug.csv, da mit Eingabedatei wegv identisch");
+        if (ini::AUSGABE_AUSSEN_MATRIX == 2) externalRegionOutputs(c, y);
         if (MONTE_CARLO && _(P_1))
             for (GemTable* t : {&y.DG4ZA, &y.DG4ZB, &y.DG4OI, &y.DG4II}) {
                 if (!t->exists()) continue;

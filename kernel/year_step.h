@@ -31,6 +31,15 @@ struct YearStep {
     // the working copy of the flow rates: the stayer rates and flows as loaded (step 12 restores them)
     LA5 DR4FBrates{"DR4FB"};
     FBList DR4FBsRates;
+    // new building: first occupiers per region, their cohorts by type, the shares from each
+    // external area, and those from abroad by area (part of the in-migration)
+    LA1 DG1IN{"DG1IN"};
+    LA4 QR3ZN{"QR3ZN"}, DR3ZANQ_{"DR3ZANQ_"};
+    LA2 QR1ZAN{"QR1ZAN"};
+    // demolition: last movers per region (negative), their cohorts by type, the shares abroad
+    LA1 DG1OR{"DG1OR"};
+    LA4 QR3ZAR{"QR3ZAR"};
+    LA2 QR1ZAR{"QR1ZAR"};
 
     // the components in the order of the cohort equation
     std::array<GemTable*, NMOVEMENTS> movements()
@@ -90,6 +99,29 @@ ReadResult readByType(FileEntry& file, LA3& target, const char* names, int value
 ReadResult readByType(FileEntry& file, LA4& target, const char* names, int valueCheck, int column);
 ReadResult readRegionTargets(FileEntry& file, LA1& target, const char* names);
 void writeTargetFactor(int entry, double factor);
+
+// new building in the year step: the moves out of the types into new building (DG4OBN), after
+// the balance of rates; the first occupiers of each region (DG4IAN, DG4IBN, DG1IBN_)
+void newBuildingOrigins(MonteCarlo& mc, Orvane& c, YearStep& y);
+void newBuildingRegions(Orvane& c, YearStep& y);
+// demolition in the year step: the arrivals of those who stay, by type (C.DR3IBR); the last
+// movers of each region (DG4OAR, DG4OBR, DG1OBR_); the arrivals placed on the regions of one
+// internal type by their free capacity FWKG (sum F); the weights of the regions on DG4IBR
+void demolitionArrivals(Orvane& c, YearStep& y);
+void demolitionRegions(Orvane& c, YearStep& y);
+void placeDisplaced(Orvane& c, YearStep& y, int type, const std::vector<int>& regions, const std::vector<double>& FWKG,
+                    double F);
+void weighDisplaced(Orvane& c, YearStep& y);
+// shared by new building and demolition: the cohort quotas of each type scaled to sum 1 (the
+// number of types scaled), and a table weighted by regions brought back to its type totals
+int scaleCohortQuotas(LA4& q, double tol, const char* aggregateName, const char* typesName);
+void rescaleToTypes(Orvane& c, GemTable& t, const LA4& types, double T, const char* before, const char* after);
+// external migration in the year step: the out-migration of the types spread to the regions
+void outMigrationBase(MonteCarlo& mc, Orvane& c, YearStep& y);
+// the external tables of the year at type level (AUSGABE_AUSSEN_MATRIX 1: in-migration and
+// new building) and by region (2: all four, split over the external areas)
+void externalTypeOutputs(Orvane& c);
+void externalRegionOutputs(const Orvane& c, const YearStep& y);
 
 // ---- the outputs of a year (results) ----
 

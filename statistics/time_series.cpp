@@ -83,15 +83,15 @@ bool wholeNumber(const std::string& text, long long& value) { return cellInteger
 
 // Reads a reference file into the column: "file keyColumn valueColumn". false (after its
 // message) when the column stays unchanged.
-bool readReference(const std::string& spec, const std::string& directory, ColumnFunction& f)
+bool readReference(const std::string& form, const std::string& directory, ColumnFunction& f)
 {
-    std::istringstream words(spec);
+    std::istringstream words(form);
     std::vector<std::string> w;
     for (std::string word; words >> word;) w.push_back(word);
     long long keyColumn = 0, valueColumn = 0;
     if (w.size() != 3 || !wholeNumber(w[1], keyColumn) || !wholeNumber(w[2], valueColumn) || keyColumn < 1 ||
         valueColumn < 1 || keyColumn > CELL || valueColumn > CELL) {
-        Prot::message(SEV_HINT, "Unbekannte Aggregationsfunkion: \"%s\": keine Aggregation", spec.c_str());
+        Prot::message(SEV_HINT, "Unbekannte Aggregationsfunkion: \"%s\": keine Aggregation", form.c_str());
         return false;
     }
     std::string path = directory + w[0] + ".csv";
@@ -149,37 +149,37 @@ bool readReference(const std::string& spec, const std::string& directory, Column
 }
 
 // the column's function from its form; sets aggregate when the column is not "$i"
-ColumnFunction parseColumn(const std::string& spec, const std::string& directory, bool& aggregate)
+ColumnFunction parseColumn(const std::string& form, const std::string& directory, bool& aggregate)
 {
     ColumnFunction f;
-    if (spec == "$i") return f;
+    if (form == "$i") return f;
     aggregate = true;
     long long n;
-    if (!spec.empty() && (spec[0] == '/' || spec[0] == '^')) {
-        n = std::strtoll(spec.c_str() + 1, nullptr, 10);
-        if (spec[0] == '/' && n == 0) {
+    if (!form.empty() && (form[0] == '/' || form[0] == '^')) {
+        n = std::strtoll(form.c_str() + 1, nullptr, 10);
+        if (form[0] == '/' && n == 0) {
             // a division by 0 has no result: the column stays as it is
-            Prot::message(SEV_HINT, "Unbekannte Aggregationsfunkion: \"%s\": keine Aggregation", spec.c_str());
+            Prot::message(SEV_HINT, "Unbekannte Aggregationsfunkion: \"%s\": keine Aggregation", form.c_str());
             return f;
         }
-        f.kind = spec[0] == '/' ? ColumnFunction::Division : ColumnFunction::Cap;
+        f.kind = form[0] == '/' ? ColumnFunction::Division : ColumnFunction::Cap;
         f.number = n;
-    } else if (wholeNumber(spec, n)) {
+    } else if (wholeNumber(form, n)) {
         f.kind = ColumnFunction::Constant;
         f.number = n;
     } else {
-        readReference(spec, directory, f);
+        readReference(form, directory, f);
     }
     return f;
 }
 
 // what happens to a column, for the protocol of the plan
-std::string columnPlan(const ColumnFunction& f, const std::string& spec)
+std::string columnPlan(const ColumnFunction& f, const std::string& form)
 {
     switch (f.kind) {
     case ColumnFunction::Identity: return DD::lookup("tkzr_no");
     case ColumnFunction::Constant: return DD::lookup(f.number < 0 ? "tkzr_del" : "tkzr_all");
-    default: return spec;
+    default: return form;
     }
 }
 
@@ -384,12 +384,12 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     // the plan
     bool aggregate = false;
     ColumnFunction functions[5];
-    std::vector<std::string> specs = columns;
-    specs.resize(5, "$i");
-    for (int c = 0; c < 5; ++c) functions[c] = parseColumn(specs[size_t(c)], directory, aggregate);
+    std::vector<std::string> forms = columns;
+    forms.resize(5, "$i");
+    for (int c = 0; c < 5; ++c) functions[c] = parseColumn(forms[size_t(c)], directory, aggregate);
     Prot::writeln(0, "%s", DD::lookup("tkzr_aggregation").c_str());
     for (int c = 0; c < 5; ++c) {
-        std::string plan = columnPlan(functions[c], specs[size_t(c)]);
+        std::string plan = columnPlan(functions[c], forms[size_t(c)]);
         if (functions[c].kind == ColumnFunction::Reference && functions[c].divisor > 1)
             Prot::writeln(0, "  %s: %s !cut(%d)", COLUMN_NAMES[c], plan.c_str(), functions[c].cut);
         else
@@ -459,7 +459,7 @@ int zrgemTool(int argc, char** argv)
 {
     si::processDefaults();
     std::string language = "de";
-    std::vector<std::string> specs;
+    std::vector<std::string> forms;
     int runMode = 2;
     bool usage = false;
     Getopt scan;
@@ -472,8 +472,8 @@ int zrgemTool(int argc, char** argv)
             std::string list = scan.optarg;
             size_t start = 0;
             for (size_t comma; (comma = list.find(',', start)) != std::string::npos; start = comma + 1)
-                specs.push_back(list.substr(start, comma - start));
-            specs.push_back(list.substr(start));
+                forms.push_back(list.substr(start, comma - start));
+            forms.push_back(list.substr(start));
             break;
         }
         case 'l': language = scan.optarg; break;
@@ -482,7 +482,7 @@ int zrgemTool(int argc, char** argv)
         default: usage = true; break;
         }
     }
-    if (usage || specs.size() > 5) {
+    if (usage || forms.size() > 5) {
         std::string text = "zrgem";
         for (int i = 0; i < argc; ++i) text += std::string(" ") + argv[i];
         os::messageBox(USAGE, "%s", text.c_str());
@@ -494,7 +494,7 @@ int zrgemTool(int argc, char** argv)
     int start = si::varInt("DEFAULTS", "STARTJAHR", 0, si::Directory, si::Version);
     int end = si::varInt("DEFAULTS", "ENDJAHR", start, si::Directory, si::Version);
     int writeZeros = si::varInt("DEFAULTS", "AusgabeNull", 0, si::Directory, si::Version);
-    zrgem(ini::ZRGEM, specs, si::Directory, si::Version, start, runMode >= 2, end, writeZeros, si::floatFormat);
+    zrgem(ini::ZRGEM, forms, si::Directory, si::Version, start, runMode >= 2, end, writeZeros, si::floatFormat);
     DD::clear();
     return 1;
 }

@@ -259,12 +259,12 @@ TEST(ForecastOutputs, FixedSeedGivesTheSameResultTwiceAndTheReportStaysDetermini
 TEST(ForecastYear, ModuleNotBuiltStopsTheRunNamingIt)
 {
     Area s;
-    threeRegions(s, 2024, "BEVGRPWECHSEL=W1\nBEVOELKERUNGSBEWEGUNGEN=T1\n");
+    threeRegions(s, 2024, "BEVGRPWECHSEL=W1\nBEVOELKERUNGSBEWEGUNGEN=T1\nBINNENWANDERUNG=I1\n");
     RunResult r = run(s);
     EXPECT_EQ(r.status, 1);
     std::string prot = protocol(s);
     EXPECT_NE(prot.find("Baustein in diesem Stand nicht verfügbar, die Prognose wird nicht gerechnet: "
-                        "T1 (BEVOELKERUNGSBEWEGUNGEN), W1 (BEVGRPWECHSEL)"),
+                        "I1 (BINNENWANDERUNG), W1 (BEVGRPWECHSEL)"),
               std::string::npos);
     EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
 }

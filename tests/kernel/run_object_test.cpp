@@ -70,14 +70,6 @@ TEST(KernelHelpers, CompareThroughTheBinaryExponent) {
     EXPECT_EQ(Compare(0.0005 * (1 + 5e-3), 0.0005, 1e-3), 1);
 }
 
-TEST(KernelHelpers, DampedRatio) {
-    EXPECT_EQ(dampedRatio(4, 1, 0.5), 2);
-    EXPECT_EQ(dampedRatio(-2, 1, 0.5), -2);
-    EXPECT_EQ(dampedRatio(0, 2, 0.5), 0);
-    EXPECT_EQ(dampedRatio(1, 1e-31, 0.5), 1);
-    EXPECT_EQ(dampedRatio(9, 1e-30, 0.5), 3e15);
-}
-
 // a run object over saved module settings, with a protocol in a temporary directory
 class StateTest : public ::testing::Test {
 protected:
