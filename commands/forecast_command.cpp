@@ -18,6 +18,7 @@
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/labelled_array.h"
+#include "commands/run_failure.h"
 
 int callbackFlag = 0;
 std::string language = "de";
@@ -166,11 +167,15 @@ int orvane(int argc, char** argv)
     scan.opterr = 0;
     scan.optind = 0;
     int errors = 0;
+    VariantRequest request;
     int c;
     while ((c = scan(argc, argv, "cd:l:o:pv:w:")) != -1) {
         switch (c) {
         case 'c': callbackFlag = 1; break;
-        case 'd': si::Directory = scan.optarg; break;
+        case 'd':
+            si::Directory = scan.optarg;
+            request.directoryGiven = true;
+            break;
         case 'l': language = scan.optarg; break;
         case 'o':
             runOptionText(scan.optarg);
@@ -178,7 +183,10 @@ int orvane(int argc, char** argv)
             os::setParallel(true);
             break;
         case 'p': os::setParallel(true); break;
-        case 'v': si::Version = scan.optarg; break;
+        case 'v':
+            si::Version = scan.optarg;
+            request.versionGiven = true;
+            break;
         case 'w': os::setCurrentDirectory(scan.optarg); break;
         default: ++errors; break;
         }
@@ -208,8 +216,10 @@ int orvane(int argc, char** argv)
 
     if (opt::get("$TUTF8", 0) != 0) charsetTest();
 
-    Prot::setup(si::Directory, si::Version, ini::AUSGABE_PROTOKOLL, si::logfile);
-    if (ini::RUNFORECAST != 0) {
+    // a run that cannot find its variant file leaves no directory behind
+    bool variantFound = os::isFile(si::variantPath());
+    Prot::setup(si::Directory, si::Version, ini::AUSGABE_PROTOKOLL, si::logfile, variantFound);
+    if (ini::RUNFORECAST != 0 && variantFound) {
         if (callbackFlag) runCallback("CALLBACK0");
         openProtFile();
         laSetStream(Prot::stream());
@@ -228,6 +238,8 @@ int orvane(int argc, char** argv)
     if (maintenance != 0) {
         Prot::message(SEV_WARNING, "%s%s.ini not found", si::Directory.c_str(), si::Version.c_str());
         status = maintenance;
+        if (variantFound) tellInvalidVariant();
+        else tellMissingVariant(request);
     } else {
         if (ini::RUNFORECAST == 0) {
             Prot::console(SEV_NONE, true, "%s", DD::expKey("@noforecast;").c_str());
@@ -245,6 +257,7 @@ int orvane(int argc, char** argv)
                   ini::AusgabeNull, si::floatFormat);
         }
     }
+    if (status != 0 && variantFound) tellFailedRun(status);
     Trace::clear();
     DD::clear();
     return status;

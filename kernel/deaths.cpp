@@ -166,13 +166,9 @@ void lifeTableFile(const Orvane& C)
         return;
     }
     if (JAHR == ini::STARTJAHR) {
-        Prot::writeln(1,
-                      "Sterbetafeln in <a href=\"../le.csv\">le.csv</a>: je Typ, Gruppe und Geschlecht aus den "
-                      "Sterberaten q(x) des Jahres, p(x) = 1 - q(x), l(0) = 100000, l(x) = l(x-1) p(x-1), "
-                      "d(x) = l(x) - l(x+1), L(x) = (l(x) + l(x+1)) / 2, in der letzten Altersgruppe d = l und "
-                      "L = l / 2, T(x) = L(x) + T(x+1), e(x) = T(x) / l(x)");
+        Prot::writeln(1, "@deaths_lifeTables; <a href=\"../le.csv\">le.csv</a>: @deaths_lifeTableRule;");
         Prot::addOutputFile("le.csv");
-        fputs("#Jahr;TYS;BG;GG;AG;q(x)", f.get());
+        fprintf(f.get(), "#%s;TYS;BG;GG;AG;q(x)", DD::lookup("year").c_str());
         for (const char* r : LE::rowNames) fprintf(f.get(), ";%s(x)", r);
         fputs("\n", f.get());
     }

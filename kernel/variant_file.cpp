@@ -13,6 +13,7 @@
 #include "platform/settings.h"
 #include "tables/constants_table.h"
 #include "tables/table_text.h"
+#include "kernel/variant_key_check.h"
 
 
 
@@ -52,6 +53,8 @@ private:
     std::string file;   // <Directory><Version>.ini
     std::string name;   // <Directory><Version>
     Model model;
+    // the keys the program asked for, by section: the ones a misspelt key is compared with
+    std::map<std::string, std::vector<std::string>, NoCase> asked;
     bool haveModel = false;
     int result = 0;
 
@@ -66,6 +69,11 @@ private:
     std::string readString(const char* section, const char* key, const std::string& def);
     int readModule(const char* key, char letter, int def, int highest);
     void range(double value, double lo, double hi, const char* key);
+    // a slip the user should see: a warning in the protocol, and on the console beside it
+    void slip(const std::string& text);
+    void notWhole(const char* section, const char* key, const std::string& text, const std::string& taken);
+    // a key left over in a section the program reads, close to a key it asked for
+    void misspelt(const std::string& section, const std::string& key, const std::string& value);
 };
 
 void Maintenance::buildModel()
@@ -114,6 +122,7 @@ void Maintenance::buildModel()
 
 bool Maintenance::take(const char* section, const char* key, std::string& value)
 {
+    asked[section].push_back(key);
     auto s = model.find(section);
     if (s == model.end()) return false;
     auto k = s->second.find(key);
@@ -132,9 +141,13 @@ void Maintenance::write(const char* section, const char* key, const std::string&
 
 int Maintenance::readInt(const char* section, const char* key, int def)
 {
-    if (!haveModel) return si::varInt(section, key, def, si::Directory, si::Version);
     std::string v;
-    if (take(section, key, v)) return std::atoi(v.c_str());
+    if (!haveModel || take(section, key, v)) {
+        if (!haveModel) v = si::varString(section, key, std::to_string(def).c_str(), si::Directory, si::Version).substr(0, 128);
+        int value = std::atoi(v.c_str());
+        if (!wholeInteger(v)) notWhole(section, key, v, std::to_string(value));
+        return value;
+    }
     write(section, key, std::to_string(def));
     Prot::message(SEV_WARNING, "%s=%d added missing in %s.ini\n", key, def, name.c_str());
     return def;
@@ -142,10 +155,16 @@ int Maintenance::readInt(const char* section, const char* key, int def)
 
 double Maintenance::readFloat(const char* section, const char* key, double def)
 {
-    if (!haveModel) return si::varDouble(section, key, def, si::Directory, si::Version);
-    std::string v;
-    if (take(section, key, v)) return si::parseNumber(v);
     char buffer[64];
+    std::string v;
+    if (!haveModel || take(section, key, v)) {
+        snprintf(buffer, sizeof buffer, "%g", def);
+        if (!haveModel) v = si::varString(section, key, buffer, si::Directory, si::Version);
+        double value = si::parseNumber(v);
+        snprintf(buffer, sizeof buffer, "%.15g", value);
+        if (!wholeNumber(v)) notWhole(section, key, v, buffer);
+        return value;
+    }
     snprintf(buffer, sizeof buffer, "%.15g", def);
     write(section, key, buffer);
     Prot::message(SEV_WARNING, "%s=%.15g added missing in %s.ini\n", key, def, name.c_str());
@@ -173,6 +192,8 @@ int Maintenance::readModule(const char* key, char letter, int def, int highest)
             write("METHODE", key, std::string(1, letter) + std::to_string(variant));
         } else {
             variant = v.empty() ? 0 : std::atoi(v.c_str() + 1);
+            if (!v.empty() && !wholeInteger(v.substr(1)))
+                notWhole("METHODE", key, v, std::string(1, letter) + std::to_string(variant));
             if (v.empty() || v[0] != letter) {
                 Prot::message(SEV_WARNING, "%s.ini [METHODE] %s=%s replaced by %s=%c%d", name.c_str(), key, v.c_str(),
                               key, letter, variant);
@@ -198,11 +219,39 @@ void Maintenance::range(double value, double lo, double hi, const char* key)
     result = 1;
 }
 
+void Maintenance::slip(const std::string& text)
+{
+    Prot::message(SEV_WARNING, "%s", text.c_str());
+    // without an open protocol the message went to the console already
+    if (Prot::stream()) Prot::console(SEV_WARNING, false, "%s", text.c_str());
+}
+
+void Maintenance::notWhole(const char* section, const char* key, const std::string& text, const std::string& taken)
+{
+    slip(name + ".ini [" + section + "] " + key + "=" + text + " is not a whole number, read as " + taken);
+}
+
+void Maintenance::misspelt(const std::string& section, const std::string& key, const std::string& value)
+{
+    auto known = asked.find(section);
+    if (known == asked.end()) return;
+    std::string meant = closestKey(key, known->second);
+    if (!meant.empty()) slip(name + ".ini [" + section + "] " + key + "=" + value + ": unknown key, did you mean " + meant + "?");
+}
+
 void Maintenance::removeObsolete()
 {
     for (auto& [section, keys] : model) {
         if (isProtected(section)) continue;
+        if (!keys.empty() && !asked.count(section)) {
+            // a section the program does not read: perhaps one it reads, misspelt
+            std::vector<std::string> sections;
+            for (const auto& a : asked) sections.push_back(a.first);
+            std::string meant = closestKey(section, sections);
+            if (!meant.empty()) slip(name + ".ini [" + section + "]: unknown section, did you mean [" + meant + "]?");
+        }
         for (auto& [key, value] : keys) {
+            misspelt(section, key, value);
             Prot::message(SEV_HINT, "%s[%s]%s=%s obsolete entry removed", file.c_str(), section.c_str(), key.c_str(),
                           value.c_str());
             si::profileWrite(file, section.c_str(), key.c_str(), nullptr);

@@ -80,7 +80,8 @@ void readEva()
         else if (r.column == 1) EVA[key] = cell;
     }
     fclose(f);
-    Prot::writeln(1, "Lesen <a href=\"%s\">EVA.csv</a>", path.c_str());
+    // the page stands in <Directory><Version>/prot/, the table in <Directory>
+    Prot::writeln(1, "@reading; <a href=\"../../EVA.csv\">EVA.csv</a>");
 }
 
 // ---------------------------------------------------------------- passes over the population

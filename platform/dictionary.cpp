@@ -121,6 +121,16 @@ int DD::load(const std::string& language, const std::vector<std::string>& varian
     FILE* f = fopen(path.c_str(), "rb");
     if (!f) {
         os::messageBox(std::strerror(errno), "%s", path.c_str());
+        // there are no texts to say it with: plain English, and the languages at hand
+        std::string languages;
+        for (const auto& name : os::glob(si::appDir.empty() ? "." : si::appDir, "datadict_*.xml"))
+            languages += " " + name.substr(9, name.size() - 13);
+        if (os::isDirectory(si::appDir.empty() ? "." : si::appDir))
+            fprintf(stderr, "%s: messages show their keys in [brackets]; languages at hand:%s\n", path.c_str(),
+                    languages.empty() ? " none" : languages.c_str());
+        else
+            fprintf(stderr, "%s: no %s in %s: start the program in the directory that holds App/, or name that "
+                            "directory with -w\n", path.c_str(), si::appDir.c_str(), os::currentDirectory().c_str());
         return 0;
     }
     g_language = language.substr(0, 31);
@@ -135,9 +145,9 @@ int DD::load(const std::string& language, const std::vector<std::string>& varian
         size_t n = fread(buffer, 1, sizeof buffer, f);
         bool last = n < sizeof buffer;
         if (XML_Parse(parser, buffer, int(n), last) == XML_STATUS_ERROR) {
-            if (g_echo)
-                fprintf(g_echo, "datadict_%s.xml: %s at line %lu\n", language.c_str(),
-                        XML_ErrorString(XML_GetErrorCode(parser)), (unsigned long)XML_GetCurrentLineNumber(parser));
+            // before the protocol is open the console is the only place that can show where the fault is
+            fprintf(g_echo ? g_echo : stderr, "datadict_%s.xml: %s at line %lu\n", language.c_str(),
+                    XML_ErrorString(XML_GetErrorCode(parser)), (unsigned long)XML_GetCurrentLineNumber(parser));
             os::messageBox("missing file leads to cryptic output", "open datadict_%s.xml", path.c_str());
             break;
         }

@@ -88,14 +88,14 @@ unsigned consoleCodePage()
 
 } // namespace
 
-void Prot::setup(const std::string& directory, const std::string& variant, int level, int logfile)
+void Prot::setup(const std::string& directory, const std::string& variant, int level, int logfile, bool create)
 {
     g_directory = directory;
     g_variant = variant;
     g_level = level;
     g_logfile = logfile;
     std::string dir = directory + variant;
-    if (!dir.empty() && !os::isDirectory(dir)) mkdir(dir.c_str(), 0777);
+    if (create && !dir.empty() && !os::isDirectory(dir)) mkdir(dir.c_str(), 0777);
 }
 
 void Prot::setLanguage(const std::string& language) { g_language = language; }
@@ -287,9 +287,10 @@ void Prot::console(int severity, bool withLog, const char* format, ...)
     static const char* const prefix[4] = {"", "!h", "!w", "!e"};
     if (severity < 0 || severity > 3) severity = SEV_ERROR;
     std::string tmp = g_directory + g_variant + "/prot.tmp";
-    FILE* t = fopen(tmp.c_str(), "a");
+    // a run without its variant directory has no prot.tmp to follow
+    FILE* t = os::isDirectory(g_directory + g_variant) ? fopen(tmp.c_str(), "a") : nullptr;
     if (!t) {
-        perror(tmp.c_str());
+        if (os::isDirectory(g_directory + g_variant)) perror(tmp.c_str());
     } else {
         fprintf(t, "%s%s\n", prefix[severity], text);
         if (withLog && g_logfile) {

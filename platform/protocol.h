@@ -8,7 +8,9 @@ enum Severity { SEV_NONE = 0, SEV_HINT = 1, SEV_WARNING = 2, SEV_ERROR = 3 };
 
 class Prot {
 public:
-    static void setup(const std::string& directory, const std::string& variant, int level, int logfile);
+    // create: make <Directory><Version> when it is missing
+    static void setup(const std::string& directory, const std::string& variant, int level, int logfile,
+                      bool create = true);
     // 0, or the errno of the failed open
     static int open(const std::string& path, const std::string& stylePath);
     static void openFilePages();

@@ -362,8 +362,10 @@ bool laActive(int level) { return Prot::level(level) && laStream() != nullptr; }
 LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char* tooltipKey, const char* title) {
     kind = normKind(kind);
     FILE* prot = stream ? stream : laStream();
-    std::string shown = tooltipped(name, tooltipKey ? tooltipKey : name);
-    if (title && *title) shown += " " + DD::expKey(std::string(title));
+    std::string key = tooltipKey ? tooltipKey : name;
+    std::string shown = tooltipped(name, key);
+    std::string extra = title && *title ? " " + DD::expKey(std::string(title)) : "";
+    shown += extra;
     std::string word = DD::lookup(kindWords[kind]);
     LADest dest;
     dest.format = matrixFormat();
@@ -381,7 +383,13 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
             Prot::message(SEV_ERROR, "open %s w: %s", path.c_str(), strerror(errno));
             return LADest{};
         }
-        if (prot) fprintf(prot, "%s <a href=\"%s\" target=_blank>%s</a><br>\n", word.c_str(), file.c_str(), shown.c_str());
+        if (prot) {
+            // a link holds no link: the explanation of the name becomes the link's own title
+            std::string linkTitle = known(key) ? " title=\"" + DD::lookup(key) + "\"" : "";
+            fprintf(prot, "%s <a href=\"%s\" target=_blank%s>%s%s</a><br>\n", word.c_str(), file.c_str(),
+                    linkTitle.c_str(), known(key) ? ("<span class=tooltip>" + std::string(name) + "</span>").c_str() : name,
+                    extra.c_str());
+        }
         dest.f = f;
         dest.sideFile = true;
         if (dest.format == 0)

@@ -82,8 +82,9 @@ TEST(ForecastCommand, MissingVariantFileWarnsAndEndsWithOne)
     std::filesystem::create_directories(s.path("var"));
     RunResult r = s.run({"orvane", "-d", "var/", "-v", "nothere"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(s.read("var/nothere/prot/index.html").find("class=warning>Warnung 1: var/nothere.ini not found</span>"),
-              std::string::npos);
+    // without a variant file no protocol is opened: the warning goes to the console
+    EXPECT_NE(r.out.find("var/nothere.ini not found\n"), std::string::npos) << r.out;
+    EXPECT_FALSE(s.exists("var/nothere"));
 }
 
 TEST(ForecastCommand, FreshVariantFileIsFilledAndTheRunEndsCleanly)

@@ -1,0 +1,69 @@
+// Misspelt keys and numbers with text behind them in a variant file.
+#include <gtest/gtest.h>
+
+#include "kernel/variant_key_check.h"
+#include "tests/sandbox.h"
+
+namespace {
+
+TEST(VariantKeyCheck, ClosestKeyTakesSwapsAndSlipsButNotStrangers)
+{
+    EXPECT_EQ(keyDistance("STARTJHAR", "STARTJAHR"), 1u);   // two letters swapped
+    EXPECT_EQ(keyDistance("endjahr", "ENDJAHR"), 0u);
+    EXPECT_EQ(keyDistance("NAG", "NGG"), 1u);
+    EXPECT_EQ(keyDistance("ABC", "CA"), 3u);
+    const std::vector<std::string> known = {"STARTJAHR", "ENDJAHR", "GAM", "ABEW", "ABEWGEM"};
+    EXPECT_EQ(closestKey("STARTJHAR", known), "STARTJAHR");
+    EXPECT_EQ(closestKey("ENDJAHRE", known), "ENDJAHR");
+    EXPECT_EQ(closestKey("ABEWGM", known), "ABEWGEM");
+    EXPECT_EQ(closestKey("ALT", known), "");      // short: two edits are no slip
+    EXPECT_EQ(closestKey("NOTIZEN", known), "");
+    EXPECT_EQ(closestKey("ENDJAHR", known), "");  // the key itself is no slip
+}
+
+TEST(VariantKeyCheck, WholeNumbers)
+{
+    EXPECT_TRUE(wholeInteger(" 2024 "));
+    EXPECT_TRUE(wholeInteger("-3"));
+    EXPECT_FALSE(wholeInteger("20x4"));
+    EXPECT_FALSE(wholeInteger("1O1"));
+    EXPECT_FALSE(wholeInteger("2024.0"));
+    EXPECT_FALSE(wholeInteger(""));
+    EXPECT_TRUE(wholeNumber("0,514"));
+    EXPECT_TRUE(wholeNumber("1e-06"));
+    EXPECT_FALSE(wholeNumber("0.5x"));
+}
+
+TEST(VariantKeyCheck, MisspeltKeysAndCutNumbersAreWarnedOnTheConsoleAndInTheProtocol)
+{
+    Sandbox s;
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\nENDJHAR=2030\nGEHEIM=1\n"
+                         "[METHODE]\nNAG=1O1\nNEUBAU=D0x\nGP=0.5q\n[DEFALTS]\nSTARTJAHR=2020\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    const char* const warnings[] = {
+        "var/v.ini [METHODE] NAG=1O1 is not a whole number, read as 1",
+        "var/v.ini [METHODE] GP=0.5q is not a whole number, read as 0.5",
+        "var/v.ini [METHODE] NEUBAU=D0x is not a whole number, read as D0",
+        "var/v.ini [DEFALTS]: unknown section, did you mean [DEFAULTS]?",
+        "var/v.ini [DEFAULTS] ENDJHAR=2030: unknown key, did you mean ENDJAHR?",
+    };
+    std::string prot = s.read("var/v/prot/index.html");
+    for (const char* w : warnings) {
+        EXPECT_NE(r.out.find(std::string(w) + "\n"), std::string::npos) << w << "\n" << r.out;
+        EXPECT_NE(prot.find(std::string(": ") + w + "</span>"), std::string::npos) << w;
+    }
+    // a key far from every known one is an obsolete entry as before, without a guess
+    EXPECT_EQ(r.out.find("GEHEIM=1:"), std::string::npos);
+    EXPECT_NE(prot.find("var/v.ini[DEFAULTS]GEHEIM=1 obsolete entry removed"), std::string::npos);
+    // the value taken stands in the repaired file
+    EXPECT_NE(s.read("var/v.ini").find("NAG=1O1"), std::string::npos);
+
+    // the year that the settings reader takes from "20x4" is named, so the search for gem19.csv makes sense
+    s.write("var/w.ini", "[DEFAULTS]\nSTARTJAHR=20x4\nENDJAHR=2024\n");
+    r = s.run({"orvane", "-d", "var/", "-v", "w"});
+    EXPECT_NE(r.out.find("var/w.ini [DEFAULTS] STARTJAHR=20x4 is not a whole number, read as 20\n"), std::string::npos)
+        << r.out;
+}
+
+} // namespace
