@@ -316,9 +316,13 @@ int NumberFormat::direct(char* out, double value) const
     if (!fast_) return -1;
     char point = localeDecimalPoint();
     if (!point) return -1;
-    char body[NUMBER_TEXT_MAX];
-    int n = 0;
     char sign = std::signbit(value) ? '-' : plus_ ? '+' : space_ ? ' ' : 0;
+    // without literal text and width the text goes straight into out, behind the sign
+    const bool plain = width_ == 0 && prefix_.empty() && suffix_.empty();
+    char scratch[NUMBER_TEXT_MAX];
+    if (plain && sign) *out = sign;
+    char* body = plain ? out + (sign ? 1 : 0) : scratch;
+    int n = 0;
     double a = std::fabs(value);
     bool finite = std::isfinite(a);
     if (!finite) {
@@ -333,25 +337,26 @@ int NumberFormat::direct(char* out, double value) const
             n = layoutGeneral(body, g, precision_, point);
         } else {
             n = static_cast<int>(
-                std::to_chars(body, body + sizeof body, a, std::chars_format::general, precision_).ptr - body);
+                std::to_chars(body, body + NUMBER_TEXT_MAX - 2, a, std::chars_format::general, precision_).ptr - body);
             replacePoint(body, n, point);
         }
     } else if (conversion_ == 'f') {
         n = precision_ <= 19 ? layoutFixed(body, a, precision_, point) : -1;
         if (n < 0) {
-            auto res = std::to_chars(body, body + sizeof body, a, std::chars_format::fixed, precision_);
+            auto res = std::to_chars(body, body + NUMBER_TEXT_MAX - 2, a, std::chars_format::fixed, precision_);
             if (res.ec != std::errc()) return -1;
             n = static_cast<int>(res.ptr - body);
             replacePoint(body, n, point);
         }
     } else {
         n = static_cast<int>(
-            std::to_chars(body, body + sizeof body, a, std::chars_format::scientific, precision_).ptr - body);
+            std::to_chars(body, body + NUMBER_TEXT_MAX - 2, a, std::chars_format::scientific, precision_).ptr - body);
         replacePoint(body, n, point);
     }
     if (upper_ && finite)
         for (int i = 0; i < n; ++i)
             if (body[i] == 'e') body[i] = 'E';
+    if (plain) return n + (sign ? 1 : 0);
     return finish(out, prefix_, suffix_, sign, body, n, width_, left_, zero_ && finite);
 }
 
@@ -389,7 +394,7 @@ void NumberFormat::append(std::string& out, double value) const
 IntegerFormat::IntegerFormat(const std::string& printfFormat)
 {
     Parsed p = parse(printfFormat);
-    if (!p.ok || !std::strchr("diu", p.conversion)) {
+    if (!p.ok || !std::strchr("diouxX", p.conversion)) {
         format_ = "%lld";
         fast_ = true;
         return;
@@ -405,13 +410,13 @@ IntegerFormat::IntegerFormat(const std::string& printfFormat)
     format_ = escape(p.prefix) + spec + escape(p.suffix);
     prefix_ = p.prefix;
     suffix_ = p.suffix;
-    unsigned_ = p.conversion == 'u';
+    unsigned_ = p.conversion != 'd' && p.conversion != 'i';
     left_ = has(p.flags, '-');
     plus_ = has(p.flags, '+') && !unsigned_;
     space_ = has(p.flags, ' ') && !unsigned_;
     zero_ = has(p.flags, '0') && !left_;
     width_ = p.width;
-    fast_ = p.precision < 0 && !has(p.flags, '#') && !has(p.flags, '\'') && p.width <= 60 &&
+    fast_ = std::strchr("diu", p.conversion) && p.precision < 0 && !has(p.flags, '#') && !has(p.flags, '\'') && p.width <= 60 &&
             prefix_.size() + suffix_.size() < 16 && (p.length.empty() || p.length == "l" || p.length == "ll");
 }
 

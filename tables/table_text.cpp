@@ -317,8 +317,10 @@ GcvtFn curried_gcvt(const std::string& formatText)
         if (size == 0) return 0;
         if (std::isinf(value)) return written(std::snprintf(buffer, size, "undef"), size);
         char text[NUMBER_TEXT_MAX];
-        int n = written(format.format(text, sizeof text, value), sizeof text);
-        if (n > 0 && !(text[n - 1] >= '0' && text[n - 1] <= '9')) text[--n] = 0;
+        char* into = size >= NUMBER_TEXT_MAX ? buffer : text;
+        int n = written(format.format(into, NUMBER_TEXT_MAX, value), NUMBER_TEXT_MAX);
+        if (n > 0 && !(into[n - 1] >= '0' && into[n - 1] <= '9')) into[--n] = 0;
+        if (into == buffer) return n;
         n = std::min<int>(n, static_cast<int>(size - 1));
         std::memcpy(buffer, text, n);
         buffer[n] = 0;
