@@ -1,10 +1,14 @@
 // Benchmark of the yearly forecast: generates synthetic study areas of N regions (2 groups,
-// 2 sexes, 101 ages; rates from expressions, the start population from a formula), runs ten
-// forecast years serially and with -p under /usr/bin/time -v, and reports wall time, peak
-// memory and the bytes of results written per file. A run that fails or writes no population
-// table ends the benchmark with its log and a non-zero status: no time is shown for it.
+// 2 sexes, 101 ages; rates from expressions, the start population from a formula), runs the
+// forecast years serially and with -p under /usr/bin/time -v, and reports CPU time (user +
+// system), wall time, peak memory, the bytes of results written per file and the rate of
+// writing them (MB of results per second of wall time). A run that fails or writes no
+// population table ends the benchmark with its log and a non-zero status: no time is shown.
 //
 //   forecastbench [regions ...]          default: 1000 10000
+//   forecastbench --years N ...          N forecast years (default 10)
+//   forecastbench --all                  every case: 1000, 10000, 30000 regions, 10 and 30 years,
+//                                        natural change and every module variant, serial and -p
 //   forecastbench --migration [regions ...]   with external migration by rates, in-migration by
 //                                        area with quotas, out-migration adjusted to a stock target (T1 K1 A1 M1)
 //   forecastbench --building [regions ...]    the same with new building and demolition (D1 E3),
@@ -17,6 +21,7 @@
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
+#include <algorithm>
 #include <cstdio>
 #include <cctype>
 #include <cstdlib>
@@ -34,7 +39,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const int START = 2024, YEARS = 10;
+const int START = 2024;
+int YEARS = 10;
 
 // 0 natural change only, 1 external migration with a stock target, 2 with new building and demolition
 int movements = 0;
@@ -150,7 +156,7 @@ void generate(int n, const fs::path& dir)
 }
 
 struct Measure {
-    double seconds = -1;
+    double seconds = -1, cpu = 0;
     long peakKb = -1;
     int status = -1;
 };
@@ -179,6 +185,8 @@ Measure run(const fs::path& root, bool parallel)
     while (std::getline(f, line)) {
         if (auto p = line.find("Elapsed (wall clock) time"); p != std::string::npos)
             m.seconds = parseClock(line.substr(line.rfind(' ') + 1));
+        if (auto p = line.find("User time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 20);
+        if (auto p = line.find("System time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 22);
         if (auto p = line.find("Maximum resident set size (kbytes):"); p != std::string::npos)
             m.peakKb = std::atol(line.c_str() + p + 35);
     }
@@ -199,25 +207,62 @@ std::map<std::string, uintmax_t> resultBytes(const fs::path& dir)
     return bytes;
 }
 
+// one case: generates the study area, runs the forecast, prints a row; false when the run failed
+bool runCase(const fs::path& app, const fs::path& root, int n, bool parallel)
+{
+    fs::remove_all(root);
+    fs::create_directories(root / "Data");
+    fs::create_directory_symlink(app, root / "App");
+    writeFile(root / "Data" / "veldor.ini",
+              "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
+    generate(n, root / "var");
+    Measure m = run(root, parallel);
+    auto bytes = resultBytes(root / "var" / "v");
+    if (m.status != 0 || m.seconds < 0 || bytes.count("gem<y>.csv") == 0) {
+        std::ifstream log(root / "run.log");
+        std::cerr << "forecast of " << n << " regions" << (parallel ? " with -p" : "") << " failed (status " << m.status
+                  << ", " << bytes.size() << " result tables):\n"
+                  << log.rdbuf() << "\n";
+        fs::remove_all(root);
+        return false;
+    }
+    uintmax_t total = 0;
+    for (const auto& [name, b] : bytes) total += b;
+    static const char* variants[] = {"natural", "migration", "building"};
+    const char* modules = internal == 1 ? "internal" : internal == 2 ? "int-list" : variants[movements];
+    printf("%-8d %-6d %-10s %-7s %8.2f %8.2f %8.1f %10.1f %8.1f", n, YEARS, modules,
+           parallel ? "-p" : "serial", m.cpu, m.seconds, m.peakKb / 1024.0, total / 1048576.0,
+           m.seconds > 0 ? total / 1048576.0 / m.seconds : 0.0);
+    for (const auto& [name, b] : bytes) printf("  %s %.1f", name.c_str(), b / 1048576.0);
+    printf("\n");
+    fflush(stdout);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc == 4 && std::string(argv[1]) == "--generate") {
-        generate(std::atoi(argv[2]), argv[3]);
-        return 0;
-    }
     std::vector<int> sizes;
+    bool all = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
-        if (a == "--migration" || a == "--building")
+        if (a == "--migration" || a == "--building") {
             movements = a == "--migration" ? 1 : 2;
-        else if (a == "--internal" || a == "--internal-list")
+        } else if (a == "--internal" || a == "--internal-list") {
             internal = a == "--internal" ? 1 : 2;
-        else
+        } else if (a == "--years" && i + 1 < argc) {
+            YEARS = std::max(1, std::atoi(argv[++i]));
+        } else if (a == "--all") {
+            all = true;
+        } else if (a == "--generate" && i + 2 < argc) {
+            generate(std::atoi(argv[i + 1]), argv[i + 2]);
+            return 0;
+        } else {
             sizes.push_back(std::atoi(argv[i]));
+        }
     }
-    if (sizes.empty()) sizes = {1000, 10000};
+    if (sizes.empty()) sizes = all ? std::vector<int>{1000, 10000, 30000} : std::vector<int>{1000, 10000};
 
     fs::path self = fs::canonical("/proc/self/exe");
     fs::path app = self.parent_path().parent_path() / "App";
@@ -226,34 +271,18 @@ int main(int argc, char** argv)
         return 1;
     }
     fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
-    printf("%-8s %-9s %10s %12s %12s  %s\n", "regions", "mode", "wall s", "peak MB", "results MB", "by file (MB)");
-    for (int n : sizes) {
-        for (bool parallel : {false, true}) {
-            fs::remove_all(root);
-            fs::create_directories(root / "Data");
-            fs::create_directory_symlink(app, root / "App");
-            writeFile(root / "Data" / "veldor.ini",
-                      "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
-            generate(n, root / "var");
-            Measure m = run(root, parallel);
-            auto bytes = resultBytes(root / "var" / "v");
-            if (m.status != 0 || m.seconds < 0 || bytes.count("gem<y>.csv") == 0) {
-                std::ifstream log(root / "run.log");
-                std::cerr << "forecast of " << n << " regions" << (parallel ? " with -p" : "") << " failed (status "
-                          << m.status << ", " << bytes.size() << " result tables):\n"
-                          << log.rdbuf() << "\n";
-                fs::remove_all(root);
-                return 1;
-            }
-            uintmax_t total = 0;
-            for (const auto& [name, b] : bytes) total += b;
-            printf("%-8d %-9s %10.2f %12.1f %12.1f", n, parallel ? "-p" : "serial", m.seconds, m.peakKb / 1024.0,
-                   total / 1048576.0);
-            for (const auto& [name, b] : bytes) printf("  %s %.1f", name.c_str(), b / 1048576.0);
-            printf("\n");
-            fflush(stdout);
-        }
-    }
+    printf("%-8s %-6s %-10s %-7s %8s %8s %8s %10s %8s  %s\n", "regions", "years", "modules", "mode", "cpu s", "wall s",
+           "peak MB", "results MB", "MB/s", "by file (MB)");
+    std::vector<int> yearCases = all ? std::vector<int>{10, 30} : std::vector<int>{YEARS};
+    std::vector<int> variantCases = all ? std::vector<int>{0, 1, 2} : std::vector<int>{movements};
+    for (int variant : variantCases)
+        for (int years : yearCases)
+            for (int n : sizes)
+                for (bool parallel : {false, true}) {
+                    movements = variant;
+                    YEARS = years;
+                    if (!runCase(app, root, n, parallel)) return 1;
+                }
     fs::remove_all(root);
     return 0;
 }

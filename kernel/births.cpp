@@ -263,9 +263,13 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
     const size_t mothers = C.NGG != 1 ? 1 : 0;
     const double GP = C.GP;
     const double mbf = montecarlo ? opt::get("$MBF", MBF) : MBF;
+    // the new-born of one region by group and sex, gathered before they enter the table of the
+    // births, so that the table is looked up once per region and not once per mothers' age
+    std::vector<double> regionBorn(nbg * ngg);
     for (size_t z = 0; z < ngz; ++z) {
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
+        std::fill(regionBorn.begin(), regionBorn.end(), 0.0);
         for (size_t b = 0; b < nbg; ++b)
             for (size_t a = 0; a < nag; ++a) {
                 double w = C.BG40.get(z, b, mothers, a);
@@ -309,13 +313,16 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
                         double q = QR2G[tyg][b][ch];
                         double x = montecarlo ? mc.draw(born[g], q) : born[g] * q;
                         if (x == 0) continue;
-                        DG3G.add(z, ch, g, 0, x);
+                        regionBorn[ch * ngg + g] += x;
                         DG4BGWG_[tyg][b][ch][g] += x;
                         bgwgOfRegion[z][b][ch][g] += x;
                     }
                     if (gam) DG4GAM_.set(z, b, g, a, born[g]);
                 }
             }
+        for (size_t ch = 0; ch < nbg; ++ch)
+            for (size_t g = 0; g < ngg; ++g)
+                if (regionBorn[ch * ngg + g] != 0) DG3G.add(z, ch, g, 0, regionBorn[ch * ngg + g]);
     }
 
     // 8. the birth targets

@@ -17,12 +17,14 @@
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "kernel/year_step.h"
+#include "tables/block_writer.h"
+#include "tables/number_format.h"
 #include "tables/table_text.h"
 
 namespace {
 
 // regions formatted together before they are written in order
-constexpr int BATCH = 256;
+constexpr int BATCH = 128;
 
 // An output table of the file table: opened and closed on the main thread, written by one task.
 struct Output {
@@ -54,12 +56,9 @@ int64_t largestKey(const Orvane& c)
 
 std::string printInt(const std::string& format, long long v)
 {
-    char b[64];
-    if (format.find("ll") != std::string::npos)
-        snprintf(b, sizeof b, format.c_str(), v);
-    else
-        snprintf(b, sizeof b, format.c_str(), static_cast<int>(v));
-    return b;
+    std::string text;
+    IntegerFormat(format).append(text, v);
+    return text;
 }
 
 // The fixed parts of the lines: the year, region keys and the cohort columns, each with its separator.
@@ -87,30 +86,21 @@ struct Columns {
 
 void appendValue(std::string& out, const Orvane& c, double v, bool last, char sep)
 {
-    char b[64];
-    int n = c.fmt ? c.fmt(b, sizeof b, v) : snprintf(b, sizeof b, "%.15g", v);
+    char b[NUMBER_TEXT_MAX];
+    int n = c.fmt ? c.fmt(b, sizeof b, v) : formatNumber(b, sizeof b, "%.15g", v);
     if (n < 0) n = 0;
     out.append(b, static_cast<size_t>(std::min<int>(n, sizeof b - 1)));
     out.push_back(last ? '\n' : sep);
 }
 
-// Formats the regions 0 .. n-1 by body (one text per region, in parallel when the run works in
-// parallel) and writes the texts in region order.
+// Formats the regions 0 .. n-1 by body (one text per region; batches of regions in parallel
+// when the run works in parallel) and writes the texts in region order.
 template <class Body> void writeRegions(FILE* f, int n, const Body& body)
 {
-    std::vector<std::string> texts(BATCH);
-    for (int first = 0; first < n; first += BATCH) {
-        int count = std::min(BATCH, n - first);
-        auto one = [&](int i) {
-            texts[static_cast<size_t>(i)].clear();
-            body(first + i, texts[static_cast<size_t>(i)]);
-        };
-        if (os::parallel())
-            tbb::parallel_for(0, count, one);
-        else
-            for (int i = 0; i < count; ++i) one(i);
-        for (int i = 0; i < count; ++i) csvWrite(f, texts[static_cast<size_t>(i)].data(), texts[static_cast<size_t>(i)].size());
-    }
+    BlockWriter out(f);
+    writeInOrder(out, n, BATCH, [&](int first, int last, std::string& text) {
+        for (int gz = first; gz < last; ++gz) body(gz, text);
+    });
 }
 
 void populationLines(const Orvane& c, const GemTable& t, const Columns& cols, const std::string& keyFormat, int gz,
@@ -254,17 +244,38 @@ void pyramidBody(const Orvane& c, const GemTable& t, int label, FILE* f)
 
 // ---- movements ----
 
+// The cells of a movement line: a component made this year is a value, and each run of
+// components not made is one text of empty cells, copied whole.
+struct MovementLayout {
+    struct Piece {
+        int component;       // -1: a run of empty cells
+        std::string empty;   // the separators (and the line feed) of the run
+    };
+    std::vector<Piece> pieces;
+    MovementLayout(const std::array<const GemTable*, NMOVEMENTS>& m, char sep)
+    {
+        for (int k = 0; k < NMOVEMENTS; ++k) {
+            char end = k + 1 == NMOVEMENTS ? '\n' : sep;
+            if (m[static_cast<size_t>(k)]->exists()) {
+                pieces.push_back({k, ""});
+            } else {
+                if (pieces.empty() || pieces.back().component >= 0) pieces.push_back({-1, ""});
+                pieces.back().empty += end;
+            }
+        }
+    }
+};
+
 // one line of movement values: an empty cell where a component was not made this year
-void movementCells(std::string& out, const Orvane& c, const std::array<const GemTable*, NMOVEMENTS>& m,
-                   const double* values, char sep)
+void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep)
 {
-    for (int k = 0; k < NMOVEMENTS; ++k) {
-        bool last = k + 1 == NMOVEMENTS;
-        if (!m[static_cast<size_t>(k)]->exists()) {
-            out.push_back(last ? '\n' : sep);
+    for (const MovementLayout::Piece& p : layout.pieces) {
+        if (p.component < 0) {
+            out += p.empty;
             continue;
         }
-        appendValue(out, c, values[k] * YearStep::displaySign[static_cast<size_t>(k)], last, sep);
+        size_t k = static_cast<size_t>(p.component);
+        appendValue(out, c, values[k] * YearStep::displaySign[k], k + 1 == NMOVEMENTS, sep);
     }
 }
 
@@ -282,6 +293,7 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
     auto m = y.movements();
     if (!anyMovement(m)) return;
     Columns cols(c, label);
+    MovementLayout layout(m, cols.sep);
     std::string keyFormat = intFormat(largestKey(c), "lld");
     size_t cells = static_cast<size_t>(c.NBG * c.NGG * c.NAG);
     int n = c.NGZ;
@@ -301,7 +313,7 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
         // the region lines of bewgem are short; they are gathered beside the formatting of bew
         std::vector<std::string> regionLines(static_cast<size_t>(n));
         auto body = [&](int gz, std::string& out) {
-            std::vector<double> v;
+            thread_local std::vector<double> v;   // one region's values, kept for the next region
             regionValues(gz, v);
             double total[NMOVEMENTS] = {};
             std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
@@ -315,12 +327,12 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
                 if (!bew || (zero && !ini::AusgabeNull)) continue;
                 out += prefix;
                 out += cols.cohort[i];
-                movementCells(out, c, m, row, cols.sep);
+                movementCells(out, c, layout, row, cols.sep);
             }
             if (bewgem) {
                 std::string& line = regionLines[static_cast<size_t>(gz)];
                 line = prefix;
-                movementCells(line, c, m, total, cols.sep);
+                movementCells(line, c, layout, total, cols.sep);
             }
         };
         if (bew) {
@@ -329,8 +341,13 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
             std::string ignored;
             for (int gz = 0; gz < n; ++gz) body(gz, ignored);
         }
-        if (bewgem)
-            for (const std::string& line : regionLines) csvWrite(bewgem, line.data(), line.size());
+        if (bewgem) {
+            BlockWriter lines(bewgem);
+            for (const std::string& line : regionLines) {
+                lines.text() += line;
+                lines.done();
+            }
+        }
     }
     if (bewagg || bewgemagg) {
         int rows = aggregateRows();
@@ -372,11 +389,11 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
                         out += prefix;
                         out += printInt(bgf, s.bgLabel(b)) + cols.sep + printInt(ggf, s.ggLabel(g)) + cols.sep +
                                printInt(agf, s.agLabel(a)) + cols.sep;
-                        movementCells(out, c, m, v, cols.sep);
+                        movementCells(out, c, layout, v, cols.sep);
                     }
             if (bewgemagg) {
                 outTotal += prefix;
-                movementCells(outTotal, c, m, total, cols.sep);
+                movementCells(outTotal, c, layout, total, cols.sep);
             }
         }
         if (bewagg) csvWrite(bewagg, out.data(), out.size());

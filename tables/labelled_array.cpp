@@ -1,5 +1,6 @@
 // Printing of labelled arrays into the protocol or numbered side files.
 #include "tables/labelled_array.h"
+#include "tables/number_format.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -340,12 +341,17 @@ template <int R> void textAny(FILE* stream, const LA<R>& a, const char* names) {
     textBody(dest, data.data(), dims, LA_NUMBER, false);
 }
 
+// a value by "%.15g", undefined ones too
+std::string g15(double value) {
+    char buf[NUMBER_TEXT_MAX];
+    formatNumber(buf, sizeof buf, "%.15g", value);
+    return buf;
+}
+
 std::string cellText(int format, int kind, double value) {
     if (isUndef(value)) return format == 2 || (format == 0 && ini::MATRIX_AUSGABEFORMAT == 2) ? "undef" : "";
     if (format == 0) return csvFormatDouble(value, kind);
-    char buf[64];
-    snprintf(buf, sizeof buf, "%.15g", value);
-    return buf;
+    return g15(value);
 }
 
 }  // namespace
@@ -554,11 +560,11 @@ void laPrintList(FILE* stream, const char* name, const char* title, int kind, co
     double total = 0;
     for (const LAListRow& r : rows) total += r.v;
     fprintf(f, "<pre>%s %s", word.c_str(), shown.c_str());
-    fprintf(f, ", &Sigma; = %.15g", total);
+    fprintf(f, ", &Sigma; = %s", g15(total).c_str());
     fprintf(f, "\n%s %s %s %s\n", labels[0], labels[1], labels[2], labels[3]);
     for (const LAListRow& r : rows) {
         if (r.v == 0) continue;
-        fprintf(f, "%lu %u %u %u %.15g\n", regionLabel(r.gz), r.bg + 1, r.gg + 1, r.ag, r.v);
+        fprintf(f, "%lu %u %u %u %s\n", regionLabel(r.gz), r.bg + 1, r.gg + 1, r.ag, g15(r.v).c_str());
     }
     fputs("</pre>\n", f);
 }
@@ -585,12 +591,13 @@ void laPrintPairs(FILE* stream, const char* name, const char* title, int kind, c
     } else if (regions) {
         fprintf(f, "%zu GKZ GKZ BG GG AG\n", rows.size());
         for (const LAPairRow& r : rows)
-            fprintf(f, "%llu %llu %u %u %u %.15g\n", lab(r.from), lab(r.to), r.bg + 1, r.gg + 1, r.ag, r.v);
+            fprintf(f, "%llu %llu %u %u %u %s\n", lab(r.from), lab(r.to), r.bg + 1, r.gg + 1, r.ag,
+                    g15(r.v).c_str());
     } else {
         fputs("TYB TYB BG GG AG\n", f);
         for (const LAPairRow& r : rows)
-            fprintf(f, "%u %u %u %u %u %.15g\n", static_cast<unsigned>(lab(r.from)), static_cast<unsigned>(lab(r.to)),
-                    r.bg + 1, r.gg + 1, r.ag, r.v);
+            fprintf(f, "%u %u %u %u %u %s\n", static_cast<unsigned>(lab(r.from)), static_cast<unsigned>(lab(r.to)),
+                    r.bg + 1, r.gg + 1, r.ag, g15(r.v).c_str());
     }
     laEnd(dest);
 }

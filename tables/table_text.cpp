@@ -12,6 +12,7 @@
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
+#include "tables/number_format.h"
 
 namespace {
 
@@ -89,14 +90,23 @@ int formatCell(char* buffer, size_t size, const char* format, double value)
     long long n;
     switch (formatKind(format, &ll)) {
     case FormatKind::Double:
-        return std::snprintf(buffer, size, format, value);
+        return formatNumber(buffer, size, format, value);
     case FormatKind::Integer:
-        if (integerValue(value, n)) return std::snprintf(buffer, size, ll.c_str(), n);
+        if (integerValue(value, n)) {
+            char text[NUMBER_TEXT_MAX];
+            int length = IntegerFormat(ll).format(text, n);
+            if (size > 0) {
+                size_t copied = std::min(static_cast<size_t>(length), size - 1);
+                std::memcpy(buffer, text, copied);
+                buffer[copied] = 0;
+            }
+            return length;
+        }
         break;
     case FormatKind::Invalid:
         break;
     }
-    return std::snprintf(buffer, size, "%.15g", value);
+    return formatNumber(buffer, size, "%.15g", value);
 }
 
 // snprintf's would-be length cut to what the buffer holds
@@ -275,14 +285,17 @@ GcvtFn curried_gcvt(const std::string& formatText)
     if (len > 0 && formatText[0] == '%') {
         char last = formatText[len - 1];
         if ((last == 'e' || last == 'f' || last == 'g') && isDoubleFormat(formatText.c_str())) {
-            return [formatText](char* buffer, size_t size, double value) -> int {
+            return [format = NumberFormat(formatText)](char* buffer, size_t size, double value) -> int {
                 if (std::isinf(value)) return written(std::snprintf(buffer, size, "undef"), size);
-                return written(std::snprintf(buffer, size, formatText.c_str(), value), size);
+                return written(format.format(buffer, size, value), size);
             };
         }
         if (last == 'r') {
             int width = len > 2 ? std::atoi(formatText.c_str() + 1) : 15;
-            return [width](char* buffer, size_t size, double value) -> int {
+            // "%.0f" .. "%.<width>f", compiled once
+            std::vector<NumberFormat> fixed;
+            for (int d = 0; d <= std::max(width, 0); ++d) fixed.emplace_back("%." + std::to_string(d) + "f");
+            return [width, fixed = std::move(fixed)](char* buffer, size_t size, double value) -> int {
                 if (std::isinf(value)) return written(std::snprintf(buffer, size, "undef"), size);
                 // as many decimals as fit into the width
                 int n = value < 0 ? width - 2 : width - 1;
@@ -292,6 +305,7 @@ GcvtFn curried_gcvt(const std::string& formatText)
                     ++d;
                     limit /= 10;
                 }
+                if (static_cast<size_t>(d) < fixed.size()) return written(fixed[static_cast<size_t>(d)].format(buffer, size, value), size);
                 char format[32];
                 std::snprintf(format, sizeof format, "%%.%df", d);
                 return written(std::snprintf(buffer, size, format, value), size);
@@ -299,12 +313,14 @@ GcvtFn curried_gcvt(const std::string& formatText)
         }
     }
     // 15 significant digits; a bare decimal point at the end is cut
-    return [](char* buffer, size_t size, double value) -> int {
+    return [format = NumberFormat("%.15g")](char* buffer, size_t size, double value) -> int {
         if (size == 0) return 0;
         if (std::isinf(value)) return written(std::snprintf(buffer, size, "undef"), size);
-        char text[64];
-        int n = written(std::snprintf(text, sizeof text, "%.15g", value), sizeof text);
-        if (n > 0 && !(text[n - 1] >= '0' && text[n - 1] <= '9')) text[--n] = 0;
+        char text[NUMBER_TEXT_MAX];
+        char* into = size >= NUMBER_TEXT_MAX ? buffer : text;
+        int n = written(format.format(into, NUMBER_TEXT_MAX, value), NUMBER_TEXT_MAX);
+        if (n > 0 && !(into[n - 1] >= '0' && into[n - 1] <= '9')) into[--n] = 0;
+        if (into == buffer) return n;
         n = std::min<int>(n, static_cast<int>(size - 1));
         std::memcpy(buffer, text, n);
         buffer[n] = 0;
