@@ -71,8 +71,9 @@ void generateInternal(int n, const fs::path& dir)
            "[LA]\nAUSGABE_EINZELWERTE=0\nMATRIX_AUSGABEFORMAT=0\n";
     writeFile(dir / "v.ini", ini.str());
     std::ostringstream ref;
+    // each in-migration type lies inside one internal type
     ref << "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n"
-        << regions << ";Gebiet $;1;1;1.." << types << ";1;1;1;1;1;1;1;1\n";
+        << regions << ";Gebiet $;1;1;1.." << types << ";1.." << types << ";1;1;1;1;1;1;1\n";
     writeFile(dir / "reftyp.csv", ref.str());
     const std::string cell = list ? "floor((20 - ix(5) / 2) * (1 - ((ix(2) + ix(5)) % 10 > 0)) + 0.5)"
                                   : "floor((12 - ix(5) / 10) * (1 + 0.2 * sin(ix(2))) / ix(3) + 0.5)";

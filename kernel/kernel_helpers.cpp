@@ -18,6 +18,8 @@ int Compare(double a, double b, double tol) {
 double dampedRatio(double a, double b, double sce) {
     if (std::fabs(b) < 1e-30) return 1.0;
     double r = a / b;
-    return r > 0 ? std::pow(r, sce) : r;
+    // the undamped ratio needs no power: pow(r, 1) is r exactly
+    if (sce == 1.0 || r <= 0) return r;
+    return std::pow(r, sce);
 }
 
