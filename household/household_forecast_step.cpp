@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "household/household_frame.h"
+#include "household/household_classes.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "household/household_classes.h"
 #include "household/household_forecast_step.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
@@ -16,21 +17,6 @@
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 
-LueckAltersklasse AK10({0, 10, 20});
-LueckAltersklasse AKL3({0, 35, 65, 1000});
-LueckAltersklasse AKJ({0, 35, 1000});
-LueckAltersklasse AKA({0, 65, 1000});
-DichtAltersklasse AK0_17(0, 17, false);
-DichtAltersklasse AK15_17(15, 17, false);
-DichtAltersklasse AK15_44(15, 44, false);
-DichtAltersklasse AK15_99(15, 99, true);
-DichtAltersklasse AK0_99(0, 99, true);
-DichtAltersklasse AK1_2(1, 2, false);
-DichtAltersklasse AK1_5(1, 5, true);
-DichtAltersklasse AK1_8(1, 8, false);
-DichtAltersklasse AK1_7(1, 7, false);
-
-G2T g2t;
 
 namespace {
 std::string text(int value) { return std::to_string(value); }

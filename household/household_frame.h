@@ -1,15 +1,6 @@
-// The household tool hhprog: its entry, the main preparation (settings, protocol, region
-// map and types), and the fixed age class sets every phase uses.
+// The household tool hhprog: its entry and the main preparation (settings, protocol, region
+// map and types); the phases follow in their own files.
 #pragma once
-#include "statistics/age_classes.h"
-#include "statistics/region_map.h"
-
-// the age class sets of the tool; AKL3, AKJ and AKA take the age limits Jung and Alt
-extern LueckAltersklasse AK10, AKL3, AKJ, AKA;
-extern DichtAltersklasse AK0_17, AK15_17, AK15_44, AK15_99, AK0_99, AK1_2, AK1_5, AK1_8, AK1_7;
-
-// region keys and their types, built by the main preparation
-extern G2T g2t;
 
 // the main preparation: protocol, settings table, region map and types
 void householdPreparation();

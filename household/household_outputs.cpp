@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <type_traits>
 
-#include "household/household_frame.h"
+#include "household/household_classes.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
 #include "platform/dictionary.h"

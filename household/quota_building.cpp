@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "household/household_frame.h"
+#include "household/household_classes.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
