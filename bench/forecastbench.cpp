@@ -148,10 +148,13 @@ void generate(int n, const fs::path& dir)
     if (movements < 2) return;
     const std::string span = std::to_string(START) + ".." + std::to_string(START + YEARS);
     writeFile(dir / ("strm" + y + ".csv"), "*;*;*;*;0..100;0.01\n");
-    writeFile(dir / "nebb.csv", span + ";" + regions + "*7;30\n");
+    // new building in the first seventh of the regions, demolition in the last eleventh
+    const std::string building = "100001.." + std::to_string(100000 + std::max(1, n / 7));
+    const std::string demolition = std::to_string(100001 + n - std::max(1, n / 11)) + ".." + std::to_string(100000 + n);
+    writeFile(dir / "nebb.csv", span + ";" + building + ";30\n");
     writeFile(dir / ("nebq" + y + ".csv"), "*;*;*;0..100;1\n");
     writeFile(dir / "nebqqa.csv", span + ";*;1..2;0.2\n");
-    writeFile(dir / "rear.csv", span + ";" + regions + "*11;0.05\n");
+    writeFile(dir / "rear.csv", span + ";" + demolition + ";0.05\n");
     writeFile(dir / "reaqza.csv", span + ";*;1..2;0.1\n");
     writeFile(dir / "reagzr.csv", span + ";" + regions + ";1\n");
 }
