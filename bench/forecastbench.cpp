@@ -15,7 +15,7 @@
 //                                        which need internal migration (I1) as well
 //   forecastbench --internal [regions ...]    internal migration in 50 types (I1) with limits for every
 //                                        tenth region (P1), dense flow tables
-//   forecastbench --internal-list [regions ...]  all regions in one internal type, flows between
+//   forecastbench --internal-list [regions ...]  the regions in two internal types (P needs more than one), flows between
 //                                        types and regions in their list forms ($SPARSESTRM, $BFWKG);
 //                                        21 age groups, one group, each region populated in a tenth of them
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
@@ -59,7 +59,7 @@ void writeFile(const fs::path& p, const std::string& text)
 void generateInternal(int n, const fs::path& dir)
 {
     const bool list = internal == 2;
-    const int types = list ? 1 : 50, nag = list ? 21 : 101, nbg = list ? 1 : 2;
+    const int types = list ? 2 : 50, nag = list ? 21 : 101, nbg = list ? 1 : 2;
     const std::string y = std::to_string(START - 1), span = std::to_string(START) + ".." + std::to_string(START + YEARS);
     const std::string regions = "100001.." + std::to_string(100000 + n), last = std::to_string(nag - 1);
     std::ostringstream ini;
@@ -75,7 +75,7 @@ void generateInternal(int n, const fs::path& dir)
     ref << "# GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG\n"
         << regions << ";Gebiet $;1;1;1.." << types << ";1.." << types << ";1;1;1;1;1;1;1\n";
     writeFile(dir / "reftyp.csv", ref.str());
-    const std::string cell = list ? "floor((20 - ix(5) / 2) * (1 - ((ix(2) + ix(5)) % 10 > 0)) + 0.5)"
+    const std::string cell = list ? "floor(20 - ix(5) / 2 + 0.5) * eq(floor((ix(2) + ix(5)) / 10) * 10 (ix(2) + ix(5)))"
                                   : "floor((12 - ix(5) / 10) * (1 + 0.2 * sin(ix(2))) / ix(3) + 0.5)";
     writeFile(dir / "v" / ("gem" + y + ".csv"), y + ";" + regions + ";*;*;0.." + last + ";" + cell + "\n");
     writeFile(dir / ("strb" + y + ".csv"), "*;*;*;0.." + last + ";0.0001 * exp(0.085 * ix(4))\n");
