@@ -86,6 +86,15 @@ void openProtFile()
         });
     std::string prot = dir + "/prot";
     if (!os::isDirectory(prot)) os::createDirectory(prot);
+    // the pages of an earlier run go, and what a killed run left unfinished
+    auto remove = [](const std::string& d, const std::string& name) {
+        std::remove((d + name).c_str());
+        return 0;
+    };
+    for (const char* pattern : {"[0-9][0-9][0-9][0-9][0-9][0-9].htm", "[0-9][0-9][0-9][0-9][0-9][0-9].csv",
+                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", ".~*"})
+        os::glob(prot, pattern, remove);
+    os::glob(dir, ".~*", remove);
     std::string index = prot + "/index.html";
     if (int err = Prot::open(index, si::appDir + "style.css")) {
         os::messageBox(index.c_str(), "open protocol file: %s", std::strerror(err));
@@ -166,6 +175,7 @@ int orvane(int argc, char** argv)
     scan.opterr = 0;
     scan.optind = 0;
     int errors = 0;
+    bool optionFailed = false;
     int c;
     while ((c = scan(argc, argv, "cd:l:o:pv:w:")) != -1) {
         switch (c) {
@@ -173,7 +183,8 @@ int orvane(int argc, char** argv)
         case 'd': si::Directory = scan.optarg; break;
         case 'l': language = scan.optarg; break;
         case 'o':
-            runOptionText(scan.optarg);
+            // a forecast under a mistyped option is not the one asked for
+            if (!runOptionText(scan.optarg)) optionFailed = true;
             // -o includes the effect of -p
             os::setParallel(true);
             break;
@@ -189,6 +200,7 @@ int orvane(int argc, char** argv)
         os::messageBox(USAGE, "%s", text.c_str());
         return 1;
     }
+    if (optionFailed) return 1;
     int cores = os::systemInfo().cores;
     ini::RUNFORECAST = si::varInt("DEFAULTS", "RUNFORECAST", 1, si::Directory, si::Version);
     ini::AUSGABE_PROTOKOLL = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
@@ -245,6 +257,8 @@ int orvane(int argc, char** argv)
                   ini::AusgabeNull, si::floatFormat);
         }
     }
+    // hints and warnings that were only counted get their line (a run without protocol too)
+    Prot::summariseAlike();
     Trace::clear();
     DD::clear();
     return status;

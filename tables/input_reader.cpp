@@ -659,6 +659,41 @@ void TableReader::cleanup()
     g_readingName.clear();
 }
 
+// true when text is well-formed UTF-8 (plain ASCII included)
+bool validUtf8(const char* text)
+{
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    while (*p) {
+        unsigned char c = *p;
+        int follow = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
+        if (follow < 0 || (follow == 1 && c < 0xC2) || c > 0xF4) return false;
+        ++p;
+        for (int k = 0; k < follow; ++k, ++p)
+            if ((*p & 0xC0) != 0x80) return false;
+    }
+    return true;
+}
+
+// the cell for a message: bytes that are no ASCII as \xNN, markup characters escaped
+std::string printableBytes(const char* text)
+{
+    std::string out;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+        if (*p >= 0x80 || *p < 0x20) {
+            char b[8];
+            snprintf(b, sizeof b, "\\x%02X", *p);
+            out += b;
+        } else if (*p == '<') {
+            out += "&lt;";
+        } else if (*p == '&') {
+            out += "&amp;";
+        } else {
+            out += static_cast<char>(*p);
+        }
+    }
+    return out;
+}
+
 void TableReader::lineMessage(int error, const std::string& message)
 {
     Prot::message(error ? SEV_ERROR : SEV_WARNING, "@file; %s, @row;<br>%zu: <code>%s</code><br>%s", name.c_str(),
@@ -872,6 +907,12 @@ void TableReader::indexCell(int c, const char* text)
     if (v.star && !isRegion && sizes[c] < 0) {
         lineMessage(0, format("@attribute; %d %s = * @fn_Eindex;", c + 1, names[c].c_str()));
         structure();
+    }
+    if (!v.isRandom() && v.lo > v.hi && v.lo != -1) {
+        // a reversed interval names no index: the line assigns nothing, which must not pass unseen
+        lineMessage(0, format("@attribute; %d %s = [%lld..%lld]: leeres Intervall, die Zeile weist nichts zu", c + 1,
+                              names[c].c_str(), v.lo, v.hi));
+        return;
     }
     if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
     if (v.lo < first[c] || v.hi > last[c]) {
@@ -1271,7 +1312,14 @@ void TableReader::readLines(char* cell)
                 }
             } else if (!skip) {
                 const char* text = cell;
-                if (col == 0) text = guards(cell);
+                if (!validUtf8(cell)) {
+                    // a cell of broken text is no index and no value: it cannot be read as meant
+                    lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
+                                          printableBytes(cell).c_str()));
+                    skip = true;
+                }
+                if (skip) {
+                } else if (col == 0) text = guards(cell);
                 const int c = col - hasCheck;
                 if (skip) {
                 } else if (col == 0 && hasCheck) {
