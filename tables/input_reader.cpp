@@ -30,6 +30,7 @@ namespace {
 constexpr int kLineBuffer = 1024;       // the input cell buffer
 constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
 constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
+constexpr uint64_t kDoublesShown = 20;   // doubly assigned cells shown one by one
 
 inline unsigned char uc(char c) { return static_cast<unsigned char>(c); }
 inline const char* skipWhite(const char* p)
@@ -1041,7 +1042,8 @@ void TableReader::store(const long long* idx, const long long* written, double* 
             double old = slot ? *slot : target.get(idx);
             if (checkUndef && !isUndef(old)) {
                 ++doubles;
-                if (Prot::level(2))
+                // the first ones line by line; the count of all follows at the end of the table
+                if (Prot::level(2) && doubles <= kDoublesShown)
                     Prot::writeln(2, "in @file; %s: @row; %zu: %s @fn_doubleIndex;: %g @fn_overwritten; %g",
                                   name.c_str(), lineNo, tuple(written).c_str(), old, v);
                 if (doubleList.size() <= static_cast<size_t>(kListed)) doubleList.push_back(tuple(written));
