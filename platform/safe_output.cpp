@@ -236,8 +236,7 @@ void close(FILE* f)
 
 void fatal(FILE* f, int err)
 {
-    std::string path = target(f);
-    fatalPath(path.empty() ? "?" : path, err);
+    fatalPath(target(f), err);
 }
 
 void setAbortHook(std::function<void()> hook) { g_abortHook = std::move(hook); }
@@ -250,7 +249,11 @@ void fatalPath(const std::string& path, int err)
     here = true;
     if (ending.exchange(true))
         for (;;) pause();                 // another thread is ending the process
-    os::messageBox("Fatal output error in csv", "%s: %s", path.c_str(), std::strerror(err ? err : EIO));
+    // a stream of another writer has no path here: the cause alone is shown then
+    if (path.empty())
+        os::messageBox("Fatal output error in csv", "%s", std::strerror(err ? err : EIO));
+    else
+        os::messageBox("Fatal output error in csv", "%s: %s", path.c_str(), std::strerror(err ? err : EIO));
     if (g_abortHook) g_abortHook();
     finishAll();
     fflush(stdout);

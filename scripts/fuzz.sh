@@ -16,7 +16,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
 bash scripts/setup.sh
-cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DVELDOR_FUZZ=ON >/dev/null
+cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_FLAGS_RELEASE=-O1" \
+  -DCMAKE_CXX_COMPILER=clang++ -DVELDOR_FUZZ=ON >/dev/null
 cmake --build build-fuzz -j "$(nproc)"
 mkdir -p build-fuzz/findings
 status=0
