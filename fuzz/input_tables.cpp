@@ -8,6 +8,7 @@
 #include "kernel/stages.h"
 #include "platform/variant_settings.h"
 #include "tables/expression.h"
+#include "tables/functions.h"
 #include "tables/input_reader.h"
 #include "tables/labelled_array.h"
 
