@@ -39,10 +39,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     try {
         if (shape & 0x20) {
             LA2 target("FZ", {4, 6}, 0);
-            readTable(entry, target, "A,B", valueCheck);
+            readTable(entry, target, "A\0B\0", valueCheck);
         } else {
             LA3 target("FZ", {3, 2, 5}, 0);
-            readTable(entry, target, "A,B,C", valueCheck);
+            readTable(entry, target, "A\0B\0C\0", valueCheck);
         }
     } catch (const std::runtime_error&) {
         // an error message ends the read, as it ends a run
