@@ -80,13 +80,22 @@ void runCallback(const char* section)
 void openProtFile()
 {
     std::string dir = si::Directory + si::Version;
-    for (const char* pattern : {"agg*.csv", "bewagg*.csv", "bewgemagg*.csv", "gstrom.csv", "gwegzug.csv", "gzuzug.csv"})
+    for (const char* pattern : {"agg*.csv", "bewagg*.csv", "bewgemagg*.csv", "gstrom.csv", "gwegzug.csv", "gzuzug.csv", "le.csv"})
         os::glob(dir, pattern, [](const std::string& d, const std::string& name) {
             std::remove((d + name).c_str());
             return 0;
         });
     std::string prot = dir + "/prot";
     if (!os::isDirectory(prot)) os::createDirectory(prot);
+    // the pages of an earlier run go, and what a killed run left unfinished
+    auto remove = [](const std::string& d, const std::string& name) {
+        std::remove((d + name).c_str());
+        return 0;
+    };
+    for (const char* pattern : {"[0-9][0-9][0-9][0-9][0-9][0-9].htm", "[0-9][0-9][0-9][0-9][0-9][0-9].csv",
+                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", ".~*"})
+        os::glob(prot, pattern, remove);
+    os::glob(dir, ".~*", remove);
     std::string index = prot + "/index.html";
     if (int err = Prot::open(index, si::appDir + "style.css")) {
         os::messageBox(index.c_str(), "open protocol file: %s", std::strerror(err));
@@ -168,6 +177,7 @@ int orvane(int argc, char** argv)
     scan.optind = 0;
     int errors = 0;
     VariantRequest request;
+    bool optionFailed = false;
     int c;
     while ((c = scan(argc, argv, "cd:l:o:pv:w:")) != -1) {
         switch (c) {
@@ -178,7 +188,8 @@ int orvane(int argc, char** argv)
             break;
         case 'l': language = scan.optarg; break;
         case 'o':
-            runOptionText(scan.optarg);
+            // a forecast under a mistyped option is not the one asked for
+            if (!runOptionText(scan.optarg)) optionFailed = true;
             // -o includes the effect of -p
             os::setParallel(true);
             break;
@@ -197,6 +208,7 @@ int orvane(int argc, char** argv)
         os::messageBox(USAGE, "%s", text.c_str());
         return 1;
     }
+    if (optionFailed) return 1;
     int cores = os::systemInfo().cores;
     ini::RUNFORECAST = si::varInt("DEFAULTS", "RUNFORECAST", 1, si::Directory, si::Version);
     ini::AUSGABE_PROTOKOLL = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
@@ -238,6 +250,8 @@ int orvane(int argc, char** argv)
     if (maintenance != 0) {
         Prot::message(SEV_WARNING, "%s%s.ini not found", si::Directory.c_str(), si::Version.c_str());
         status = maintenance;
+        // no forecast follows: the protocol is put in place now, so that the console can name it
+        if (variantFound) Prot::close();
         if (variantFound) tellInvalidVariant();
         else tellMissingVariant(request);
     } else {
@@ -258,6 +272,8 @@ int orvane(int argc, char** argv)
         }
     }
     if (status != 0 && variantFound) tellFailedRun(status);
+    // hints and warnings that were only counted get their line (a run without protocol too)
+    Prot::summariseAlike();
     Trace::clear();
     DD::clear();
     return status;

@@ -162,7 +162,7 @@ void writeTargetFactor(int entry, double factor)
     if (openTable(&f, entry, name, sizeof name) != 0 || !f) return;
     csvWriteCell(f, "%.0f", periodLabel(JAHR), 0);
     csvWriteCell(f, "%.15g", factor, 1);
-    fclose(f);
+    closeTable(f);
 }
 
 // total fertility per year of the run (years with PLOT_DATEN above 1), by type and group

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/safe_output.h"
 #include "platform/dictionary.h"
 #include "platform/variant_settings.h"
 #include "platform/operating_system.h"
@@ -100,7 +101,8 @@ std::string variantDirectory()
 struct FileCloser {
     void operator()(FILE* f) const
     {
-        if (f) fclose(f);
+        // an output is put into place whole (or the run ends); an input is just closed
+        if (f) safeOutput::close(f);
     }
 };
 using File = std::unique_ptr<FILE, FileCloser>;
@@ -159,7 +161,8 @@ template <class F> void forEachCohort(const Orvane& C, F&& f)
 void lifeTableFile(const Orvane& C)
 {
     const std::string path = variantDirectory() + "le.csv";
-    File f(fopen(path.c_str(), "a"));
+    // begun afresh by the first year of a run, extended by the others
+    File f(safeOutput::open(path, JAHR != ini::STARTJAHR));
     if (!f) {
         int err = errno;
         Prot::message(SEV_WARNING, "@fn_open; %s (mode a): %s", path.c_str(), os::errorText(err).c_str());

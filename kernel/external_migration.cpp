@@ -316,7 +316,7 @@ void writeByArea(int entry, const LA5& a)
                         csvWriteCell(f, "%.0f", double(x), 0);
                         csvWriteCell(f, "%.15g", v, 1);
                     }
-    fclose(f);
+    closeTable(f);
 }
 
 } // namespace
@@ -848,7 +848,7 @@ void writeRegionsByArea(const Orvane& C, int entry, const GemTable& flows, const
             csvWriteCell(f, "%.0f", double(a), 0);
             csvWriteCell(f, "%.15g", x, 1);
         });
-    fclose(f);
+    closeTable(f);
 }
 
 } // namespace

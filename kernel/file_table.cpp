@@ -3,6 +3,8 @@
 // table, and the $ variables of the state.
 #include "kernel/file_table.h"
 
+#include "platform/safe_output.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -207,7 +209,8 @@ int openTable(FILE** stream, int file, char* resultName, size_t size)
     } else {
         headDue = os::fileSize(path) == 0;
     }
-    FILE* f = fopen(path.c_str(), mode);
+    // the table is written beside its place and put there whole when it is closed
+    FILE* f = safeOutput::open(path, mode[0] == 'a');
     if (!f) {
         int err = errno;
         Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", path.c_str(), mode, os::errorText(err).c_str());
@@ -226,6 +229,72 @@ int openTable(FILE** stream, int file, char* resultName, size_t size)
         e.linesWritten = 0;
     }
     return 0;
+}
+
+void closeTable(FILE* stream) { safeOutput::close(stream); }
+
+namespace {
+
+// the number behind the stem in a file name stem<digits>.csv; -1 for any other name
+long long numberAfterStem(const std::string& fileName, const std::string& stem)
+{
+    if (fileName.size() <= stem.size() + 4 || fileName.compare(0, stem.size(), stem) != 0 ||
+        fileName.compare(fileName.size() - 4, 4, ".csv") != 0)
+        return -1;
+    std::string digits = fileName.substr(stem.size(), fileName.size() - stem.size() - 4);
+    if (digits.empty() || digits.size() > 9 ||
+        !std::all_of(digits.begin(), digits.end(), [](char c) { return std::isdigit(static_cast<unsigned char>(c)); }))
+        return -1;
+    return std::stoll(digits);
+}
+
+// calls each with the file name of every existing output of entry e whose number passes keep
+template <class F> void forOutputFiles(const FileEntry& e, F&& each)
+{
+    std::string stem = e.name;
+    size_t p = stem.find('%');
+    if (p == std::string::npos) {
+        if (os::isFile(variantDirectory() + stem + ".csv")) each(stem + ".csv", -1LL);
+        return;
+    }
+    stem.erase(p);
+    for (const std::string& name : os::glob(variantDirectory(), stem + "*.csv")) {
+        long long number = numberAfterStem(name, stem);
+        if (number >= 0 || name == stem + ".csv") each(name, number);
+    }
+}
+
+} // namespace
+
+std::vector<std::string> removeEarlierOutputs()
+{
+    std::vector<std::string> removed;
+    std::string dir = variantDirectory();
+    for (int i = FT_OUT_GEM; i < FT_COUNT; ++i) {
+        const FileEntry& e = fileTable[static_cast<size_t>(i)];
+        forOutputFiles(e, [&](const std::string& name, long long number) {
+            // a yearly table before the first year of this run is the start population of a
+            // later run, read from here: it stays
+            if (e.kind == 4 && number >= 0 && number < ini::STARTJAHR - e.yearOffset) return;
+            if (e.kind == 4 && number < 0) return;
+            if (std::remove((dir + name).c_str()) == 0) removed.push_back(name);
+        });
+    }
+    return removed;
+}
+
+std::vector<std::string> removeYearOutputs(int year)
+{
+    std::vector<std::string> removed;
+    std::string dir = variantDirectory();
+    for (int i = FT_OUT_GEM; i < FT_COUNT; ++i) {
+        const FileEntry& e = fileTable[static_cast<size_t>(i)];
+        if (e.kind != 4) continue;
+        forOutputFiles(e, [&](const std::string& name, long long number) {
+            if (number == year - e.yearOffset && std::remove((dir + name).c_str()) == 0) removed.push_back(name);
+        });
+    }
+    return removed;
 }
 
 void removeTable(int file)

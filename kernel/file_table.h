@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "tables/labelled_array.h"
 #include "kernel/region_table_reading.h"
@@ -40,6 +41,15 @@ void fillFileTable();
 // gets its head. resultName receives the file name (size bytes). 0 on success; 1 for a kind
 // that cannot be opened or a failed open (after its error message).
 int openTable(FILE** stream, int file, char* resultName, size_t size);
+// Closes a stream of openTable: an output is put into place whole, and a failure there is the
+// fatal output error; an input is simply closed.
+void closeTable(FILE* stream);
+// A run owns the result directory of its variant: the outputs an earlier run left there are
+// removed at the start (the yearly tables from the first year of this run on, all others).
+// Returns the names removed.
+std::vector<std::string> removeEarlierOutputs();
+// the yearly tables of one year, for a run that failed in it; the names removed
+std::vector<std::string> removeYearOutputs(int year);
 // deletes the output of an entry: directory, variant, "/", stem, ".csv"
 void removeTable(int file);
 

@@ -11,7 +11,9 @@
 #include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
+#include "kernel/file_table.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -111,6 +113,38 @@ void checkModulesBuilt()
     if (!missing.empty()) Prot::message(SEV_ERROR, "@moduleNotBuilt; %s", missing.c_str());
 }
 
+namespace {
+
+// the year in work, 0 outside the loop of years
+int g_runningYear = 0;
+
+std::string joined(const std::vector<std::string>& names)
+{
+    std::string s;
+    for (const std::string& n : names) s += (s.empty() ? "" : ", ") + n;
+    return s;
+}
+
+// A run that fails in a year leaves no table of that year, and says which years are whole.
+void failedYear(bool toProtocol)
+{
+    if (g_runningYear == 0) return;
+    int year = g_runningYear;
+    g_runningYear = 0;
+    std::vector<std::string> removed = removeYearOutputs(year);
+    std::string text = year > ini::STARTJAHR
+                           ? DD::expKey("@yearsComplete;") + " " + std::to_string(periodLabel(ini::STARTJAHR)) + ".." +
+                                 std::to_string(periodLabel(year - 1))
+                           : DD::expKey("@noYearComplete;");
+    if (!removed.empty()) text += "; " + DD::expKey("@failedYearRemoved;") + " " + joined(removed);
+    if (toProtocol)
+        Prot::writeln(0, "%s", text.c_str());
+    else
+        Prot::console(SEV_NONE, true, "%s", text.c_str());
+}
+
+} // namespace
+
 int RK::PRO(Orvane* orvane)
 {
     std::vector<uint32_t> timers{clockMs()};
@@ -123,6 +157,8 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
+        if (std::vector<std::string> old = removeEarlierOutputs(); !old.empty())
+            Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
         if (double v = opt::get("$ODE", 0); v != 0) {
             Prot::message(SEV_ERROR, "$ODE %g: @odeMissing;", v);
         } else {
@@ -143,7 +179,10 @@ int RK::PRO(Orvane* orvane)
             Prot::setFlush(opt::get("$FLUSH", 0) != 0);
             if (ini::ENDJAHR < ini::STARTJAHR)
                 Prot::message(SEV_HINT, "@emptyForecast;", ini::STARTJAHR, ini::ENDJAHR);
+            // a fatal output error ends the process at once: the year in work is then undone too
+            safeOutput::setAbortHook([] { failedYear(false); });
             for (JAHR = ini::STARTJAHR; JAHR <= ini::ENDJAHR; ++JAHR) {
+                g_runningYear = JAHR;
                 Trace::enterYear(JAHR);
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);
@@ -155,6 +194,8 @@ int RK::PRO(Orvane* orvane)
                 RK::releaseYear();
                 Trace::leave();
             }
+            g_runningYear = 0;
+            safeOutput::setAbortHook(nullptr);
             Trace::leave();
         }
     } catch (const std::exception& e) {
@@ -167,6 +208,8 @@ int RK::PRO(Orvane* orvane)
         Prot::message(SEV_ERROR, "@exit;");
         result = 1;
     }
+    safeOutput::setAbortHook(nullptr);
+    failedYear(true);
     setForecastLink(nullptr);
     setSystemVariableResolver(nullptr);
     if (ini::RUNFORECAST == 1) {

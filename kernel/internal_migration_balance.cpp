@@ -445,7 +445,7 @@ void writeTypeFlows(const Orvane& c)
             for (size_t n = 0; n < c.DR4FB[v].size(); ++n)
                 cohorts(c.DR4FB[v][n], [&](size_t b, size_t g, size_t a, double x) { row(v, n, b, g, a, x); });
     }
-    fclose(f);
+    closeTable(f);
 }
 
 } // namespace

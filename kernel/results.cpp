@@ -36,7 +36,7 @@ struct Output {
     }
     ~Output()
     {
-        if (f) fclose(f);
+        if (f) closeTable(f);
     }
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;

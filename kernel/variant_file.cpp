@@ -57,7 +57,13 @@ private:
     std::map<std::string, std::vector<std::string>, NoCase> asked;
     bool haveModel = false;
     int result = 0;
+    // the first change of the repair, for the message when the file cannot be written
+    std::string changed[3];
+    bool anyChange = false;
 
+    void note(const std::string& section, const std::string& key, const std::string& value);
+    // writes the repaired file once, whatever the number of keys changed
+    void commit();
     void buildModel();
     void removeObsolete();
     // takes the key out of the model; false when it was not there
@@ -75,6 +81,23 @@ private:
     // a key left over in a section the program reads, close to a key it asked for
     void misspelt(const std::string& section, const std::string& key, const std::string& value);
 };
+
+void Maintenance::note(const std::string& section, const std::string& key, const std::string& value)
+{
+    if (anyChange) return;
+    anyChange = true;
+    changed[0] = section;
+    changed[1] = key;
+    changed[2] = value;
+}
+
+void Maintenance::commit()
+{
+    if (si::profileCommit(file)) return;
+    // the file stays as it was; the values in memory are used all the same
+    Prot::message(SEV_WARNING, "update %s [%s] %s=%s: %s", file.c_str(), changed[0].c_str(), changed[1].c_str(),
+                  changed[2].c_str(), std::strerror(errno));
+}
 
 void Maintenance::buildModel()
 {
@@ -104,6 +127,7 @@ void Maintenance::buildModel()
             Prot::message(SEV_HINT, "delete %s double entry [%s]%s=%s %s=%s", file.c_str(), section.c_str(),
                           it->first.c_str(), it->second.c_str(), key.c_str(), value.c_str());
             // the earlier line goes, the later one counts
+            note(section, it->first, it->second);
             si::profileDeleteValue(file, section.c_str(), it->first.c_str(), it->second.c_str());
             if (si::profileString(file, section.c_str(), key.c_str(), nullptr).empty() && !value.empty())
                 si::profileWrite(file, section.c_str(), key.c_str(), value.c_str());
@@ -115,6 +139,7 @@ void Maintenance::buildModel()
     for (const auto& sec : order) {
         if (!model[sec].empty() || isProtected(sec)) continue;
         Prot::message(SEV_HINT, "%s[%s] obsolete empty section removed", file.c_str(), sec.c_str());
+        note(sec, "", "");
         si::profileWrite(file, sec.c_str(), nullptr, nullptr);
         model.erase(sec);
     }
@@ -134,6 +159,7 @@ bool Maintenance::take(const char* section, const char* key, std::string& value)
 
 void Maintenance::write(const char* section, const char* key, const std::string& value)
 {
+    note(section, key, value);
     if (!si::profileWrite(file, section, key, value.c_str()))
         Prot::message(SEV_WARNING, "update %s [%s] %s=%s: %s", file.c_str(), section, key, value.c_str(),
                       std::strerror(errno));
@@ -254,6 +280,7 @@ void Maintenance::removeObsolete()
             misspelt(section, key, value);
             Prot::message(SEV_HINT, "%s[%s]%s=%s obsolete entry removed", file.c_str(), section.c_str(), key.c_str(),
                           value.c_str());
+            note(section, key, "");
             si::profileWrite(file, section.c_str(), key.c_str(), nullptr);
         }
     }
@@ -268,7 +295,19 @@ int Maintenance::run()
         std::exit(1);
     }
     if (!os::isFile(file)) return 1;
-    if (!os::isReadOnly(file)) buildModel();
+    // all changes of the repair are gathered and written in one go at the end
+    struct Commit {
+        Maintenance* m;
+        ~Commit()
+        {
+            if (m) m->commit();
+        }
+    } commitAtEnd{nullptr};
+    if (!os::isReadOnly(file)) {
+        si::profileBatch(file);
+        commitAtEnd.m = this;
+        buildModel();
+    }
 
     time_t now = time(nullptr);
     tm local;

@@ -290,7 +290,8 @@ void os::fatal(const std::string& text)
     snprintf(buffer, sizeof buffer, "%s failed with error %lu: %s", text.c_str(), (unsigned long)err,
              std::strerror(err));
     messageBox("Error", "%s", buffer);
-    std::exit(err ? err : 1);
+    // the exit status of the program is 0 or 1; the cause stands in the message
+    std::exit(1);
 }
 
 bool os::parallel() { return g_parallel; }

@@ -55,7 +55,7 @@ public:
     static void messageBox(const char* title, const char* format, ...) __attribute__((format(printf, 2, 3)));
     // The question form cannot be answered in a batch run: it is shown and taken as "no".
     static bool messageBoxYesNo(const char* title, const char* format, ...) __attribute__((format(printf, 2, 3)));
-    // "%s failed with error %lu: %s", box titled "Error", process ends with the system error as status.
+    // "%s failed with error %lu: %s", box titled "Error", process ends with status 1.
     [[noreturn]] static void fatal(const std::string& text);
 
     // parallel flag and the bookkeeping of the parallel loops

@@ -8,12 +8,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <vector>
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 
 namespace {
@@ -86,6 +88,27 @@ unsigned consoleCodePage()
     return 20127;
 }
 
+// prot.tmp keeps the lines of earlier runs for the front end, but not without end: past
+// kConsoleFileLimit bytes only the newest half of that, from a line start, stays
+constexpr uint64_t kConsoleFileLimit = 1 << 20;
+
+void trimConsoleFile(const std::string& path)
+{
+    if (os::fileSize(path) <= kConsoleFileLimit) return;
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return;
+    std::string data;
+    if (fseeko(f, -static_cast<off_t>(kConsoleFileLimit / 2), SEEK_END) == 0) {
+        char buffer[65536];
+        size_t n;
+        while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) data.append(buffer, n);
+    }
+    fclose(f);
+    size_t start = data.find('\n');
+    data.erase(0, start == std::string::npos ? data.size() : start + 1);
+    safeOutput::writeFile(path, data);
+}
+
 } // namespace
 
 void Prot::setup(const std::string& directory, const std::string& variant, int level, int logfile, bool create)
@@ -96,13 +119,15 @@ void Prot::setup(const std::string& directory, const std::string& variant, int l
     g_logfile = logfile;
     std::string dir = directory + variant;
     if (create && !dir.empty() && !os::isDirectory(dir)) mkdir(dir.c_str(), 0777);
+    if (create) trimConsoleFile(dir + "/prot.tmp");
 }
 
 void Prot::setLanguage(const std::string& language) { g_language = language; }
 
 int Prot::open(const std::string& path, const std::string& stylePath)
 {
-    FILE* f = fopen(path.c_str(), "w");
+    // the page is written beside its place and put there when it is closed (or the run ends)
+    FILE* f = safeOutput::open(path, false, true);
     if (!f) return errno ? errno : EIO;
     g_prot = f;
     if (!DD::language().empty()) g_language = DD::language();
@@ -123,7 +148,7 @@ void Prot::openFilePages()
 {
     g_anchor = 0;
     auto page = [](const char* name, const char* key) -> FILE* {
-        FILE* f = fopen(filePath(name).c_str(), "w");
+        FILE* f = safeOutput::open(filePath(name), false, true);
         if (!f) return nullptr;
         std::string title = DD::lookup(key);
         pageHead(f, title);
@@ -214,6 +239,68 @@ void Prot::heading(int level, const char* label, const char* format, ...)
     put(open);
 }
 
+namespace {
+
+// Hints and warnings that repeat (the same text but for its numbers: a line number, a cell)
+// are shown the first kShownAlike times; the rest are counted and summed up in one line when
+// the protocol is closed, so that the protocol grows with the distinct problems only.
+constexpr int kShownAlike = 20;
+struct Alike {
+    int severity = 0;
+    int seen = 0;
+    std::string first;
+};
+std::map<std::string, Alike> g_alike;
+std::vector<std::string> g_alikeOrder;
+
+std::string alikeKey(int severity, const std::string& text)
+{
+    std::string key(1, char('0' + severity));
+    key.reserve(text.size() + 1);
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (std::isdigit(static_cast<unsigned char>(text[i]))) {
+            key += '#';
+            while (i + 1 < text.size() && std::isdigit(static_cast<unsigned char>(text[i + 1]))) ++i;
+        } else {
+            key += text[i];
+        }
+    }
+    return key;
+}
+
+// false when the message is one too many of its kind
+bool shownAlike(int severity, const std::string& text)
+{
+    if (severity != SEV_HINT && severity != SEV_WARNING) return true;
+    std::string key = alikeKey(severity, text);
+    auto [it, fresh] = g_alike.try_emplace(key);
+    if (fresh) {
+        it->second.severity = severity;
+        it->second.first = text;
+        g_alikeOrder.push_back(key);
+    }
+    return ++it->second.seen <= kShownAlike;
+}
+
+} // namespace
+
+void Prot::summariseAlike()
+{
+    for (const std::string& key : g_alikeOrder) {
+        const Alike& a = g_alike[key];
+        if (a.seen <= kShownAlike) continue;
+        std::string text = a.first.size() > 300 ? a.first.substr(0, 300) + "..." : a.first;
+        std::string more = DD::expKey("@prot_moreAlike;");
+        if (g_prot)
+            raw("<span class=%s>%d %s</span> %s<br>\n", g_severityNames[a.severity], a.seen - kShownAlike,
+                more.c_str(), text.c_str());
+        else
+            console(a.severity, false, "%d %s %s", a.seen - kShownAlike, more.c_str(), text.c_str());
+    }
+    g_alike.clear();
+    g_alikeOrder.clear();
+}
+
 void Prot::message(int severity, const char* format, ...)
 {
     if (severity < 0 || severity > 3) severity = SEV_ERROR;
@@ -221,6 +308,10 @@ void Prot::message(int severity, const char* format, ...)
     va_start(ap, format);
     std::string text = expandFormat(format, ap, 1024, 1028);
     va_end(ap);
+    if (!shownAlike(severity, text)) {
+        ++g_counters[severity];
+        return;
+    }
     int n = ++g_counters[severity];
     const char* name = g_severityNames[severity];
     std::string word = DD::lookup(name);
@@ -342,6 +433,8 @@ void Prot::reset()
 {
     g_throw = true;
     for (int& c : g_counters) c = 0;
+    g_alike.clear();
+    g_alikeOrder.clear();
 }
 
 void Prot::setThrow(bool on) { g_throw = on; }
@@ -379,9 +472,10 @@ void Prot::close()
     for (FILE** f : {&g_inp, &g_out}) {
         if (!*f) continue;
         fputs("</body>\n</html>\n", *f);
-        fclose(*f);
+        safeOutput::close(*f);
         *f = nullptr;
     }
+    summariseAlike();
     if (!g_prot) return;
     put("</div>\n");
     put("<div id=toc>\n");
@@ -389,8 +483,9 @@ void Prot::close()
     for (const auto& e : g_toc) put(e.c_str());
     put("</div>\n");
     put("</body>\n</html>\n");
-    fclose(g_prot);
+    FILE* page = g_prot;
     g_prot = nullptr;
+    safeOutput::close(page);
     g_toc.clear();
 }
 

@@ -27,6 +27,8 @@ public:
 
     static int count(int severity);
     static void reset();
+    // the one line per kind of repeated hint or warning that was not shown each time
+    static void summariseAlike();
     static void setThrow(bool on);
     static bool throwing();
     static void setFlush(bool on);

@@ -1,5 +1,9 @@
 #include "platform/settings.h"
 
+#include <set>
+
+#include "platform/safe_output.h"
+
 #include <SimpleIni.h>
 #include <cerrno>
 #include <clocale>
@@ -138,12 +142,26 @@ bool save(const std::string& file, Profile& p)
         }
         out.swap(conv);
     }
-    FILE* f = fopen(file.c_str(), "wb");
-    if (!f) return false;
-    bool ok = (!p.bom || fwrite("\xEF\xBB\xBF", 1, 3, f) == 3) && fwrite(out.data(), 1, out.size(), f) == out.size();
-    ok = (fclose(f) == 0) && ok;
+    if (p.bom) out.insert(0, "\xEF\xBB\xBF");
+    // the user's file is replaced whole or not at all: a full disk never leaves it shorter
+    int err = safeOutput::writeFile(file, out);
     g_profiles.erase(file);   // read afresh next time
-    return ok;
+    if (err) errno = err;
+    return err == 0;
+}
+
+// files whose changes are kept in memory until profileCommit
+std::set<std::string> g_batched;
+std::set<std::string> g_dirty;
+
+// writes the profile now, or marks it for the commit of its batch
+bool store(const std::string& file, Profile& p)
+{
+    if (g_batched.count(file)) {
+        g_dirty.insert(file);
+        return true;
+    }
+    return save(file, p);
 }
 
 std::string g_dataDirectory;
@@ -174,14 +192,23 @@ bool profileWrite(const std::string& file, const char* section, const char* key,
                 if (strcasecmp(k.pItem, key) == 0) name = k.pItem;
         p.ini->SetValue(section, name.c_str(), value, nullptr, true);
     }
-    return save(file, p);
+    return store(file, p);
 }
 
 bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value)
 {
     Profile& p = profile(file);
     p.ini->DeleteValue(section, key, value, false);
-    return save(file, p);
+    return store(file, p);
+}
+
+void profileBatch(const std::string& file) { g_batched.insert(file); }
+
+bool profileCommit(const std::string& file)
+{
+    g_batched.erase(file);
+    if (!g_dirty.erase(file)) return true;
+    return save(file, profile(file));
 }
 
 const std::string& dataDirectory()

@@ -42,6 +42,11 @@ std::string profileString(const std::string& file, const char* section, const ch
 bool profileWrite(const std::string& file, const char* section, const char* key, const char* value);
 
 bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value);
+// Changes of the file are kept in memory from profileBatch on and written at once by
+// profileCommit: one write of the file for any number of keys. profileCommit is false (errno
+// set) when that write failed; the file is then as it was before the batch.
+void profileBatch(const std::string& file);
+bool profileCommit(const std::string& file);
 // a number written with "." or "," as decimal point, whatever the locale; 0 for no number
 double parseNumber(const std::string& text);
 

@@ -1,5 +1,8 @@
 #include "statistics/fixed_width_fields.h"
 
+#include <charconv>
+#include <limits>
+
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
@@ -114,11 +117,15 @@ bool fieldNumber(std::string_view record, const FixedField& field, long long& va
         negative = text[i] == '-';
         if (++i == n) return false;
     }
-    for (; i < n; ++i) {
-        if (text[i] < '0' || text[i] > '9') return false;
-        value = value * 10 + (text[i] - '0');
-    }
-    if (negative) value = -value;
+    for (size_t k = i; k < n; ++k)
+        if (text[k] < '0' || text[k] > '9') return false;
+    // a field of more digits than a number holds (P12 has forty) is no number either
+    unsigned long long magnitude = 0;
+    auto [end, error] = std::from_chars(text.data() + i, text.data() + n, magnitude);
+    if (error != std::errc() || end != text.data() + n ||
+        magnitude > static_cast<unsigned long long>(std::numeric_limits<long long>::max()))
+        return false;
+    value = negative ? -static_cast<long long>(magnitude) : static_cast<long long>(magnitude);
     return true;
 }
 

@@ -841,8 +841,9 @@ void runStatements(Parser& parser, const char* text, bool keepResults)
     }
 }
 
-void runOptionText(const std::string& text)
+bool runOptionText(const std::string& text)
 {
+    bool ok = true;
     std::string copy = text;
     FILE* file = copy.empty() ? nullptr : fmemopen(copy.data(), copy.size(), "r");
     char separator[2] = {si::separator, 0};
@@ -858,9 +859,11 @@ void runOptionText(const std::string& text)
                 p = rest;
             }
         } catch (const std::exception&) {
-            // the message is out; the loop ends and the options go on
+            // the message is out; the loop ends and the caller learns of it
+            ok = false;
         }
     }
     if (file) fclose(file);
     os::setParallel(true);
+    return ok;
 }

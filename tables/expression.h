@@ -100,7 +100,8 @@ void runStatements(Parser& parser, const char* text, bool keepResults);
 
 // feeds the text of the forecast command's option -o to the language: parse and evaluate until
 // the text is used up; an exception only ends the loop. Sets the parallel flag afterwards.
-void runOptionText(const std::string& text);
+// false when a statement failed (its message is out)
+bool runOptionText(const std::string& text);
 
 // ---- the machine's stack, process-wide ----
 extern std::vector<Value> exprStack;

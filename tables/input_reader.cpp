@@ -30,6 +30,7 @@ namespace {
 constexpr int kLineBuffer = 1024;       // the input cell buffer
 constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
 constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
+constexpr uint64_t kDoublesShown = 20;   // doubly assigned cells shown one by one
 
 inline unsigned char uc(char c) { return static_cast<unsigned char>(c); }
 inline const char* skipWhite(const char* p)
@@ -659,6 +660,41 @@ void TableReader::cleanup()
     g_readingName.clear();
 }
 
+// true when text is well-formed UTF-8 (plain ASCII included)
+bool validUtf8(const char* text)
+{
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    while (*p) {
+        unsigned char c = *p;
+        int follow = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
+        if (follow < 0 || (follow == 1 && c < 0xC2) || c > 0xF4) return false;
+        ++p;
+        for (int k = 0; k < follow; ++k, ++p)
+            if ((*p & 0xC0) != 0x80) return false;
+    }
+    return true;
+}
+
+// the cell for a message: bytes that are no ASCII as \xNN, markup characters escaped
+std::string printableBytes(const char* text)
+{
+    std::string out;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+        if (*p >= 0x80 || *p < 0x20) {
+            char b[8];
+            snprintf(b, sizeof b, "\\x%02X", *p);
+            out += b;
+        } else if (*p == '<') {
+            out += "&lt;";
+        } else if (*p == '&') {
+            out += "&amp;";
+        } else {
+            out += static_cast<char>(*p);
+        }
+    }
+    return out;
+}
+
 void TableReader::lineMessage(int error, const std::string& message)
 {
     Prot::message(error ? SEV_ERROR : SEV_WARNING, "@file; %s, @row;<br>%zu: <code>%s</code><br>%s", name.c_str(),
@@ -873,6 +909,12 @@ void TableReader::indexCell(int c, const char* text)
         lineMessage(0, format("@attribute; %d %s = * @fn_Eindex;", c + 1, names[c].c_str()));
         structure();
     }
+    if (!v.isRandom() && v.lo > v.hi && v.lo != -1) {
+        // a reversed interval names no index: the line assigns nothing, which must not pass unseen
+        lineMessage(0, format("@attribute; %d %s = [%lld..%lld]: leeres Intervall, die Zeile weist nichts zu", c + 1,
+                              names[c].c_str(), v.lo, v.hi));
+        return;
+    }
     if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
     if (v.lo < first[c] || v.hi > last[c]) {
         lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;", c + 1,
@@ -1000,7 +1042,8 @@ void TableReader::store(const long long* idx, const long long* written, double* 
             double old = slot ? *slot : target.get(idx);
             if (checkUndef && !isUndef(old)) {
                 ++doubles;
-                if (Prot::level(2))
+                // the first ones line by line; the count of all follows at the end of the table
+                if (Prot::level(2) && doubles <= kDoublesShown)
                     Prot::writeln(2, "in @file; %s: @row; %zu: %s @fn_doubleIndex;: %g @fn_overwritten; %g",
                                   name.c_str(), lineNo, tuple(written).c_str(), old, v);
                 if (doubleList.size() <= static_cast<size_t>(kListed)) doubleList.push_back(tuple(written));
@@ -1271,7 +1314,14 @@ void TableReader::readLines(char* cell)
                 }
             } else if (!skip) {
                 const char* text = cell;
-                if (col == 0) text = guards(cell);
+                if (!validUtf8(cell)) {
+                    // a cell of broken text is no index and no value: it cannot be read as meant
+                    lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
+                                          printableBytes(cell).c_str()));
+                    skip = true;
+                }
+                if (skip) {
+                } else if (col == 0) text = guards(cell);
                 const int c = col - hasCheck;
                 if (skip) {
                 } else if (col == 0 && hasCheck) {

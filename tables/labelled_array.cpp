@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/safe_output.h"
 #include "platform/dictionary.h"
 #include "platform/variant_settings.h"
 #include "platform/protocol.h"
@@ -384,7 +385,7 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
         ++tableCounter;
         std::string file = fmt("%06d.%s", tableCounter, ext[dest.format]);
         std::string path = Prot::filePath(file);
-        FILE* f = fopen(path.c_str(), "w");
+        FILE* f = safeOutput::open(path, false, true);
         if (!f) {
             Prot::message(SEV_ERROR, "open %s w: %s", path.c_str(), strerror(errno));
             return LADest{};
@@ -432,7 +433,7 @@ void laEnd(LADest& dest) {
     if (dest.format == 0) fputs("</table>\n", dest.f);
     if (dest.sideFile) {
         if (dest.format == 0) fputs("</body>\n</html>\n", dest.f);
-        fclose(dest.f);
+        safeOutput::close(dest.f);
     } else if (dest.pre) {
         fputs("</pre>\n", dest.f);
     }

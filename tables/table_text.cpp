@@ -11,6 +11,7 @@
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/number_format.h"
 
@@ -150,8 +151,7 @@ void csvWrite(FILE* file, const char* data, size_t length)
 #endif
     if (done == length && !ferror(file)) return;
     int err = errno ? errno : (file ? EIO : EBADF);
-    os::messageBox("Fatal output error in csv", "%s", std::strerror(err));
-    std::exit(1);
+    safeOutput::fatal(file, err);
 }
 
 static void csvWrite(FILE* file, const std::string& text)
@@ -471,6 +471,11 @@ int CsvReader::scan(char* buffer, int size)
             badChar = c;
             return -2;
         }
+        if (c == 0) {
+            // a NUL byte would cut the cell where it stands: the cell is refused whole
+            buffer[n] = 0;
+            return -5;
+        }
         buffer[n++] = static_cast<char>(c);
         if (n >= size) {
             buffer[n - 1] = 0;
@@ -490,6 +495,7 @@ std::string CsvReader::errorText(int status)
         return text;
     }
     case -1: return "EOF";
+    case -5: return "NUL character in cell";
     default: return "unknown error code";
     }
 }

@@ -43,7 +43,7 @@ public:
     CsvReader(FILE* file, const char* separatorText);
     // the next cell into buffer; the character that ended it, or a negative status:
     // -1 end of file, -2 invalid character after a quoted text, -3 unfinished string,
-    // -4 buffer overflow
+    // -4 buffer overflow, -5 a NUL byte in the cell
     int next(char* buffer, int size);
     static std::string errorText(int status);
     std::string currentLine();

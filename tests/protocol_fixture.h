@@ -10,6 +10,7 @@
 
 #include "platform/variant_settings.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "kernel/stages.h"
 
@@ -62,7 +63,7 @@ protected:
         Prot::reset();
         Prot::setThrow(throwing);
         fflush(Prot::stream());
-        seen = std::filesystem::file_size(protocolPath());
+        seen = std::filesystem::file_size(writingPath());
     }
     void TearDown() override
     {
@@ -71,11 +72,17 @@ protected:
         std::filesystem::remove_all(root);
     }
     std::string protocolPath() const { return dir + "v/prot/index.html"; }
+    // the page grows in a temporary beside it until it is closed
+    std::string writingPath() const
+    {
+        std::string now = safeOutput::writingPath(Prot::stream());
+        return now.empty() ? protocolPath() : now;
+    }
     // what the protocol got since the last call
     std::string newText()
     {
         fflush(Prot::stream());
-        std::string all = slurpFile(protocolPath());
+        std::string all = slurpFile(writingPath());
         std::string part = all.substr(std::min(seen, all.size()));
         seen = all.size();
         return part;

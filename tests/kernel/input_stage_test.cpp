@@ -72,7 +72,7 @@ protected:
         EXPECT_EQ(openTable(&f, entry, name, sizeof name), 0);
         if (f) {
             fputs(line.c_str(), f);
-            fclose(f);
+            closeTable(f);
         }
         return name;
     }

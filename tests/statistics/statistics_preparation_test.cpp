@@ -184,3 +184,16 @@ TEST(RegionMap, RulesAndReferenceFile)
     table.build("1", false, "", 0);
     EXPECT_EQ(table.regions(), 10);
 }
+
+TEST(FixedWidthFields, NumberTooLongForItsTypeIsNoNumber)
+{
+    // P12 is forty columns wide: forty digits do not fit a number and are refused, not wrapped
+    const FixedField& p12 = stockLayout().field("P12");
+    std::string record(350, ' ');
+    record.replace(static_cast<size_t>(p12.column - 1), 40, std::string(40, '1'));
+    long long v = 7;
+    EXPECT_FALSE(fieldNumber(record, p12, v));
+    record.replace(static_cast<size_t>(p12.column - 1), 40, std::string(20, ' ') + "-9223372036854775807");
+    EXPECT_TRUE(fieldNumber(record, p12, v));
+    EXPECT_EQ(v, -9223372036854775807LL);
+}

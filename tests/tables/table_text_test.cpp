@@ -256,8 +256,18 @@ TEST_F(CsvTest, ReaderStatusesAndTheirTexts)
     EXPECT_EQ(CsvReader::errorText(-1), "EOF");
     EXPECT_EQ(CsvReader::errorText(-3), "unfinished string");
     EXPECT_EQ(CsvReader::errorText(-4), "buffer overflow");
-    EXPECT_EQ(CsvReader::errorText(-5), "unknown error code");
+    EXPECT_EQ(CsvReader::errorText(-5), "NUL character in cell");
+    EXPECT_EQ(CsvReader::errorText(-6), "unknown error code");
     EXPECT_EQ(CsvReader::errorText(0), "unknown error code");
+
+    // a NUL byte would cut the cell: the cell is refused, and reading goes on behind it
+    const char withNul[] = "1;0\0.5;2\n";
+    f = fmemopen(const_cast<char*>(withNul), sizeof withNul - 1, "r");
+    CsvReader n(f, ";");
+    EXPECT_EQ(n.next(b, 8), ';');
+    EXPECT_EQ(n.next(b, 8), -5);
+    EXPECT_STREQ(b, "0");
+    fclose(f);
 }
 
 TEST_F(CsvTest, ReaderLineFeedInQuotesAndCurrentLine)

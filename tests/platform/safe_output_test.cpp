@@ -1,0 +1,94 @@
+// Outputs written beside their place and put there whole; the write limit of the tests.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/safe_output.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class SafeOutput : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char tmpl[] = "/tmp/veldor-safeXXXXXX";
+        dir = mkdtemp(tmpl);
+        safeOutput::setWriteLimit(-1);
+    }
+    void TearDown() override
+    {
+        safeOutput::setWriteLimit(-1);
+        fs::remove_all(dir);
+    }
+    std::string read(const std::string& name)
+    {
+        std::ifstream in(dir + "/" + name, std::ios::binary);
+        std::stringstream s;
+        s << in.rdbuf();
+        return s.str();
+    }
+    void write(const std::string& name, const std::string& text) { std::ofstream(dir + "/" + name) << text; }
+    size_t files() { return static_cast<size_t>(std::distance(fs::directory_iterator(dir), fs::directory_iterator())); }
+    std::string dir;
+};
+
+} // namespace
+
+TEST_F(SafeOutput, TargetChangesOnlyWhenTheOutputIsComplete)
+{
+    write("t.csv", "old\n");
+    FILE* f = safeOutput::open(dir + "/t.csv");
+    ASSERT_NE(f, nullptr);
+    fputs("new\n", f);
+    fflush(f);
+    EXPECT_EQ(read("t.csv"), "old\n");
+    EXPECT_EQ(safeOutput::target(f), dir + "/t.csv");
+    EXPECT_EQ(safeOutput::commit(f), 0);
+    EXPECT_EQ(read("t.csv"), "new\n");
+    EXPECT_EQ(files(), 1u);
+}
+
+TEST_F(SafeOutput, FullDiskLeavesTargetAsItWasAndNoTemporary)
+{
+    write("t.csv", "old\n");
+    write("all.csv", "2024\n");
+    safeOutput::setWriteLimit(10);
+    FILE* f = safeOutput::open(dir + "/t.csv");
+    ASSERT_NE(f, nullptr);
+    for (int i = 0; i < 100; ++i) fputs("a line of a table\n", f);
+    EXPECT_EQ(safeOutput::commit(f), ENOSPC);
+    EXPECT_EQ(read("t.csv"), "old\n");
+    // an appended table is cut back to what it held
+    safeOutput::setWriteLimit(10);
+    f = safeOutput::open(dir + "/all.csv", true);
+    ASSERT_NE(f, nullptr);
+    fputs("2025 and more than ten bytes\n", f);
+    EXPECT_EQ(safeOutput::commit(f), ENOSPC);
+    EXPECT_EQ(read("all.csv"), "2024\n");
+    EXPECT_EQ(files(), 2u);
+    safeOutput::setWriteLimit(-1);
+    f = safeOutput::open(dir + "/all.csv", true);
+    fputs("2025\n", f);
+    EXPECT_EQ(safeOutput::commit(f), 0);
+    EXPECT_EQ(read("all.csv"), "2024\n2025\n");
+}
+
+TEST_F(SafeOutput, DiscardAndUnwritableDirectory)
+{
+    FILE* f = safeOutput::open(dir + "/gone.csv");
+    ASSERT_NE(f, nullptr);
+    fputs("x", f);
+    safeOutput::discard(f);
+    EXPECT_FALSE(fs::exists(dir + "/gone.csv"));
+    EXPECT_EQ(files(), 0u);
+    errno = 0;
+    EXPECT_EQ(safeOutput::open(dir + "/missing/t.csv"), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(safeOutput::writeFile(dir + "/w.ini", "[A]\nk=v\n"), 0);
+    EXPECT_EQ(read("w.ini"), "[A]\nk=v\n");
+}
