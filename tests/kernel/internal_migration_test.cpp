@@ -2,6 +2,7 @@
 // problems, and end-to-end runs of small areas whose types have regions at their upper and lower
 // limits, with the balance of moves out and in over the study area.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -95,7 +96,8 @@ TEST(IterativeFitting, AgreesWithTheIndependentScriptOnRandomProblems)
     ini::EPS = 1e-9;
     ini::NITER = 500;
     std::mt19937 rng(20240613);
-    const std::string dir = testing::TempDir();
+    // a name of this process's own: the same test may run in another build at the same time
+    const std::string dir = testing::TempDir() + "veldor-ipf-" + std::to_string(getpid()) + "-";
     for (int problem = 0; problem < 6; ++problem) {
         const size_t n = 2 + static_cast<size_t>(problem), m = 1 + static_cast<size_t>(problem % 3);
         TypeFit f = randomProblem(rng, n, m);
