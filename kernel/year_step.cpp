@@ -471,6 +471,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     }
     births(mc, c, y);
     deaths(mc, c, y);
+    groupChange(mc, c, y);
 
     // 4. without movements the year ends here
     if (!_(T_0)) {
