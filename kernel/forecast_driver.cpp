@@ -155,6 +155,7 @@ int RK::PRO(Orvane* orvane)
                 RK::releaseYear();
                 Trace::leave();
             }
+            cleanUpPrognose(orvane);
             Trace::leave();
         }
     } catch (const std::exception& e) {

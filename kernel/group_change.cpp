@@ -45,9 +45,12 @@ void checkRates(const Orvane& C, const LA5& PR4WBG)
                     ++diagonal;
                     lt = t, lb = b, lg = g, la = a, last = r;
                 }
-    if (diagonal > 0)
-        Prot::message(SEV_WARNING, "@rk3prf_fmt850; (TYWBG %d, BG %d, BG %d, GG %d, AG %d: %g)", diagonal,
-                      int(lt) + 1, int(lb) + 1, int(lb) + 1, int(lg) + 1, int(la) + 1, last);
+    if (diagonal > 0) {
+        char head[256];
+        snprintf(head, sizeof head, DD::expKey("@rk3prf_fmt850;").c_str(), diagonal);
+        Prot::message(SEV_WARNING, "%s (TYWBG %d, BG %d, BG %d, GG %d, AG %d: %g)", head, int(lt) + 1, int(lb) + 1,
+                      int(lb) + 1, int(lg) + 1, int(la) + 1, last);
+    }
     for (size_t t = 0; t < nt; ++t)
         for (size_t b = 0; b < nbg; ++b)
             for (size_t g = 0; g < ngg; ++g)
