@@ -49,7 +49,7 @@ void checkRates(const Orvane& C, const LA5& PR4WBG)
         char head[256];
         snprintf(head, sizeof head, DD::expKey("@rk3prf_fmt850;").c_str(), diagonal);
         Prot::message(SEV_WARNING, "%s (TYWBG %d, BG %d, BG %d, GG %d, AG %d: %g)", head, int(lt) + 1, int(lb) + 1,
-                      int(lb) + 1, int(lg) + 1, int(la) + 1, last);
+                      int(lb) + 1, int(lg) + 1, int(la), last);
     }
     for (size_t t = 0; t < nt; ++t)
         for (size_t b = 0; b < nbg; ++b)
@@ -58,7 +58,7 @@ void checkRates(const Orvane& C, const LA5& PR4WBG)
                     double s = C.PR4WBGzs[t][b][g][a];
                     if (s > 1)
                         Prot::message(SEV_WARNING, "@rk3prf_fmt860;", s, int(t) + 1, int(b) + 1, int(g) + 1,
-                                      int(a) + 1);
+                                      int(a));
                 }
 }
 

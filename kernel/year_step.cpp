@@ -599,6 +599,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
     // 16. the cohort equation
     cohortEquation(c, y);
+    targetReport(c);
 
     // 17. negative results
     negativeResults(mc, c);
