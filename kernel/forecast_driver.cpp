@@ -12,6 +12,7 @@
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
+#include "kernel/differential_equations.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -123,8 +124,9 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
-        if (double v = opt::get("$ODE", 0); v != 0) {
-            Prot::message(SEV_ERROR, "$ODE %g: @odeMissing;", v);
+        if (opt::get("$ODE", 0) != 0) {
+            differentialEquations(orvane);
+            cleanUpPrognose(orvane);
         } else {
             // the switch and the limit are those before the first year has read its options
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
