@@ -13,6 +13,7 @@
 #include "platform/protocol.h"
 #include "platform/safe_output.h"
 #include "platform/settings.h"
+#include "kernel/differential_equations.h"
 #include "kernel/file_table.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
@@ -97,22 +98,6 @@ ForecastLink forecastLinkOf(Orvane* c)
 
 } // namespace
 
-// the module letters whose stages this build computes, each in every variant the variant file allows
-constexpr const char* BUILT_MODULES = "ABCDEGIKMNPRSTVY";
-
-void checkModulesBuilt()
-{
-    std::string missing;
-    for (const ini::Module& m : ini::modules) {
-        int variant = ini::module(m.letter);
-        if (variant == 0 || std::strchr(BUILT_MODULES, m.letter)) continue;
-        char item[64];
-        snprintf(item, sizeof item, "%s%c%d (%s)", missing.empty() ? "" : ", ", m.letter, variant, m.key);
-        missing += item;
-    }
-    if (!missing.empty()) Prot::message(SEV_ERROR, "@moduleNotBuilt; %s", missing.c_str());
-}
-
 namespace {
 
 // the year in work, 0 outside the loop of years
@@ -159,8 +144,9 @@ int RK::PRO(Orvane* orvane)
         RK::input();
         if (std::vector<std::string> old = removeEarlierOutputs(); !old.empty())
             Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
-        if (double v = opt::get("$ODE", 0); v != 0) {
-            Prot::message(SEV_ERROR, "$ODE %g: @odeMissing;", v);
+        if (opt::get("$ODE", 0) != 0) {
+            differentialEquations(orvane);
+            cleanUpPrognose(orvane);
         } else {
             // the switch and the limit are those before the first year has read its options
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
@@ -188,14 +174,13 @@ int RK::PRO(Orvane* orvane)
                 std::string toc = std::to_string(JAHR);
                 Prot::heading(2, toc.c_str(), "@run; @rk0pro_forecast; %d", label);
                 RK::INI(orvane);
-                // after the year start's own checks of the module combinations
-                if (JAHR == ini::STARTJAHR) checkModulesBuilt();
                 RK::PAG(*mc, orvane);
                 RK::releaseYear();
                 Trace::leave();
             }
             g_runningYear = 0;
             safeOutput::setAbortHook(nullptr);
+            cleanUpPrognose(orvane);
             Trace::leave();
         }
     } catch (const std::exception& e) {

@@ -41,8 +41,9 @@ public:
     static void reportDimensions(const Orvane& orvane);
 };
 
-// stops the run with an error when the variant asks for a module this build cannot compute
-void checkModulesBuilt();
+
+// the summary of a finished run: unused region keys, charts, pyramid link, gstrom close
+void cleanUpPrognose(Orvane* orvane);
 
 // period label of a counter value under $MONATE
 int periodLabel(int year);

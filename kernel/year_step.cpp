@@ -471,6 +471,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     }
     births(mc, c, y);
     deaths(mc, c, y);
+    groupChange(mc, c, y);
 
     // 4. without movements the year ends here
     if (!_(T_0)) {
@@ -598,6 +599,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
     // 16. the cohort equation
     cohortEquation(c, y);
+    targetReport(c);
 
     // 17. negative results
     negativeResults(mc, c);
