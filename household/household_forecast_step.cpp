@@ -15,19 +15,9 @@
 #include "platform/settings.h"
 #include "statistics/cell_numbers.h"
 #include "tables/table_text.h"
+#include "platform/text_format.h"
 
 namespace {
-
-std::string format(const char* f, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* f, ...)
-{
-    char buffer[4096];
-    va_list args;
-    va_start(args, f);
-    vsnprintf(buffer, sizeof buffer, f, args);
-    va_end(args);
-    return buffer;
-}
 
 const Altersklasse* zqClasses[6] = {&AKJ, &AKJ, &AKL3, &AKJ, &AKA, &AKL3};
 

@@ -7,6 +7,7 @@
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
+#include "platform/text_format.h"
 
 namespace hhprot {
 
@@ -27,13 +28,6 @@ struct State {
 State s;
 
 const unsigned long limits[] = {1, 1000, 10000, 100000};
-
-std::string vformat(const char* format, va_list args)
-{
-    char buffer[4096];
-    vsnprintf(buffer, sizeof buffer, format, args);
-    return buffer;
-}
 
 const char* pageHead = "<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n";
 

@@ -18,6 +18,7 @@
 #include "platform/settings.h"
 #include "statistics/fixed_width_fields.h"
 #include "tables/table_text.h"
+#include "platform/text_format.h"
 
 StockSums S;
 Quotas QQ;
@@ -25,17 +26,6 @@ std::vector<bool> typeSeen, regionSeen;
 int stockYear = 0;
 
 namespace {
-
-std::string format(const char* f, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* f, ...)
-{
-    char buffer[4096];
-    va_list args;
-    va_start(args, f);
-    vsnprintf(buffer, sizeof buffer, f, args);
-    va_end(args);
-    return buffer;
-}
 
 struct DivisionCounters {
     bool forecast = false;

@@ -9,6 +9,7 @@
 #include <shapefil.h>
 
 #include "platform/operating_system.h"
+#include "platform/text_format.h"
 
 namespace {
 
@@ -27,17 +28,6 @@ SAHooks hooks()
     SASetupDefaultHooks(&h);
     h.Error = collectError;
     return h;
-}
-
-std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* fmt, ...)
-{
-    char text[2048];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(text, sizeof text, fmt, ap);
-    va_end(ap);
-    return text;
 }
 
 std::string withLibraryError(const std::string& text)

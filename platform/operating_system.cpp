@@ -22,18 +22,13 @@
 #include <tbb/parallel_for.h>
 
 #include "platform/protocol.h"
+#include "platform/text_format.h"
 
 namespace {
 bool g_parallel = false;
 double g_loopTime = 0;
 long g_regions = 0;
 
-std::string vformat(const char* format, va_list ap)
-{
-    char buffer[1024];
-    vsnprintf(buffer, sizeof buffer, format, ap);
-    return buffer;
-}
 } // namespace
 
 int os::glob(const std::string& dir, const std::string& pattern, const GlobCallback& cb)

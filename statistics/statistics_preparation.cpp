@@ -14,6 +14,7 @@
 #include "platform/settings.h"
 #include "statistics/region_map.h"
 #include "tables/table_text.h"
+#include "platform/text_format.h"
 
 namespace {
 // per file and kind, record messages beyond this many are only counted
@@ -22,13 +23,6 @@ const size_t kRecordMessages = 100;
 double secondsSince(std::chrono::steady_clock::time_point start)
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-std::string vformat(const char* format, va_list args)
-{
-    char buffer[4096];
-    vsnprintf(buffer, sizeof buffer, format, args);
-    return buffer;
 }
 
 // the console shows the protocol text without its entities

@@ -24,6 +24,7 @@
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
+#include "platform/text_format.h"
 
 namespace {
 
@@ -112,23 +113,6 @@ long long subSat(long long a, long long b)
     long long r;
     if (!__builtin_sub_overflow(a, b, &r)) return r;
     return b > 0 ? LLONG_MIN : LLONG_MAX;
-}
-
-std::string vformat(const char* format, va_list ap)
-{
-    char buffer[2048];
-    vsnprintf(buffer, sizeof buffer, format, ap);
-    return buffer;
-}
-
-std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* fmt, ...)
-{
-    va_list ap;
-    va_start(ap, fmt);
-    std::string s = vformat(fmt, ap);
-    va_end(ap);
-    return s;
 }
 
 // Opens path, or follows path.lnk first when linkFirst and it exists. 0 or an error number;
