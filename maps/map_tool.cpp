@@ -152,8 +152,8 @@ int run(const MapOptions& o)
     JoinResult join;
     std::vector<std::string> tables = tableList(o);
     if (!tables.empty()) {
-        ValueSpec value = parseValueSpec(o.value);
-        std::vector<ValueSpec> parts;
+        ValueChoice value = parseValueChoice(o.value);
+        std::vector<ValueChoice> parts;
         if (glyphs) parts = parseGlyphParts(value, o.pie.empty() ? o.bar : o.pie);
         join = joinTables(map, tables, o.keyColumn, value, parts);
         values = join.value;

@@ -68,7 +68,7 @@ struct Condition {
     }
 };
 
-// one value spec resolved against the columns of one table
+// one value choice (column, year, conditions) resolved against the columns of one table
 struct Rule {
     int column = -1;
     std::vector<Condition> conditions;
@@ -96,8 +96,8 @@ std::string columnList(const std::vector<std::string>& names)
 
 class TableJoin {
 public:
-    TableJoin(const std::string& path, const std::string& keyWord, const std::vector<ValueSpec>& specs)
-        : path(path), keyWord(keyWord), specs(specs) {}
+    TableJoin(const std::string& path, const std::string& keyWord, const std::vector<ValueChoice>& choices)
+        : path(path), keyWord(keyWord), choices(choices) {}
 
     // column names of the table, from its column-name line
     std::vector<std::string> names;
@@ -122,7 +122,7 @@ public:
         int yearColumn = -1;
         for (const char* w : {"year", "Jahr"})
             if (yearColumn < 0) yearColumn = column(w);
-        for (const ValueSpec& s : specs) {
+        for (const ValueChoice& s : choices) {
             Rule r;
             r.column = s.column.empty() ? int(width) - 1 : column(s.column);
             if (r.column < 0) fail(s.column, "");
@@ -192,7 +192,7 @@ public:
 
 private:
     std::string path, keyWord;
-    const std::vector<ValueSpec>& specs;
+    const std::vector<ValueChoice>& choices;
     size_t width = 0;
 
     void row(const std::vector<std::string>& cells, const std::vector<std::string>& header, uint64_t line)
@@ -243,7 +243,7 @@ private:
     }
 };
 
-std::string conditionText(const ValueSpec& s)
+std::string conditionText(const ValueChoice& s)
 {
     std::string text;
     for (const auto& [word, range] : s.filters) text += ", " + word + "=" + range;
@@ -271,9 +271,9 @@ int findColumn(const std::vector<std::string>& names, const std::string& word)
     return -1;
 }
 
-ValueSpec parseValueSpec(const std::string& text)
+ValueChoice parseValueChoice(const std::string& text)
 {
-    ValueSpec s;
+    ValueChoice s;
     for (const std::string& part : splitList(text)) {
         size_t colon = part.find(':');
         size_t eq = part.find('=');
@@ -296,11 +296,11 @@ ValueSpec parseValueSpec(const std::string& text)
     return s;
 }
 
-std::vector<ValueSpec> parseGlyphParts(const ValueSpec& base, const std::string& text)
+std::vector<ValueChoice> parseGlyphParts(const ValueChoice& base, const std::string& text)
 {
-    std::vector<ValueSpec> parts;
+    std::vector<ValueChoice> parts;
     for (const std::string& part : splitList(text)) {
-        ValueSpec s = base;
+        ValueChoice s = base;
         size_t eq = part.find('=');
         if (eq != std::string::npos) {
             std::string word = trim(part.substr(0, eq)), range = trim(part.substr(eq + 1));
@@ -317,12 +317,12 @@ std::vector<ValueSpec> parseGlyphParts(const ValueSpec& base, const std::string&
 }
 
 JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& tables, const std::string& keyColumn,
-                      const ValueSpec& value, const std::vector<ValueSpec>& parts)
+                      const ValueChoice& value, const std::vector<ValueChoice>& parts)
 {
-    std::vector<ValueSpec> specs = {value};
-    specs.insert(specs.end(), parts.begin(), parts.end());
+    std::vector<ValueChoice> choices = {value};
+    choices.insert(choices.end(), parts.begin(), parts.end());
     size_t n = map.regions.size();
-    std::vector<std::vector<Sum>> total(n, std::vector<Sum>(specs.size()));
+    std::vector<std::vector<Sum>> total(n, std::vector<Sum>(choices.size()));
     std::unordered_map<std::string, size_t> regionOf;
     for (size_t i = 0; i < n; ++i) regionOf.emplace(map.regions[i].key, i);
 
@@ -331,7 +331,7 @@ JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& table
     std::vector<Rule> firstRules;
     std::vector<std::string> firstNames;
     for (const std::string& path : tables) {
-        TableJoin t(path, keyColumn, specs);
+        TableJoin t(path, keyColumn, choices);
         t.read();
         if (firstRules.empty()) {
             firstRules = t.rules;
@@ -344,7 +344,7 @@ JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& table
                 continue;
             }
             const std::vector<Sum>& s = t.sums[key];
-            for (size_t k = 0; k < specs.size(); ++k)
+            for (size_t k = 0; k < choices.size(); ++k)
                 for (int term = 0; term < 2; ++term) {
                     total[r->second][k].sum[term] += s[k].sum[term];
                     total[r->second][k].seen[term] = total[r->second][k].seen[term] || s[k].seen[term];
@@ -355,17 +355,17 @@ JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& table
     result.conditions = conditionText(value);
     result.valueName = (size_t(column) < firstNames.size() ? firstNames[size_t(column)] : "Spalte " + std::to_string(column + 1)) +
                        result.conditions;
-    for (size_t k = 1; k < specs.size(); ++k) {
+    for (size_t k = 1; k < choices.size(); ++k) {
         const Rule& r = firstRules[k];
-        bool byColumn = specs[k].filters.size() == value.filters.size();
+        bool byColumn = choices[k].filters.size() == value.filters.size();
         result.partNames.push_back(byColumn && size_t(r.column) < firstNames.size() ? firstNames[size_t(r.column)]
-                                                                                     : specs[k].label);
+                                                                                     : choices[k].label);
     }
     result.value.resize(n);
     result.parts.assign(n, std::vector<double>(parts.size()));
     for (size_t i = 0; i < n; ++i) {
         bool any = false;
-        for (size_t k = 0; k < specs.size(); ++k) {
+        for (size_t k = 0; k < choices.size(); ++k) {
             double v = total[i][k].value(firstRules[k]);
             any = any || !std::isnan(v);
             if (k == 0)

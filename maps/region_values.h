@@ -8,7 +8,7 @@
 #include "maps/shapefile_reader.h"
 
 // what makes up one value, as the user wrote it, before the columns of a table are known
-struct ValueSpec {
+struct ValueChoice {
     std::string column;       // the value column (name, key or number); empty: the last column
     // conditions on other columns: (column, "v" or "a..b")
     std::vector<std::pair<std::string, std::string>> filters;
@@ -19,9 +19,9 @@ struct ValueSpec {
 
 // "-s" text: comma-separated parts, each a year "2040", a change "2024:2040", a condition
 // "AG=65..100" or "BG=1", or the value column; throws MapError for a malformed part
-ValueSpec parseValueSpec(const std::string& text);
+ValueChoice parseValueChoice(const std::string& text);
 // "-p"/"-x" text: comma-separated parts, each a column or a condition, on top of base
-std::vector<ValueSpec> parseGlyphParts(const ValueSpec& base, const std::string& text);
+std::vector<ValueChoice> parseGlyphParts(const ValueChoice& base, const std::string& text);
 
 struct JoinResult {
     std::string valueName;                  // the value column with its conditions, for the title
@@ -36,7 +36,7 @@ struct JoinResult {
 // reads the tables and sums by region key; keyColumn names the key column of the tables (with
 // "GKZ", the region key of the system, as fall-back). Throws MapError naming table, line and column.
 JoinResult joinTables(const ShapeMap& map, const std::vector<std::string>& tables, const std::string& keyColumn,
-                      const ValueSpec& value, const std::vector<ValueSpec>& parts);
+                      const ValueChoice& value, const std::vector<ValueChoice>& parts);
 
 // the index of the column that `word` names: its number from 1, its name, its dictionary key
 // or "@key"; -1 when none does

@@ -400,14 +400,14 @@ IntegerFormat::IntegerFormat(const std::string& printfFormat)
         return;
     }
     // the same format with the length modifier of a long long, for snprintf
-    std::string spec = "%" + p.flags + (p.width ? std::to_string(p.width) : "") +
+    std::string conversion = "%" + p.flags + (p.width ? std::to_string(p.width) : "") +
                        (p.precision >= 0 ? "." + std::to_string(p.precision) : "") + "ll" + p.conversion;
     auto escape = [](const std::string& s) {
         std::string e;
         for (char c : s) e += c == '%' ? std::string("%%") : std::string(1, c);
         return e;
     };
-    format_ = escape(p.prefix) + spec + escape(p.suffix);
+    format_ = escape(p.prefix) + conversion + escape(p.suffix);
     prefix_ = p.prefix;
     suffix_ = p.suffix;
     unsigned_ = p.conversion != 'd' && p.conversion != 'i';

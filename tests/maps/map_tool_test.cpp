@@ -136,10 +136,10 @@ protected:
                                 "2024;001;0;10\n2024;1;70;5\n2024;2;0;7\n2024;9;0;1\n"
                                 "2040;1;0;12\n2040;1;70;9,5\n2040;2;0;3\n2040;2;70;undef\n";
     }
-    JoinResult join(const std::string& spec, const std::string& parts = "")
+    JoinResult join(const std::string& choice, const std::string& parts = "")
     {
-        ValueSpec v = parseValueSpec(spec);
-        return joinTables(map, {table}, "GKZ", v, parts.empty() ? std::vector<ValueSpec>{} : parseGlyphParts(v, parts));
+        ValueChoice v = parseValueChoice(choice);
+        return joinTables(map, {table}, "GKZ", v, parts.empty() ? std::vector<ValueChoice>{} : parseGlyphParts(v, parts));
     }
 };
 
@@ -173,9 +173,9 @@ TEST_F(MapJoin, SumsOverTheOtherKeysAndListsMissingAndExtraKeys)
 
 TEST_F(MapJoin, BadTablesNameFileLineAndColumn)
 {
-    auto failure = [&](const std::string& spec) {
+    auto failure = [&](const std::string& choice) {
         try {
-            join(spec);
+            join(choice);
         } catch (const MapError& e) {
             return std::string(e.what());
         }
