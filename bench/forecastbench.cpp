@@ -18,12 +18,18 @@
 //   forecastbench --internal-list [regions ...]  the regions in two internal types (P needs more than one), flows between
 //                                        types and regions in their list forms ($SPARSESTRM, $BFWKG);
 //                                        21 age groups, one group, each region populated in a tenth of them
+//   forecastbench --step [regions ...]   the year step alone against the bare arithmetic: the run's
+//                                        trace gives the time of each year step less the writing of
+//                                        its outputs, and the same ageing, births and deaths are
+//                                        computed on plain arrays of the same shape here
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
 #include <algorithm>
 #include <cstdio>
 #include <cctype>
+#include <cmath>
+#include <ctime>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -175,12 +181,16 @@ double parseClock(const std::string& text)
     return total;
 }
 
+// with the trace on, the run's protocol gives the wall time of every scope of every year
+bool traceOn = false;
+
 Measure run(const fs::path& root, bool parallel)
 {
     fs::path timeLog = root / "time.log";
     std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() +
                       "' ./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") +
-                      (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") + " >run.log 2>&1";
+                      (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") +
+                      (traceOn ? " -o 'option($STACK 1)'" : "") + " >run.log 2>&1";
     Measure m;
     int rc = std::system(cmd.c_str());
     m.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
@@ -243,12 +253,108 @@ bool runCase(const fs::path& app, const fs::path& root, int n, bool parallel)
     return true;
 }
 
+// The seconds of the scopes of every year that the trace of the run's protocol gives: the year
+// step (RKPAG), the writing of its outputs inside it (RKOUT) and the year's start (RKINI).
+struct StepTimes {
+    double step = 0, outputs = 0, start = 0;
+    int years = 0;
+};
+
+StepTimes traceTimes(const fs::path& protocol)
+{
+    StepTimes t;
+    for (const auto& e : fs::directory_iterator(protocol)) {
+        std::ifstream f(e.path());
+        std::string line;
+        while (std::getline(f, line)) {
+            auto p = line.find("<span class=tracePop>");
+            if (p == std::string::npos) continue;
+            std::string scopes = line.substr(p + 21, line.find("</span>", p) - p - 21);
+            auto blank = scopes.rfind(' ');
+            if (blank == std::string::npos || scopes.back() != 's') continue;
+            double seconds = std::atof(scopes.c_str() + blank + 1);
+            std::string path = scopes.substr(0, blank);
+            auto ends = [&](const std::string& tail) {
+                return path.size() >= tail.size() && path.compare(path.size() - tail.size(), tail.size(), tail) == 0;
+            };
+            if (ends(" RKPAG")) {
+                t.step += seconds;
+                ++t.years;
+            } else if (ends(" RKPAG RKOUT")) {
+                t.outputs += seconds;
+            } else if (ends(" RKINI")) {
+                t.start += seconds;
+            }
+        }
+    }
+    return t;
+}
+
+// The bare arithmetic of the natural change on plain arrays of the study area's shape: ageing
+// with an open last age, the births of the women of 15 to 49 into age 0 by sex, deaths by the
+// same Gompertz rates. CPU seconds.
+double bareArithmetic(int n, int years)
+{
+    const size_t NBG = 2, NGG = 2, NAG = 101, cohort = NAG, region = NBG * NGG * NAG;
+    std::vector<double> pop(static_cast<size_t>(n) * region), q(NAG), f(NAG, 0.0);
+    for (size_t a = 0; a < NAG; ++a) q[a] = 0.0001 * std::exp(0.085 * static_cast<double>(a + 1));
+    for (size_t a = 15; a <= 49; ++a) f[a] = 0.1 * std::exp(-((a + 1.0 - 31) * (a + 1.0 - 31)) / 50);
+    for (size_t z = 0; z < static_cast<size_t>(n); ++z)
+        for (size_t c = 0; c < NBG * NGG; ++c)
+            for (size_t a = 0; a < NAG; ++a)
+                pop[z * region + c * cohort + a] =
+                    std::floor((12 - (a + 1.0) / 10) * (1 + 0.2 * std::sin(z + 1.0)) / (c % NGG + 1.0) + 0.5);
+    std::clock_t start = std::clock();
+    for (int y = 0; y < years; ++y)
+        for (size_t z = 0; z < static_cast<size_t>(n); ++z) {
+            double* r = &pop[z * region];
+            for (size_t c = 0; c < NBG * NGG; ++c) {
+                double* p = r + c * cohort;
+                p[NAG - 1] += p[NAG - 2];
+                for (size_t a = NAG - 2; a > 0; --a) p[a] = p[a - 1];
+                p[0] = 0;
+            }
+            for (size_t b = 0; b < NBG; ++b) {
+                const double* women = r + (b * NGG + 1) * cohort;
+                double born = 0;
+                for (size_t a = 15; a <= 49; ++a) born += f[a] * women[a];
+                r[(b * NGG) * cohort] += born * 0.515;
+                r[(b * NGG + 1) * cohort] += born * 0.485;
+            }
+            for (size_t c = 0; c < NBG * NGG; ++c)
+                for (size_t a = 0; a < NAG; ++a) r[c * cohort + a] -= r[c * cohort + a] * q[a];
+        }
+    double seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
+    volatile double keep = 0;
+    for (double v : pop) keep = keep + v;
+    return seconds;
+}
+
+// the year step of the natural change against its bare arithmetic; false when the run failed
+bool runStepCase(const fs::path& app, const fs::path& root, int n)
+{
+    movements = 0;
+    internal = 0;
+    traceOn = true;
+    bool ok = runCase(app, root, n, false);
+    traceOn = false;
+    if (!ok) return false;
+    StepTimes t = traceTimes(root / "var" / "v" / "prot");
+    fs::remove_all(root);
+    double bare = bareArithmetic(n, YEARS);
+    double step = t.step - t.outputs;
+    printf("%-8d %-6d year step %8.2f s (outputs %.2f s, year starts %.2f s, %d years), bare arithmetic %.2f s: %.1fx\n", n,
+           YEARS, step, t.outputs, t.start, t.years, bare, bare > 0 ? step / bare : 0.0);
+    fflush(stdout);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     std::vector<int> sizes;
-    bool all = false;
+    bool all = false, step = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--migration" || a == "--building") {
@@ -257,6 +363,8 @@ int main(int argc, char** argv)
             internal = a == "--internal" ? 1 : 2;
         } else if (a == "--years" && i + 1 < argc) {
             YEARS = std::max(1, std::atoi(argv[++i]));
+        } else if (a == "--step") {
+            step = true;
         } else if (a == "--all") {
             all = true;
         } else if (a == "--generate" && i + 2 < argc) {
@@ -277,6 +385,12 @@ int main(int argc, char** argv)
     fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
     printf("%-8s %-6s %-10s %-7s %8s %8s %8s %10s %8s  %s\n", "regions", "years", "modules", "mode", "cpu s", "wall s",
            "peak MB", "results MB", "MB/s", "by file (MB)");
+    if (step) {
+        for (int n : sizes)
+            if (!runStepCase(app, root, n)) return 1;
+        fs::remove_all(root);
+        return 0;
+    }
     std::vector<int> yearCases = all ? std::vector<int>{10, 30} : std::vector<int>{YEARS};
     std::vector<int> variantCases = all ? std::vector<int>{0, 1, 2} : std::vector<int>{movements};
     for (int variant : variantCases)

@@ -270,11 +270,17 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
         std::fill(regionBorn.begin(), regionBorn.end(), 0.0);
-        for (size_t b = 0; b < nbg; ++b)
-            for (size_t a = 0; a < nag; ++a) {
-                double w = C.BG40.get(z, b, mothers, a);
+        for (size_t b = 0; b < nbg && lowest >= 0; ++b) {
+            // outside the ages of the fertility table no rate is other than 0
+            const std::vector<double>& rates = PR2G[tyg][b];
+            const double* women = C.BG40.sparse ? nullptr : C.BG40.dense[z][b][mothers].data();
+            const std::vector<double>& childGroup = QR2G[tyg][b];
+            auto& ofType = DG4BGWG_[tyg][b];
+            auto& ofRegion = bgwgOfRegion[z][b];
+            for (size_t a = Z(lowest); a <= Z(highest); ++a) {
+                double w = women ? women[a] : C.BG40.get(z, b, mothers, a);
                 if (w == 0) continue;
-                double f = PR2G[tyg][b][a];
+                double f = rates[a];
                 if (f == 0) continue;
                 double born[2] = {0, 0};
                 if (C.NGG == 1) {
@@ -310,16 +316,17 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
                 for (size_t g = 0; g < ngg; ++g) {
                     if (born[g] == 0) continue;
                     for (size_t ch = 0; ch < nbg; ++ch) {
-                        double q = QR2G[tyg][b][ch];
+                        double q = childGroup[ch];
                         double x = montecarlo ? mc.draw(born[g], q) : born[g] * q;
                         if (x == 0) continue;
                         regionBorn[ch * ngg + g] += x;
-                        DG4BGWG_[tyg][b][ch][g] += x;
-                        bgwgOfRegion[z][b][ch][g] += x;
+                        ofType[ch][g] += x;
+                        ofRegion[ch][g] += x;
                     }
                     if (gam) DG4GAM_.set(z, b, g, a, born[g]);
                 }
             }
+        }
         for (size_t ch = 0; ch < nbg; ++ch)
             for (size_t g = 0; g < ngg; ++g)
                 if (regionBorn[ch * ngg + g] != 0) DG3G.add(z, ch, g, 0, regionBorn[ch * ngg + g]);
@@ -414,4 +421,6 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         laPrintList(nullptr, DG3G.name.c_str(), nullptr, LA_NUMBER, rows, labels);
     }
     C.BG40.print(3);
+    DG3G.release();
+    DG4GAM_.release();
 }

@@ -2,29 +2,81 @@
 #include "kernel/sparse_tables.h"
 
 #include <iterator>
+#include <mutex>
 
 #include "platform/protocol.h"
 
+namespace {
+
+// The storage of dense tables given up lately, kept for the next table of the same shape: the
+// tables of a year are made again the year after, and a table of 10,000 regions is 40,000 rows,
+// each allocated and freed again otherwise. A few are enough for the tables of one year step.
+constexpr size_t KEPT_TABLES = 4;
+std::mutex keptLock;
+std::vector<LA4> kept;
+
+void keep(LA4& storage)
+{
+    if (!storage.exists()) return;
+    std::lock_guard<std::mutex> lock(keptLock);
+    if (kept.size() < KEPT_TABLES) kept.push_back(std::move(storage));
+    storage.release();
+}
+
+// storage of the shape, from the kept tables if one fits; the caller fills it
+void reuse(LA4& storage, const LA4::Extents& shape)
+{
+    if (storage.exists() && storage.extents() == shape) return;
+    storage.release();
+    std::lock_guard<std::mutex> lock(keptLock);
+    for (auto it = kept.begin(); it != kept.end(); ++it)
+        if (it->extents() == shape) {
+            storage = std::move(*it);
+            kept.erase(it);
+            return;
+        }
+}
+
+} // namespace
+
 void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill) {
     name = std::move(n);
-    release();
+    std::map<uint64_t, double>().swap(cells);
     sparse = asSparse;
     ext = {ngz, nbg, ngg, nag};
     if (sparse) {
+        keep(dense);
         // the key has room for 4096 age groups, 16 sex groups and 65536 population groups
         VCHECK(nag <= GemKey::maxAG && ngg <= GemKey::maxGG && nbg <= GemKey::maxBG, "source\\c\\sparse");
         // a sparse table reads 0 where nothing is stored: it can only start empty
         VCHECK(fill == 0, "source\\c\\sparse");
     } else {
+        reuse(dense, {ngz, nbg, ngg, nag});
         dense.make(name, {ngz, nbg, ngg, nag}, fill);
     }
     made = true;
 }
 
 void GemTable::release() {
-    dense.release();
+    keep(dense);
     std::map<uint64_t, double>().swap(cells);
     made = false;
+}
+
+GemTable& GemTable::operator=(const GemTable& from) {
+    if (this == &from) return *this;
+    name = from.name;
+    sparse = from.sparse;
+    ext = from.ext;
+    made = from.made;
+    cells = from.cells;
+    if (from.sparse || !from.dense.exists()) {
+        keep(dense);
+    } else {
+        reuse(dense, from.ext);
+        dense = from.dense;
+    }
+    return *this;
 }
 
 double GemTable::sum() const {

@@ -37,6 +37,11 @@ public:
 
     GemTable() = default;
     explicit GemTable(std::string n) : name(std::move(n)) {}
+    GemTable(const GemTable&) = default;
+    GemTable(GemTable&&) = default;
+    GemTable& operator=(GemTable&&) = default;
+    // a copy into the storage this table or a table given up lately already holds
+    GemTable& operator=(const GemTable& from);
 
     // builds an empty table of the extents; a sparse table starts with no key
     void make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill = 0);

@@ -460,7 +460,9 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         else
             ageWithSpecialGroups(c);
     }
-    if (!ini::ABEWGEM) c.BGEM.release();
+    // nothing reads the start population after ageing: its storage serves the next table made,
+    // whether or not the run keeps it for the movement outputs
+    c.BGEM.release();
     c.BG40.print(4, "Anfangsbevölkerung ohne Sondergruppen, gealtert");
 
     // 3. births, deaths, group change
@@ -500,9 +502,12 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         sumByType(c, y, c.BG40, c.BR30, "C.BR30");
         laPrint(3, c.BR30, "C.NTYB\0NBG\0NGG\0NAG\0", "BR30");
         sumByType(c, y, y.DG4S, c.DR3S, "C.DR3S");
-        // the base copies for the apportionment of type totals to regions
-        c.BG40B = c.BG40;
-        c.BG40B.name = "C.BG40B";
+        // the base copies for the apportionment of type totals to regions; only internal
+        // migration apportions by regions, so only it needs the regions' copy
+        if (!_(I_0)) {
+            c.BG40B = c.BG40;
+            c.BG40B.name = "C.BG40B";
+        }
         c.BR30B = c.BR30;
         c.BR30B.name = "C.BR30B";
 
@@ -579,6 +584,8 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         else if (!_(E_0))
             placeDisplacedWithoutFlows(c, y);
         if (!_(E_0)) weighDisplaced(c, y);
+        // the regions' base copy has served; its storage serves the tables still to come
+        c.BG40B.release();
 
         // 16. messages on the external tables
         if (K_() == 6 && ini::AUSGABE_AUSSEN_MATRIX)
@@ -607,7 +614,9 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
     // 18. the year's output
     if (ini::STRunden) roundMovements(y);
+    Trace::enter("RKOUT");
     writeYearOutputs(c, y, periodLabel(JAHR));
+    Trace::leave();
     c.BG40.name = "C.BG40";
     y.release();
 }

@@ -89,7 +89,7 @@ public:
 private:
     static void build(std::vector<f64>& v, const size_t* ext, f64 fill, int) { v.assign(ext[0], fill); }
     template <class V> static void build(std::vector<V>& v, const size_t* ext, f64 fill, int r) {
-        v.clear();
+        // rows already there are filled again, not allocated again
         v.resize(ext[0]);
         for (auto& x : v) build(x, ext + 1, fill, r - 1);
     }
