@@ -80,7 +80,8 @@ void runCallback(const char* section)
 void openProtFile()
 {
     std::string dir = si::Directory + si::Version;
-    for (const char* pattern : {"agg*.csv", "bewagg*.csv", "bewgemagg*.csv", "gstrom.csv", "gwegzug.csv", "gzuzug.csv", "le.csv"})
+    for (const char* pattern : {"agg*.csv", "bewagg*.csv", "bewgemagg*.csv", "gstrom.csv", "gwegzug.csv", "gzuzug.csv", "le.csv",
+                                "gstrom_weg.csv", "gstrom_zu.csv"})
         os::glob(dir, pattern, [](const std::string& d, const std::string& name) {
             std::remove((d + name).c_str());
             return 0;

@@ -33,9 +33,6 @@ constexpr int COLUMN_TYG = 3;
 
 size_t Z(int i) { return static_cast<size_t>(i); }
 
-// total fertility per year, type and group, kept for the plots of the run summary
-std::map<int, LA2> fertilityByYear;
-
 long long keyOf(const Orvane& c, int gz)
 {
     if (c.keyScale != 1 && Z(gz) < c.indexKeys.size()) return c.indexKeys[Z(gz)];
@@ -165,9 +162,6 @@ void writeTargetFactor(int entry, double factor)
     closeTable(f);
 }
 
-// total fertility per year of the run (years with PLOT_DATEN above 1), by type and group
-const std::map<int, LA2>& totalFertilityByYear() { return fertilityByYear; }
-
 namespace {
 
 // the quotas of the child's group: each mother's group of each type sums to 1
@@ -241,7 +235,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         for (size_t b = 0; b < nbg; ++b)
             for (double f : PR2G[t][b]) BR1G[t][b] += f;
     laPrint(2, BR1G, "C.NTYG\0NBG\0", nullptr, LA_RATE);
-    if (ini::PLOT_DATEN > 1) fertilityByYear[periodLabel(JAHR)] = BR1G;
+    if (ini::PLOT_DATEN > 1) C.fertilityByYear[periodLabel(JAHR)] = BR1G;
 
     // 4. the child's group
     LA3 QR2G("QR2G", {ntyg, nbg, nbg}, 0.0);
@@ -342,6 +336,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         if (E < 0)
             Prot::message(SEV_ERROR, "Fehler in der Datei %s: Geburteneckwert muss positiv sein",
                           tableFileName(entry, entry.fileNumber).c_str());
+        if (ini::PLOT_DATEN > 1) C.birthTargets[periodLabel(JAHR)] = {E, B};
         const double population = C.BG40.sum();
         if (population != 0) Prot::writeln(1, "GB1000_ %g", E * 1000 / population);
         if (B != 0) {
@@ -395,6 +390,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
             targets += isUndef(DG11GE[z]) ? SUMMEGEB[z] : DG11GE[z];
             sums += SUMMEGEB[z];
         }
+        if (ini::PLOT_DATEN > 1) C.birthTargets[periodLabel(JAHR)] = {targets, sums};
         writeTargetFactor(FT_OUT_FRUCFAK, safe(targets, sums, 1));
     }
 

@@ -347,6 +347,7 @@ void areaTarget(Orvane& C, GemTable& DG4S, bool montecarlo)
     Prot::writeln(1, "@DU01SE; %.15g", E);
     if (E < 0) Prot::message(SEV_ERROR, "@rk3prf_fmt714;", tableFileName(entry, entry.fileNumber).c_str(), E);
     E = -E;
+    if (ini::PLOT_DATEN > 1) C.deathTargets[periodLabel(JAHR)] = {-E, -T};
     const double population = C.BG40.sum();
     if (population != 0)
         Prot::writeln(1, "ST1000_ %g", E * 1000 / population);
@@ -399,6 +400,7 @@ void regionTargets(Orvane& C, GemTable& DG4S, bool montecarlo)
         targets += isUndef(DG11SE[z]) ? SUMMESTRB[z] : DG11SE[z];
         sums += SUMMESTRB[z];
     }
+    if (ini::PLOT_DATEN > 1) C.deathTargets[periodLabel(JAHR)] = {-targets, -sums};
     writeTargetFactor(FT_OUT_STRBFAK, safe(targets, sums, 1));
 }
 
@@ -429,6 +431,14 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
     // 3. life expectancy
     const int report = Prot::level(2) ? static_cast<int>(opt::get("$LE", 1)) : 0;
     lifeExpectancy(C, report);
+    if (ini::PLOT_DATEN > 1) {
+        // the life expectancy at birth of each cohort of the rates, for the charts of the summary
+        LA3 e0("BR3L_", {ntys, nbg, ngg}, 0.0);
+        forEachCohort(C, [&](size_t t, size_t b, size_t g, const std::vector<double>& q) {
+            e0[t][b][g] = LE::expectancy(q.data(), q.size(), 0);
+        });
+        C.lifeExpectancyByYear[periodLabel(JAHR)] = std::move(e0);
+    }
 
     // 4. mortality doubling time
     const double mrdt = opt::get("$MRDT", 0);

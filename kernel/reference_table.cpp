@@ -552,9 +552,10 @@ void RK::REF()
     C.regions = std::move(r.regions);
     C.indexRegions();
     C.maxKey = std::max<int64_t>(C.maxKey, r.largestKey);
+    // every key starts unused with the run; a later reading keeps what the tables used so far
     auto& use = regionKeyUse();
-    use.clear();
-    for (const RegionRow& row : C.regions) use[static_cast<long long>(row.key)] = 0;
+    if (JAHR <= ini::STARTJAHR) use.clear();
+    for (const RegionRow& row : C.regions) use.emplace(static_cast<long long>(row.key), 0);
 
     if (Prot::level(2) && ini::AUSGABE_EINZELWERTE) protocolTable(C.regions, r.rawAggregates);
 

@@ -145,6 +145,15 @@ public:
     LA4 PR4WBGzs{"C.PR4WBGzs"};                   // TYWBG, BG, GG, AG
     LA3 DR2WBGv{"C.DR2WBGv"}, DR2WBGn{"C.DR2WBGn"};   // BG, GG, AG
 
+    // ---- kept for the charts of the run summary (PLOT_DATEN above 1), by period label ----
+    // the target of the whole area and what the rates gave before the adjustment, both positive
+    struct TargetYear {
+        double target = 0, model = 0;
+    };
+    std::map<int, TargetYear> birthTargets, deathTargets;
+    std::map<int, LA2> fertilityByYear;         // BR1G: TYG, BG
+    std::map<int, LA3> lifeExpectancyByYear;    // TYS, BG, GG: life expectancy at birth
+
     // makes a region table in the storage of the run
     void makeGem(GemTable& t, const std::string& name, double fill = 0);
     // frees the arrays of a year; BGEM, BG40 and the rate tables stay

@@ -4,18 +4,24 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cerrno>
+#include <cmath>
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "platform/variant_settings.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "tables/gnuplot_bridge.h"
+#include "tables/input_reader.h"
 #include "tables/table_text.h"
 
 namespace {
@@ -34,28 +40,30 @@ std::string decimalSignLine()
     return "set decimalsign locale '" + si::localeName + "'";
 }
 
-// the data rows of a table: the cells of each line; false with the error reported
-bool readRows(const std::string& path, const std::string& name, std::vector<std::vector<std::string>>& rows)
+using Row = std::vector<std::string>;
+
+// each data row of a table, as its cells, to f; false with the error reported
+bool forEachRow(const std::string& path, const std::string& name, const std::function<void(const Row&)>& f)
 {
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) {
+    FILE* in = fopen(path.c_str(), "rb");
+    if (!in) {
         Prot::message(SEV_ERROR, "%s: %s\n", name.c_str(), "cannot open");
         return false;
     }
     char sep[2] = {si::separator, 0};
-    CsvReader reader(f, sep);
-    std::vector<std::string> row;
+    CsvReader reader(in, sep);
+    Row row;
     char cell[512];
     for (;;) {
         int end = reader.next(cell, sizeof cell);
         if (end < 0 && end != -1) {
             Prot::message(SEV_ERROR, "%d: %s: %s", int(reader.lineNumber()), name.c_str(),
                           CsvReader::errorText(end).c_str());
-            fclose(f);
+            fclose(in);
             return false;
         }
         if (end == -1) {
-            if (!row.empty() && !(row.size() == 1 && row[0].empty())) rows.push_back(row);
+            if (!row.empty() && !(row.size() == 1 && row[0].empty())) f(row);
             break;
         }
         if (reader.isComment) {
@@ -64,25 +72,39 @@ bool readRows(const std::string& path, const std::string& name, std::vector<std:
         }
         row.emplace_back(cell);
         if (end == '\n') {
-            if (!(row.size() == 1 && row[0].empty())) rows.push_back(row);
+            if (!(row.size() == 1 && row[0].empty())) f(row);
             row.clear();
         }
     }
-    fclose(f);
+    fclose(in);
     return true;
 }
 
-// regions of the reference table without population at the end of the run
-void unusedKeys(const Orvane& c)
+// the data rows of a table: the cells of each line; false with the error reported
+bool readRows(const std::string& path, const std::string& name, std::vector<Row>& rows)
 {
-    std::map<int64_t, bool> use;
-    for (size_t i = 0; i < c.regions.size(); ++i) {
-        bool used = c.BG40.exists() && i < static_cast<size_t>(c.NGZ) && c.BG40.regionSum(i) != 0;
-        use[c.regions[i].key] = used;
+    return forEachRow(path, name, [&](const Row& r) { rows.push_back(r); });
+}
+
+// a text inside single quotes of a gnuplot script
+std::string quoted(const std::string& text)
+{
+    std::string q;
+    for (char ch : text) {
+        q += ch;
+        if (ch == '\'') q += '\'';
     }
+    return q;
+}
+
+// keys of the reference table that no table of the run named
+void unusedKeys()
+{
+    auto& use = regionKeyUse();
     std::string text;
-    for (const auto& [key, used] : use)
-        if (!used) text += " " + std::to_string(key);
+    for (const auto& [key, count] : use)
+        if (count == 0) text += " " + std::to_string(key);
+    use.clear();
     if (text.empty()) return;
     Prot::raw("%s", text.c_str());
     Prot::raw(":\n");
@@ -110,7 +132,7 @@ void populationCharts(const Orvane& c)
             int year = std::atoi(r[0].c_str());
             long long agg = std::atoll(r[1].c_str());
             int bg = std::atoi(r[2].c_str()), gg = std::atoi(r[3].c_str());
-            aggregates[agg].series[{bg, gg}][year] += std::strtod(r[5].c_str(), nullptr);
+            aggregates[agg].series[{bg, gg}][year] += si::parseNumber(r[5]);
             sexes[gg] = true;
         }
         Prot::writeln(1, "&lt; %s, %zu records", f.c_str(), rows.size());
@@ -188,7 +210,7 @@ void movementCharts()
             int year = std::atoi(r[0].c_str());
             long long agg = std::atoll(r[1].c_str());
             for (size_t k = 2; k < r.size(); ++k) {
-                double v = std::strtod(r[k].c_str(), nullptr);
+                double v = si::parseNumber(r[k]);
                 if (v != 0) data[agg][unsigned(k - 1)][year] += v;
             }
         }
@@ -223,16 +245,283 @@ void movementCharts()
     plotClose(Prot::stream(), Prot::protocolLevel(), p, si::appDir, "bewgemagg");
 }
 
+// ---------------------------------------------------------------- the smoothed targets
+
+// one line of a chart: its legend text and the value of each year
+struct Line {
+    std::string title;
+    std::map<int, double> values;
+};
+
+// one panel of lines over the years; the legend names the first lines only, so that it stays readable
+void linePanel(FILE* p, const std::string& title, const std::string& ylabel, const std::vector<Line>& lines)
+{
+    const size_t named = 16;
+    fprintf(p, "set title '%s'\nset ylabel '%s'\n", quoted(title).c_str(), quoted(ylabel).c_str());
+    fprintf(p, "plot");
+    for (size_t i = 0; i < lines.size(); ++i) {
+        fprintf(p, "%s '-' using 1:2 with linespoints lw 1.5 pt 7 ps 0.6", i ? "," : "");
+        if (i < named)
+            fprintf(p, " title '%s'", quoted(lines[i].title).c_str());
+        else
+            fprintf(p, " notitle");
+    }
+    fprintf(p, "\n");
+    for (const Line& l : lines) {
+        for (const auto& [year, v] : l.values) fprintf(p, "%d%c%.15g\n", year, si::separator, v);
+        fprintf(p, "e\n");
+    }
+}
+
+// the target of each year against what the rates gave before the adjustment
+std::vector<Line> targetLines(const std::map<int, Orvane::TargetYear>& targets)
+{
+    std::vector<Line> lines(2);
+    lines[0].title = DD::lookup("tksmooth_target");
+    lines[1].title = DD::lookup("tksmooth_rates");
+    for (const auto& [year, t] : targets) {
+        lines[0].values[year] = t.target;
+        lines[1].values[year] = t.model;
+    }
+    return lines;
+}
+
+// total fertility of each birth type and group over the years
+std::vector<Line> fertilityLines(const Orvane& c)
+{
+    std::vector<Line> lines;
+    for (const auto& [year, BR1G] : c.fertilityByYear) {
+        const size_t types = BR1G.size(), groups = types ? BR1G[0].size() : 0;
+        if (lines.size() < types * groups) lines.resize(types * groups);
+        for (size_t t = 0; t < types; ++t)
+            for (size_t b = 0; b < groups; ++b) {
+                Line& l = lines[t * groups + b];
+                l.title = "TYG " + std::to_string(t + 1);
+                if (groups > 1) l.title += ", BG " + std::to_string(b + 1);
+                l.values[year] = BR1G[t][b];
+            }
+    }
+    return lines;
+}
+
+// life expectancy at birth of each death type, group and sex over the years
+std::vector<Line> expectancyLines(const Orvane& c)
+{
+    std::vector<Line> lines;
+    for (const auto& [year, e0] : c.lifeExpectancyByYear) {
+        const size_t types = e0.size(), groups = types ? e0[0].size() : 0, sexes = groups ? e0[0][0].size() : 0;
+        if (lines.size() < types * groups * sexes) lines.resize(types * groups * sexes);
+        for (size_t t = 0; t < types; ++t)
+            for (size_t b = 0; b < groups; ++b)
+                for (size_t g = 0; g < sexes; ++g) {
+                    Line& l = lines[(t * groups + b) * sexes + g];
+                    l.title = "TYS " + std::to_string(t + 1);
+                    if (groups > 1) l.title += ", BG " + std::to_string(b + 1);
+                    if (sexes == 2) l.title += ", " + DD::lookup(g == 0 ? "male" : "female");
+                    l.values[year] = e0[t][b][g];
+                }
+    }
+    return lines;
+}
+
+// the birth and the death targets of the years with the rates behind them: one script for
+// both modules when both adjust to targets, else one for the module that does
+void targetCharts(const Orvane& c)
+{
+    const bool births = c.module('G') != 0, deaths = c.module('S') != 0;
+    if (!births && !deaths) return;
+    const char* birthText = "Geburteneckwert";
+    const char* deathText = "Sterbefalleckwert";
+    const char* name = births && deaths ? "eckgebstrb" : births ? "eckgeb" : "eckstrb";
+    FILE* p = plotOpen(Prot::stream(), Prot::protocolLevel(), si::appDir, name);
+    if (!p) {
+        Prot::message(SEV_WARNING, "could not launch gnuplot");
+        return;
+    }
+    fprintf(p, "%s\n", plotTerminal());
+    if (births && deaths) fprintf(p, "# Eckwerte Geburten-/Sterberaten\n");
+    fprintf(p, "%s\n%s\n%s\nset output '%s%s/prot/%s.png'\n", plotSeparator(), decimalSignLine().c_str(), FILL,
+            si::Directory.c_str(), si::Version.c_str(), name);
+    std::set<int> years;
+    for (const auto& [year, t] : c.birthTargets) years.insert(year);
+    for (const auto& [year, t] : c.deathTargets) years.insert(year);
+    fprintf(p, "set xtics %d nomirror rotate by 90 right\nset format x '%%.0f'\nset xrange [*:*]\nset yrange [*:*]\n"
+               "set grid\nset key outside bottom center horizontal\nset multiplot layout %d,2\n",
+            years.size() > 20 ? 5 : 1, births && deaths ? 2 : 1);
+    if (births) {
+        linePanel(p, birthText, DD::lookup("DG3G"), targetLines(c.birthTargets));
+        linePanel(p, DD::lookup("BR1G"), "", fertilityLines(c));
+    }
+    if (deaths) {
+        linePanel(p, deathText, DD::lookup("DG4S"), targetLines(c.deathTargets));
+        linePanel(p, DD::lookup("BR3L_"), "", expectancyLines(c));
+    }
+    fprintf(p, "unset multiplot\nset output\n");
+    plotClose(Prot::stream(), Prot::protocolLevel(), p, si::appDir, name);
+    if (births && deaths)
+        Prot::raw("<img alt=\"%s+%s\" src=\"eckgebstrb.png\">\n", birthText, deathText);
+    else
+        Prot::raw("<img alt=\"%s\" src=\"%s.png\">\n", births ? birthText : deathText, name);
+}
+
+// ---------------------------------------------------------------- the pyramid animation
+
+// a step of 1, 2 or 5 times a power of ten that cuts 0 .. top into about four parts
+double tickStep(double top)
+{
+    double raw = top / 4;
+    if (!(raw > 0)) return 1;
+    double power = std::pow(10.0, std::floor(std::log10(raw)));
+    for (double f : {1.0, 2.0, 5.0})
+        if (f * power >= raw) return f * power;
+    return 10 * power;
+}
+
+// one frame per year of pyramid.csv: women to the left, men to the right by age, the
+// population groups stacked in their colours; the scale is the same for every frame
+void pyramidAnimation()
+{
+    const std::string dir = variantDirectory();
+    if (!os::isFile(dir + "pyramid.csv")) return;
+    // year, (group, sex), age: persons of all aggregates together
+    std::map<int, std::map<std::pair<int, int>, std::map<int, double>>> years;
+    std::set<int> sexes, groups;
+    int oldest = 0;
+    bool read = forEachRow(dir + "pyramid.csv", "pyramid.csv", [&](const Row& r) {
+        if (r.size() < 6) return;
+        const int year = std::atoi(r[0].c_str()), bg = std::atoi(r[2].c_str()), gg = std::atoi(r[3].c_str());
+        const int ag = std::atoi(r[4].c_str());
+        years[year][{bg, gg}][ag] += si::parseNumber(r[5]);
+        sexes.insert(gg);
+        groups.insert(bg);
+        oldest = std::max(oldest, ag);
+    });
+    if (!read || years.empty()) return;
+    // with two sexes the second (women) goes to the left
+    const bool twoSexes = sexes.size() == 2;
+    const int left = twoSexes ? *sexes.rbegin() : -1;
+    double widest = 0;
+    for (const auto& [year, series] : years) {
+        std::map<std::pair<int, int>, double> width;   // (sex, age)
+        for (const auto& [key, ages] : series)
+            for (const auto& [ag, v] : ages) widest = std::max(widest, width[{key.second, ag}] += std::fabs(v));
+    }
+    if (!(widest > 0)) widest = 1;
+    FILE* p = plotOpen(Prot::stream(), Prot::protocolLevel(), si::appDir, "pyramid");
+    if (!p) {
+        Prot::message(SEV_WARNING, "could not launch gnuplot");
+        return;
+    }
+    // the delay of the settings is in milliseconds, the picture counts hundredths of a second
+    fprintf(p, "set term gif animate delay %d loop 0 size 640,480 font 'Arial,9' background rgb '%s'\n",
+            std::max(1, ini::DELAY / 10), plot::background.c_str());
+    fprintf(p, "set output '%s%s/prot/pyramid.gif'\nset style fill solid 0.8 border lt -1\nset grid\n",
+            si::Directory.c_str(), si::Version.c_str());
+    const double step = tickStep(widest), top = std::ceil(widest / step) * step;
+    fprintf(p, "set xrange [%.15g:%.15g]\nset yrange [-0.5:%d.5]\nset ytics 10\nset ylabel '%s'\n",
+            twoSexes ? -top : 0.0, top, oldest, quoted(DD::lookup("age")).c_str());
+    // the persons to both sides are counted upwards from the middle
+    fprintf(p, "set xtics (");
+    for (double x = twoSexes ? -top : 0; x <= top + step / 2; x += step)
+        fprintf(p, "%s\"%.15g\" %.15g", x == (twoSexes ? -top : 0) ? "" : ", ", std::fabs(x) < step / 2 ? 0 : std::fabs(x), x);
+    fprintf(p, ")\n");
+    if (twoSexes)
+        fprintf(p, "set xlabel '%s | %s'\n", quoted(DD::lookup("female")).c_str(), quoted(DD::lookup("male")).c_str());
+    else
+        fprintf(p, "set xlabel '%s'\n", quoted(DD::lookup("inhabitant")).c_str());
+    // one group needs no legend
+    fprintf(p, groups.size() > 1 ? "set key outside right top\n" : "unset key\n");
+    const std::string title = DD::lookup("pyramid");
+    for (const auto& [year, series] : years) {
+        fprintf(p, "set title '%s %d'\nplot", quoted(title).c_str(), year);
+        std::set<int> named;
+        bool first = true;
+        for (const auto& [key, ages] : series) {
+            const int colour = key.first + 1;
+            fprintf(p, "%s '-' using 1:2:3:4:5:6 with boxxyerror lc %d", first ? "" : ",", colour);
+            if (named.insert(key.first).second)
+                fprintf(p, " title 'BG %d'", key.first);
+            else
+                fprintf(p, " notitle");
+            first = false;
+        }
+        fprintf(p, "\n");
+        std::map<std::pair<int, int>, double> base;   // (sex, age): persons drawn so far
+        for (const auto& [key, ages] : series) {
+            const double sign = key.second == left ? -1 : 1;
+            for (const auto& [ag, v] : ages) {
+                double& from = base[{key.second, ag}];
+                const double to = from + std::fabs(v);
+                const double lo = sign < 0 ? -to : from, hi = sign < 0 ? -from : to;
+                fprintf(p, "%.15g %d %.15g %.15g %.15g %.15g\n", (lo + hi) / 2, ag, lo, hi, ag - 0.45, ag + 0.45);
+                from = to;
+            }
+            fprintf(p, "e\n");
+        }
+    }
+    fprintf(p, "set output\n");
+    plotClose(Prot::stream(), Prot::protocolLevel(), p, si::appDir, "pyramid");
+}
+
+// ---------------------------------------------------------------- gstrom
+
+// one summary of the flows: year, region key, persons
+void writeFlowSummary(const std::string& name, const char* keyColumn, const std::map<std::pair<long long, long long>, double>& sums)
+{
+    const std::string path = variantDirectory() + name + ".csv";
+    FILE* f = safeOutput::open(path);
+    if (!f) {
+        Prot::message(SEV_ERROR, "open %s %s", path.c_str(), os::errorText(errno).c_str());
+        return;
+    }
+    const char* columns[] = {"@year;", keyColumn, "@number;", nullptr};
+    csvWriteHead(f, name.c_str(), columns, "forecast");
+    for (const auto& [yearKey, v] : sums) {
+        csvWriteCell(f, "%.0f", double(yearKey.first), 0);
+        csvWriteCell(f, "%.0f", double(yearKey.second), 0);
+        csvWriteCell(f, "%.15g", v, 1);
+    }
+    safeOutput::close(f);
+    Prot::addOutputFile(name + ".csv");
+}
+
+// the flows between regions summed per source region and per target region, each by year;
+// then the stream is closed
+void closeGstrom(Orvane& c)
+{
+    const std::string path = variantDirectory() + "gstrom.csv";
+    fflush(c.gstrom);
+    std::map<std::pair<long long, long long>, double> out, in;   // (year, region key)
+    bool read = forEachRow(path, "gstrom.csv", [&](const Row& r) {
+        if (r.size() < 7) return;
+        const long long year = std::atoll(r[0].c_str());
+        const double v = si::parseNumber(r[6]);
+        out[{year, std::atoll(r[1].c_str())}] += v;
+        in[{year, std::atoll(r[2].c_str())}] += v;
+    });
+    if (read) {
+        writeFlowSummary("gstrom_weg", "@GKZq;", out);
+        writeFlowSummary("gstrom_zu", "@GKZz;", in);
+    }
+    if (fclose(c.gstrom) != 0) os::messageBox("gstrom", "gclose %s", path.c_str());
+    c.gstrom = nullptr;
+}
+
 } // namespace
 
 void cleanUpPrognose(Orvane* orvane)
 {
     Orvane& c = *orvane;
     // 1. region keys no table has used
-    unusedKeys(c);
+    unusedKeys();
     // 2. the summary
     if (ini::PLOT_DATEN != 0 || ini::PYRAMIDE != 0) Prot::heading(2, "@summary;", "@summary;");
-    // 3. to 6. the charts
+    // 3. the smoothed targets of the input
+    if (ini::PLOT_DATEN > 1) {
+        Prot::heading(3, "", "@tksmooth_input;");
+        targetCharts(c);
+    }
+    // 4. to 6. the charts of the results
     if (ini::PLOT_DATEN != 0 && ini::DIFF_G >= 1) {
         populationCharts(c);
         movementCharts();
@@ -240,13 +529,11 @@ void cleanUpPrognose(Orvane* orvane)
     // 7. the pyramid and the end of the run's state
     if (ini::ABEWGEM != 0) c.BGEM.release();
     if (ini::PYRAMIDE != 0) {
+        pyramidAnimation();
         std::string anim = DD::lookup("pyramidAnim");
         Prot::raw("%s <a href=\"../pyramid.csv\">pyramid.csv</a><br>\n", anim.c_str());
         Prot::raw("<img alt=\"%s\" src=\"pyramid.gif\" width=\"640\" height=\"480\"><br>\n", anim.c_str());
     }
     // 9. the gstrom output
-    if (ini::AUSGABE_BINNEN_MATRIX >= 2 && c.gstrom) {
-        if (fclose(c.gstrom) != 0) os::messageBox("gclose", "gclose gstrom");
-        c.gstrom = nullptr;
-    }
+    if (ini::AUSGABE_BINNEN_MATRIX >= 2 && c.gstrom) closeGstrom(c);
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
@@ -75,6 +76,24 @@ void pipeClosed()
     if (g_pipes > 0 && --g_pipes == 0) sigaction(SIGPIPE, &g_oldPipeAction, nullptr);
 }
 
+// a bare program name is started through the search path; a shell would report the missing
+// program only by its exit status, after the commands were written into the pipe
+bool onSearchPath(const std::string& program)
+{
+    if (program.find('/') != std::string::npos) return true;
+    const char* path = os::getenv("PATH");
+    std::string dirs = path ? path : "";
+    size_t start = 0;
+    for (;;) {
+        size_t end = dirs.find(':', start);
+        std::string dir = dirs.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        if (dir.empty()) dir = ".";
+        if (access((dir + "/" + program).c_str(), X_OK) == 0) return true;
+        if (end == std::string::npos) return false;
+        start = end + 1;
+    }
+}
+
 std::string commandFile(const char* name) { return Prot::filePath(std::string("plt") + name + ".txt"); }
 
 } // namespace
@@ -139,7 +158,11 @@ FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, c
             }
         }
         errno = 0;
-        FILE* pipe = popen(program.c_str(), "w");
+        FILE* pipe = nullptr;
+        if (onSearchPath(program))
+            pipe = popen(program.c_str(), "w");
+        else
+            errno = ENOENT;
         int e = errno;
         if (level > 2) {
             fprintf(protocol, "PLOT_OPEN_PIPE(%s, %s)\n", os::currentDirectory().c_str(), program.c_str());
