@@ -288,6 +288,46 @@ void sexClassTable(const char* name, const std::vector<RegionYear>& z, double (R
     regionTable(name, z, 6, [a](const RegionYear& y, int c) { return (y.*a)[c / 3][c % 3]; });
 }
 
+// the children of an age in core families by the age of their mother
+double childrenByMotherAge(const RegionYear& y, int t, int a, int m) { return y.ZPKZ_Ew[a] * QQ.QK(t, a, m); }
+
+// ZPKZi_Ewj: one row per region and age of the child, one column per age of the mother; it
+// is not kept, being the product of ZPKZ_Ew and QK. Rows without children are left out.
+void childrenByMotherTable(const std::vector<RegionYear>& z, const std::vector<int>& types)
+{
+    double total = 0;
+    for (int r = 0; r < g2t.regions(); ++r)
+        if (regionSeen[static_cast<size_t>(r)] && types[static_cast<size_t>(r)] >= 0)
+            for (int a = 0; a < 18; ++a)
+                for (int m = 0; m < AK15_99.count(); ++m) total += childrenByMotherAge(z[static_cast<size_t>(r)], types[static_cast<size_t>(r)], a, m);
+    char link[128];
+    snprintf(link, sizeof link, "ZPKZi_Ewj, &Sigma; = %.15g", total);
+    FILE* f = hhprot::subPage("ZPKZi_Ewj", link);
+    if (!f) return;
+    fprintf(f, "<table>\n<caption>%s</caption>\n<tr><th>Gebiet</th><th>Alter</th>", DD::lookup("hh_ZPKZi_Ewj", "ZPKZi_Ewj").c_str());
+    for (int m = 0; m < AK15_99.count(); ++m)
+        fprintf(f, m + 1 == AK15_99.count() ? "<th class=r>&ge;%d</th>" : "<th class=r>%d</th>", AK15_99.lower(m));
+    fputs("<th>&Sigma;</th></tr>\n", f);
+    for (int r = 0; r < g2t.regions(); ++r) {
+        int t = types[static_cast<size_t>(r)];
+        if (!regionSeen[static_cast<size_t>(r)] || t < 0) continue;
+        const RegionYear& y = z[static_cast<size_t>(r)];
+        for (int a = 0; a < 18; ++a) {
+            if (y.ZPKZ_Ew[a] == 0) continue;
+            fprintf(f, "<tr><th class=r>%lld</th><th class=r>%d</th>", g2t.pairs[static_cast<size_t>(r)].first, a);
+            double s = 0;
+            for (int m = 0; m < AK15_99.count(); ++m) {
+                double v = childrenByMotherAge(y, t, a, m);
+                s += v;
+                if (v == 0) fputs("<td></td>", f);
+                else fprintf(f, "<td class=%s>%.2f</td>", v < 0 ? "warning" : "r", v);
+            }
+            fprintf(f, "<th class=r>%.15g</th></tr>\n", s);
+        }
+    }
+    fprintf(f, "<tr><th colspan=2>&Sigma;</th><th colspan=%d class=r>%.15g</th></tr>\n</table>\n", AK15_99.count() + 1, total);
+}
+
 double sum23(const double a[2][3])
 {
     double s = 0;
@@ -371,20 +411,26 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
 
     // children and parents
     hhprot::heading(2, "B2.1");
+    bool additionLog = hh.protocolVolume > 3;
     for (int r = 0; r < R; ++r) {
         if (!active(r)) continue;
         int t = types[static_cast<size_t>(r)];
         RegionYear& y = z[static_cast<size_t>(r)];
         for (int g = 0; g < 2; ++g)
             for (int a = 0; a < 18; ++a) y.ZPK[g][a] = a < 15 ? y.B1[g][a] : y.B1[g][a] * QQ.Q10(t, g, a - 15);
-        for (int a = 0; a < 18; ++a) {
-            y.ZPKZ_Ew[a] = (y.ZPK[0][a] + y.ZPK[1][a]) * QQ.Q11(t, a);
+        for (int a = 0; a < 18; ++a) y.ZPKZ_Ew[a] = (y.ZPK[0][a] + y.ZPK[1][a]) * QQ.Q11(t, a);
+        if (additionLog) fputs("<pre>", page);
+        for (int a = 0; a < 18; ++a)
             for (int m = 0; m < AK15_99.count(); ++m) {
-                double term = y.ZPKZ_Ew[a] * QQ.QK(t, a, m);
                 int c;
-                if (AKJ.find(AK15_99.lower(m), c)) y.ZPKZ_Ewg[c] += term;
+                if (!AKJ.find(AK15_99.lower(m), c)) continue;
+                double term = childrenByMotherAge(y, t, a, m), before = y.ZPKZ_Ewg[c];
+                y.ZPKZ_Ewg[c] += term;
+                if (additionLog && term != 0)
+                    fprintf(page, "ZPKZ_Ewg[%d][%2d..%2d] += ZPKZi_Ewj[%d][%2d][%2d] (%.15g + %.15g = %.15g)\n", r + 1, AKJ.lower(c),
+                            AKJ.upper(c), r + 1, a, AK15_99.lower(m), before, term, y.ZPKZ_Ewg[c]);
             }
-        }
+        if (additionLog) fputs("</pre>\n", page);
         for (int c = 0; c < 2; ++c) {
             y.ZPEZw[c] = safeDivision(y.ZPKZ_Ewg[c], ZQ1(t, 1, c), 0, format("ZPEZw[%d][%d]=ZPKZ_Ewg[a]/ZQ1[%d][%d]\n", r + 1, c + 1, t + 1, c + 1).c_str());
             y.ZPEAZw[c] = y.ZPEZw[c] * ZQ2(t, 1, c);
@@ -555,6 +601,7 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
     if (hh.protocolVolume >= 1) {
         regionTable("ZPK", z, 36, [](const RegionYear& y, int c) { return y.ZPK[c / 18][c % 18]; });
         regionTable("ZPKZ_Ew", z, 18, [](const RegionYear& y, int c) { return y.ZPKZ_Ew[c]; });
+        childrenByMotherTable(z, types);
         regionTable("ZPKZ_Ewg", z, 2, [](const RegionYear& y, int c) { return y.ZPKZ_Ewg[c]; });
         regionTable("ZPEZw", z, 2, [](const RegionYear& y, int c) { return y.ZPEZw[c]; });
         regionTable("ZPEA", z, 1, [](const RegionYear& y, int) { return y.ZPEA; });

@@ -31,11 +31,15 @@ awk -F';' 'BEGIN { OFS = ";" } /^#/ { print; next } { if (index($1, "..")) { spl
     demo/reftyp.csv > "$hh/reftyp.csv"
 printf '[HHPROG]\nR02map=3\nQtypCol=11\n' > "$hh/hhprog.ini"
 grep -q '^\[HHPROG\]' Data/veldor.ini || printf '[HHPROG]\nDirectory=demo/hh/\n' >> Data/veldor.ini
-./App/orvane hhprog -P 0 >/dev/null
-for f in demo/demo/gem20*.csv; do sed '1s/^\xEF\xBB\xBF//' "$f" | grep -v '^#'; done > "$hh/gem.csv"
-# the assumptions of every year from the template of the stock; a share of women in couples above 1 is taken as 1
-awk -F';' 'BEGIN { OFS = ";" } /^[0-9]/ { v = $6; gsub(",", ".", v); if ($2 == 3 && v + 0 > 1) $6 = 1; for (y = 2024; y <= 2040; y++) { $1 = y; print } }' \
-    "$hh/Quoten/zqa.csv" > "$hh/zq.csv"
+# -M 1: the stock records with their PDO and HDO, from which the assumptions are measured
+./App/orvane hhprog -P 0 -M 1 >/dev/null
+# the household tool's oldest age is 99 and more: the forecast's 100 is added to 99
+for f in demo/demo/gem20*.csv; do sed '1s/^\xEF\xBB\xBF//' "$f" | grep -v '^#'; done |
+    awk -F';' 'BEGIN { OFS = ";" } $5 + 0 < 99 { print; next } { v = $6; gsub(",", ".", v); old[$1 OFS $2 OFS $3 OFS $4] += v }
+        END { for (k in old) printf "%s;99;%.15g\n", k, old[k] }' > "$hh/gem.csv"
+# the assumptions: the shares of the stock, each measured on the persons it is applied to, kept for every year
+years=$(awk -F';' '/^[0-9]/ { if (!lo || $1 < lo) lo = $1; if ($1 > hi) hi = $1 } END { print lo, hi }' "$hh/gem.csv")
+python3 ../examples/records/household_assumptions.py "$hh" $years
 ./App/orvane hhprog -Q 0 -P 1 >/dev/null
 echo "household quotas: $(pwd)/$hh/Quoten/index.html"
 echo "household forecast: $(pwd)/$hh/Prognose/index.html (haushalt.csv, person.csv, hdo2.csv, kinder.csv)"

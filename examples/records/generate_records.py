@@ -6,7 +6,9 @@ population of ../gem2023.csv, the persons grouped into households) and dstbew202
 (births, deaths and moves of 2024). No real microdata: every value comes from a seeded
 random generator, so the files are the same on every run.
 
-    python3 examples/records/generate_records.py [output directory]
+    python3 examples/records/generate_records.py [output directory] [population table]
+
+The population table defaults to ../gem2023.csv, the start population of the demo.
 """
 import os
 import random
@@ -59,7 +61,10 @@ def common(record, region, group, sex, birth, nationality):
 def households_of(members, rng):
     """Groups the persons of a region into households: families with children (couples or
     single mothers, now and then with a grandparent), couples, persons alone, descendant and
-    ascendant pairs and shared flats. Each person is a dict that gets its household fields."""
+    ascendant pairs and shared flats. Each person is a dict that gets its household fields.
+    The mix is that of a German town: close to half of the households are persons alone,
+    about three in ten couples without children, a sixth to a fifth families, some 1.9
+    persons per household."""
     pool = {"kid": [], "woman": [], "man": [], "old": []}
     for region, group, sex, age in members:
         person = {"region": region, "group": group, "sex": sex, "age": age}
@@ -80,7 +85,7 @@ def households_of(members, rng):
         if mother is None:
             break
         family = [dict(mother, role="mother")]
-        if rng.random() < 0.75:
+        if rng.random() < 0.85:
             father = take("man", mother["age"] - 5, mother["age"] + 10)
             if father:
                 family.append(dict(father, role="father"))
@@ -109,7 +114,7 @@ def households_of(members, rng):
             continue
         used.add(id(person))
         r = rng.random()
-        if r < 0.42:
+        if r < 0.38:
             partner = free(men if person["sex"] == 2 else women)
             if partner is not None:
                 used.add(id(partner))
@@ -121,13 +126,13 @@ def households_of(members, rng):
                 first, second = (person, partner) if person["sex"] == 2 else (partner, person)
                 households.append([dict(first, role="wife"), dict(second, role="husband")])
                 continue
-        if r < 0.47 and person["age"] >= 60:
+        if r < 0.42 and person["age"] >= 60:
             child = free(women if rng.random() < 0.5 else men)
             if child is not None and child["age"] < person["age"] - 18:
                 used.add(id(child))
                 households.append([dict(person, role="ascendant"), dict(child, role="descendant")])
                 continue
-        if r < 0.53:
+        if r < 0.46:
             mate = free(women if rng.random() < 0.5 else men)
             if mate is not None:
                 used.add(id(mate))
@@ -239,7 +244,8 @@ def movements(people, rng):
 def main():
     out = sys.argv[1] if len(sys.argv) > 1 else os.path.dirname(HERE)
     rng = random.Random(2023)
-    people = persons_of(os.path.join(os.path.dirname(HERE), "gem2023.csv"))
+    gem = sys.argv[2] if len(sys.argv) > 2 else os.path.join(os.path.dirname(HERE), "gem2023.csv")
+    people = persons_of(gem)
     with open(os.path.join(out, "dstbest2023.txt"), "w", encoding="ascii", newline="\n") as f:
         f.write("\n".join(stock(people, rng)) + "\n")
     with open(os.path.join(out, "dstbew2024.txt"), "w", encoding="ascii", newline="\n") as f:
