@@ -404,6 +404,35 @@ bool sixCells(const char* line, const char* stop, const char* (&cells)[7])
     return true;
 }
 
+// The five keys and the value of a plain data line, the common short keys read as they are
+// passed; false for a line that is not six cells of numbers.
+bool plainRecord(const char* line, const char* end, long long* keys, double& value)
+{
+    const char sep = si::separator;
+    const char* p = line;
+    for (int c = 0; c < 5; ++c) {
+        const char* cell = p;
+        bool negative = false;
+        if (p < end && *p == '+') ++p;
+        if (p < end && *p == '-') {
+            negative = true;
+            ++p;
+        }
+        const char* digits = p;
+        unsigned long long v = 0;
+        while (p < end && unsigned(*p - '0') < 10) v = v * 10 + unsigned(*p++ - '0');
+        if (p != digits && p - digits <= 18 && p < end && *p == sep) {
+            keys[c] = negative ? -static_cast<long long>(v) : static_cast<long long>(v);
+        } else {
+            // anything else as whole cells
+            p = static_cast<const char*>(std::memchr(cell, sep, size_t(end - cell)));
+            if (!p || !cellInteger(cell, p, keys[c])) return false;
+        }
+        ++p;
+    }
+    return cellNumber(p, end, value);
+}
+
 // A plain data line: six cells as the table reader gives them, without quotes, blanks or
 // control characters that it would take away or complain of.
 bool plainText(const char* line, const char* stop)
@@ -416,8 +445,10 @@ bool plainText(const char* line, const char* stop)
 }
 
 // A line that is not plain, through the table reader from the position where it begins: its
-// messages, its record, its count. Returns the position behind it.
-long long oddLine(FILE* in, long long position, bool mark, const std::string& shown, YearSink& sink, LineCounts& counts)
+// messages, its record, its count; with rest all lines to the end of the table. Returns the
+// position behind what was read.
+long long oddLine(FILE* in, long long position, bool mark, bool rest, const std::string& shown, YearSink& sink,
+                  LineCounts& counts)
 {
     fseeko(in, position, SEEK_SET);
     char separator[2] = {si::separator, 0};
@@ -436,7 +467,7 @@ long long oddLine(FILE* in, long long position, bool mark, const std::string& sh
     int status;
     while ((status = reader.next(cell, sizeof cell)) > 0) {
         if (reader.isComment) {
-            if (status != '\n') continue;
+            if (status != '\n' || rest) continue;
             counts.comment = reader.commentLines + 1;
             break;
         }
@@ -474,12 +505,22 @@ long long oddLine(FILE* in, long long position, bool mark, const std::string& sh
                 sink.take(keys, value);
             }
         }
-        counts.data = reader.dataLines + 1;
-        break;
+        if (!rest) {
+            counts.data = reader.dataLines + 1;
+            break;
+        }
+        column = 0;
+        badCell = nullptr;
+        line.clear();
     }
     if (status < 0 && status != -1) {
         std::string text = reader.currentLine();
         fatal("%zu: %s: %s", size_t(reader.lineNumber()), text.c_str(), CsvReader::errorText(status).c_str());
+    }
+    if (status == -1) {
+        // the reader has counted every line
+        counts.data = reader.dataLines;
+        counts.comment = reader.commentLines;
     }
     counts.empty = reader.emptyLines;
     // the reader's look at the line for the messages leaves the position where it was
@@ -489,9 +530,12 @@ long long oddLine(FILE* in, long long position, bool mark, const std::string& sh
 // Reads one yearly table: each data line through the column functions into the result, or
 // with aggregation off straight to the output. Plain lines are cut into cells in place; a
 // line with quotes, blanks, control characters, another number of cells or a cell that is no
-// number goes through the table reader, which says what is wrong with it.
+// number goes through the table reader, which says what is wrong with it; after many such
+// lines the reader takes the rest of the table, since it would only be sent back each time.
 void readYear(FILE* in, const std::string& shown, YearSink& sink)
 {
+    constexpr int ODD_LINES = 100;
+    int oddLines = 0;
     LineBlocks blocks(in);
     bool mark = blocks.skipMark();
     LineCounts counts;
@@ -516,16 +560,14 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
                     ++counts.comment;
                     continue;
                 }
+            } else if (end - line < CELL && sink.aggregate) {
+                if (plainRecord(line, end, keys, value)) {
+                    ++counts.data;
+                    sink.take(keys, value);
+                    continue;
+                }
             } else if (end - line < CELL && sixCells(line, end, cells)) {
-                if (sink.aggregate) {
-                    bool numbers = true;
-                    for (int c = 0; c < 5 && numbers; ++c) numbers = cellInteger(cells[c], cells[c + 1] - 1, keys[c]);
-                    if (numbers && cellNumber(cells[5], end, value)) {
-                        ++counts.data;
-                        sink.take(keys, value);
-                        continue;
-                    }
-                } else if (plainText(line, end)) {
+                if (plainText(line, end)) {
                     ++counts.data;
                     std::string text(line, end);
                     text += '\n';
@@ -535,7 +577,7 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
                 }
             }
         }
-        blocks.resume(oddLine(in, at, mark, shown, sink, counts));
+        blocks.resume(oddLine(in, at, mark, ++oddLines > ODD_LINES, shown, sink, counts));
     }
     sink.counters.inputRecords += counts.data;
     sink.counters.commentLines += counts.comment;
