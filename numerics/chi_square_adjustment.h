@@ -50,22 +50,38 @@ struct AdjustmentTable {
 // y = A V S^-2 V^T d needs no left vectors. T (n x n), V (n x n), the singular values, the
 // work vector u, the right side d (n + 1), h = V S^-2 V^T d (n), the flags (n + 1) and the
 // mean size value.
+// T is upper triangular with only its diagonal and its last column filled: the diagonal
+// (R + 1, the roots of the row sums and the part of the weighted column outside the rows)
+// and the last column above the diagonal (R) are kept apart as well, so that a system of full
+// rank is solved directly in O(n) without T.
 struct AdjustmentWork {
     ZeroedArray<double> T, V, s, u, d, h;
+    ZeroedArray<double> diagonal, lastColumn;
     ZeroedArray<int> flag;
     double mean = 0.0;
 };
 
-// 0 on success, 1 when the memory could not be had (nothing is left allocated then)
+// 0 on success, 1 when the memory could not be had (nothing is left allocated then);
+// createWork makes the whole record, createVectors only the parts of size n for the direct
+// solution (T, V and the flags stay empty)
 int createTable(const AdjustmentProblem& problem, AdjustmentTable& table);
 int createWork(const AdjustmentProblem& problem, AdjustmentWork& work);
+int createVectors(const AdjustmentProblem& problem, AdjustmentWork& work);
 // a copy of the table, 1 when the memory could not be had
 int copyTable(const AdjustmentProblem& problem, const AdjustmentTable& from, AdjustmentTable& to);
 void freeTable(AdjustmentTable& table);
 void freeWork(AdjustmentWork& work);
 
-// the factor T, the right side and the mean size value of the system
+// the diagonal and last column of T, the right side and the mean size value of the system
+void buildVectors(const AdjustmentProblem& problem, const AdjustmentTable& table, AdjustmentWork& work);
+// the same and the factor T itself
 void buildSystem(const AdjustmentProblem& problem, const AdjustmentTable& table, AdjustmentWork& work);
+// The direct solution h = (T^T T)^-1 d over the rows that hold anything, when the reduction
+// would keep every singular value of T but those of the empty rows: the smallest one is
+// bounded from below through the norm of T^-1 and must lie far above the threshold. Returns
+// the number of singular values the reduction would keep (n less the empty rows), or 0 when
+// the system needs the decomposition. h of an empty row is 0; it changes no cell.
+int solveDirectly(const AdjustmentProblem& problem, AdjustmentWork& work);
 // the decomposition of T over the arrays of the work record
 SVD makeSVD(const AdjustmentProblem& problem, AdjustmentWork& work);
 // the threshold below which a singular value counts as 0
@@ -83,4 +99,7 @@ struct AdjustmentResult {
     int kept = 0;             // singular values kept
     int decomposition = 0;    // the decomposition's result
 };
+// adjustTable solves a system of full rank directly and leaves the decomposition to the
+// others; adjustTableByDecomposition always decomposes. Both give the same table.
 AdjustmentResult adjustTable(const AdjustmentProblem& problem, AdjustmentTable& table);
+AdjustmentResult adjustTableByDecomposition(const AdjustmentProblem& problem, AdjustmentTable& table);

@@ -11,6 +11,7 @@
 #include <map>
 #include <regex>
 #include <sstream>
+#include <vector>
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
@@ -268,13 +269,195 @@ void appendCell(std::string& line, const char* cell, int status)
     line += status == '\n' ? '\n' : si::separator;
 }
 
-// Reads one yearly table: each data line through the column functions into the result, or
-// with aggregation off straight to the output.
-void readYear(FILE* in, const std::string& shown, ColumnFunction* functions, bool aggregate, FILE* out,
-              Aggregate& result, KeyRange* inRange, KeyRange* outRange, double& total, Counters& counters)
+// What reading the yearly tables fills: the result and its key ranges, the grand total, the
+// counters.
+struct YearSink {
+    ColumnFunction* functions;
+    bool aggregate;
+    FILE* out;
+    Aggregate& result;
+    KeyRange* inRange;
+    KeyRange* outRange;
+    double& total;
+    Counters& counters;
+
+    // one record through the column functions into the result, or dropped
+    void take(long long* keys, double value)
+    {
+        bool dropped = false;
+        for (int c = 0; c < 5; ++c) {
+            inRange[c].add(keys[c]);
+            keys[c] = functions[c](keys[c]);
+            if (keys[c] < 0) dropped = true;
+        }
+        if (dropped) {
+            ++counters.droppedRecords;
+            return;
+        }
+        result.add(keys, value);
+        total += value;
+        for (int c = 0; c < 5; ++c) outRange[c].add(keys[c]);
+    }
+};
+
+// the lines of a table counted so far
+struct LineCounts {
+    uint64_t data = 0, comment = 0, empty = 0;
+};
+
+// A yearly table in blocks of 1 MB, cut into lines in place.
+class LineBlocks {
+public:
+    explicit LineBlocks(FILE* in) : in_(in), data_(BLOCK) {}
+
+    // skips a byte order mark at the start; true when there was one
+    bool skipMark()
+    {
+        refill();
+        if (end_ >= 3 && std::memcmp(data_.data(), "\xEF\xBB\xBF", 3) == 0) {
+            begin_ = 3;
+            return true;
+        }
+        return false;
+    }
+
+    // The next line [line, stop) without its newline and the file position where it begins;
+    // false at the end of the file. whole is false for a line longer than a block.
+    bool next(const char*& line, const char*& stop, long long& at, bool& whole)
+    {
+        for (;;) {
+            if (begin_ == end_ && atEnd_) return false;
+            const char* from = data_.data() + begin_;
+            at = offset_ + static_cast<long long>(begin_);
+            whole = true;
+            if (const void* newline = std::memchr(from, '\n', end_ - begin_)) {
+                line = from;
+                stop = static_cast<const char*>(newline);
+                begin_ = size_t(stop - data_.data()) + 1;
+                return true;
+            }
+            if (atEnd_) {
+                // the last line without a newline
+                line = from;
+                stop = data_.data() + end_;
+                begin_ = end_;
+                return true;
+            }
+            if (begin_ == 0 && end_ == data_.size()) {
+                whole = false;
+                return true;
+            }
+            refill();
+        }
+    }
+
+    // goes on at a file position, after a line that the table reader took
+    void resume(long long position)
+    {
+        if (position >= offset_ && position <= offset_ + static_cast<long long>(end_)) {
+            begin_ = size_t(position - offset_);
+        } else {
+            offset_ = position;
+            begin_ = end_ = 0;
+            atEnd_ = false;
+        }
+    }
+
+private:
+    static constexpr size_t BLOCK = size_t(1) << 20;
+
+    // keeps what is left of the block and reads on behind it
+    void refill()
+    {
+        size_t keep = end_ - begin_;
+        std::memmove(data_.data(), data_.data() + begin_, keep);
+        offset_ += static_cast<long long>(begin_);
+        begin_ = 0;
+        end_ = keep;
+        // the table reader may have moved the file
+        fseeko(in_, offset_ + static_cast<long long>(end_), SEEK_SET);
+        size_t n = std::fread(data_.data() + end_, 1, data_.size() - end_, in_);
+        end_ += n;
+        if (n == 0) atEnd_ = true;
+    }
+
+    FILE* in_;
+    std::vector<char> data_;
+    size_t begin_ = 0, end_ = 0;   // the unread part of the block
+    long long offset_ = 0;         // the file position of the block's first byte
+    bool atEnd_ = false;
+};
+
+// Cuts a plain line into its six cells; false for any other number of cells.
+bool sixCells(const char* line, const char* stop, const char* (&cells)[7])
 {
+    const char sep = si::separator;
+    int n = 0;
+    cells[0] = line;
+    for (const char* p = line; p < stop; ++p)
+        if (*p == sep) {
+            if (++n == 6) return false;
+            cells[n] = p + 1;
+        }
+    if (n != 5) return false;
+    cells[6] = stop + 1;
+    return true;
+}
+
+// The five keys and the value of a plain data line, the common short keys read as they are
+// passed; false for a line that is not six cells of numbers.
+bool plainRecord(const char* line, const char* end, long long* keys, double& value)
+{
+    const char sep = si::separator;
+    const char* p = line;
+    for (int c = 0; c < 5; ++c) {
+        const char* cell = p;
+        bool negative = false;
+        if (p < end && *p == '+') ++p;
+        if (p < end && *p == '-') {
+            negative = true;
+            ++p;
+        }
+        const char* digits = p;
+        unsigned long long v = 0;
+        while (p < end && unsigned(*p - '0') < 10) v = v * 10 + unsigned(*p++ - '0');
+        if (p != digits && p - digits <= 18 && p < end && *p == sep) {
+            keys[c] = negative ? -static_cast<long long>(v) : static_cast<long long>(v);
+        } else {
+            // anything else as whole cells
+            p = static_cast<const char*>(std::memchr(cell, sep, size_t(end - cell)));
+            if (!p || !cellInteger(cell, p, keys[c])) return false;
+        }
+        ++p;
+    }
+    return cellNumber(p, end, value);
+}
+
+// A plain data line: six cells as the table reader gives them, without quotes, blanks or
+// control characters that it would take away or complain of.
+bool plainText(const char* line, const char* stop)
+{
+    for (const char* p = line; p < stop; ++p) {
+        unsigned char c = static_cast<unsigned char>(*p);
+        if (c == '"' || c == ' ' || c == '\t' || c == '\f' || c == '\v' || c == '\r' || c == 0) return false;
+    }
+    return true;
+}
+
+// A line that is not plain, through the table reader from the position where it begins: its
+// messages, its record, its count; with rest all lines to the end of the table. Returns the
+// position behind what was read.
+long long oddLine(FILE* in, long long position, bool mark, bool rest, const std::string& shown, YearSink& sink,
+                  LineCounts& counts)
+{
+    fseeko(in, position, SEEK_SET);
     char separator[2] = {si::separator, 0};
     CsvReader reader(in, separator);
+    fseeko(in, position, SEEK_SET);   // the reader looks for a byte order mark where it starts
+    reader.hadBom = mark;
+    reader.dataLines = counts.data;
+    reader.commentLines = counts.comment;
+    reader.emptyLines = counts.empty;
     char cell[CELL];
     long long keys[5];
     double value = 0;
@@ -283,8 +466,12 @@ void readYear(FILE* in, const std::string& shown, ColumnFunction* functions, boo
     std::string badText, line;
     int status;
     while ((status = reader.next(cell, sizeof cell)) > 0) {
-        if (reader.isComment) continue;
-        if (!aggregate) {
+        if (reader.isComment) {
+            if (status != '\n' || rest) continue;
+            counts.comment = reader.commentLines + 1;
+            break;
+        }
+        if (!sink.aggregate) {
             appendCell(line, cell, status);
         } else if (column < 5) {
             if (!cellInteger(cell, keys[column]) && !badCell) {
@@ -308,39 +495,93 @@ void readYear(FILE* in, const std::string& shown, ColumnFunction* functions, boo
             if (column > 6)
                 Prot::message(SEV_WARNING, "%s: Zeile %zu:%s mehr als 6 Datenspalten", shown.c_str(),
                               size_t(reader.lineNumber()), reader.currentLine().c_str());
-            if (!aggregate) {
-                csvWrite(out, line.data(), line.size());
-                ++counters.outputRecords;
+            if (!sink.aggregate) {
+                csvWrite(sink.out, line.data(), line.size());
+                ++sink.counters.outputRecords;
             } else if (badCell) {
                 Prot::message(SEV_WARNING, "%s: Zeile %zu:%s %s \"%s\" ist keine Zahl", shown.c_str(),
                               size_t(reader.lineNumber()), reader.currentLine().c_str(), badCell, badText.c_str());
             } else {
-                bool dropped = false;
-                for (int c = 0; c < 5; ++c) {
-                    inRange[c].add(keys[c]);
-                    keys[c] = functions[c](keys[c]);
-                    if (keys[c] < 0) dropped = true;
-                }
-                if (dropped) {
-                    ++counters.droppedRecords;
-                } else {
-                    result.add(keys, value);
-                    total += value;
-                    for (int c = 0; c < 5; ++c) outRange[c].add(keys[c]);
-                }
+                sink.take(keys, value);
             }
+        }
+        if (!rest) {
+            counts.data = reader.dataLines + 1;
+            break;
         }
         column = 0;
         badCell = nullptr;
         line.clear();
     }
-    if (status != -1) {
+    if (status < 0 && status != -1) {
         std::string text = reader.currentLine();
         fatal("%zu: %s: %s", size_t(reader.lineNumber()), text.c_str(), CsvReader::errorText(status).c_str());
     }
-    counters.inputRecords += reader.dataLines;
-    counters.commentLines += reader.commentLines;
-    counters.emptyLines += reader.emptyLines;
+    if (status == -1) {
+        // the reader has counted every line
+        counts.data = reader.dataLines;
+        counts.comment = reader.commentLines;
+    }
+    counts.empty = reader.emptyLines;
+    // the reader's look at the line for the messages leaves the position where it was
+    return ftello(in);
+}
+
+// Reads one yearly table: each data line through the column functions into the result, or
+// with aggregation off straight to the output. Plain lines are cut into cells in place; a
+// line with quotes, blanks, control characters, another number of cells or a cell that is no
+// number goes through the table reader, which says what is wrong with it; after many such
+// lines the reader takes the rest of the table, since it would only be sent back each time.
+void readYear(FILE* in, const std::string& shown, YearSink& sink)
+{
+    constexpr int ODD_LINES = 100;
+    int oddLines = 0;
+    LineBlocks blocks(in);
+    bool mark = blocks.skipMark();
+    LineCounts counts;
+    const char* line;
+    const char* stop;
+    const char* cells[7];
+    long long at;
+    bool whole;
+    long long keys[5];
+    double value;
+    while (blocks.next(line, stop, at, whole)) {
+        if (whole) {
+            const char* end = stop;
+            if (end > line && end[-1] == '\r') --end;
+            if (end == line) {
+                ++counts.empty;
+                continue;
+            }
+            if (*line == '#') {
+                if (end - line < CELL && !std::memchr(line, '"', size_t(end - line)) &&
+                    !std::memchr(line, 0, size_t(end - line)) && !std::memchr(line, '\r', size_t(end - line))) {
+                    ++counts.comment;
+                    continue;
+                }
+            } else if (end - line < CELL && sink.aggregate) {
+                if (plainRecord(line, end, keys, value)) {
+                    ++counts.data;
+                    sink.take(keys, value);
+                    continue;
+                }
+            } else if (end - line < CELL && sixCells(line, end, cells)) {
+                if (plainText(line, end)) {
+                    ++counts.data;
+                    std::string text(line, end);
+                    text += '\n';
+                    csvWrite(sink.out, text.data(), text.size());
+                    ++sink.counters.outputRecords;
+                    continue;
+                }
+            }
+        }
+        blocks.resume(oddLine(in, at, mark, ++oddLines > ODD_LINES, shown, sink, counts));
+    }
+    sink.counters.inputRecords += counts.data;
+    sink.counters.commentLines += counts.comment;
+    sink.counters.emptyLines += counts.empty;
 }
 
 // one line per entry of the result, in the order of the five keys
@@ -415,7 +656,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
         std::string shown;
         FILE* in = openYear(resultDir, year, year == startYear - 1, shown);
         if (!in) continue;
-        readYear(in, shown, functions, aggregate, out, result, inRange, outRange, total, counters);
+        YearSink sink{functions, aggregate, out, result, inRange, outRange, total, counters};
+        readYear(in, shown, sink);
         std::fclose(in);
     }
 

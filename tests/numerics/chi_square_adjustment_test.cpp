@@ -302,3 +302,55 @@ TEST(ChiSquareAdjustment, ZerosSingleRowsAndNegativeResults)
     EXPECT_NEAR(cut.table.b[0], 10, 1e-12);
     EXPECT_NEAR(cut.table.b[1], -8, 1e-12);
 }
+
+TEST(ChiSquareAdjustment, DirectSolutionEqualsTheDecomposition)
+{
+    // random margin tables of the household and the migration shapes, some with empty rows
+    // or empty cells, some with weights so close together that the total hardly depends on
+    // anything but the rows (its target then that of the rows scaled to their targets, else
+    // the cells would run off to millions): the result and the number of kept values must
+    // not depend on the way of solving
+    std::mt19937 gen(9001);
+    std::uniform_real_distribution<double> cell(0.0, 80.0), change(0.7, 1.3), unit(0.0, 1.0);
+    struct Shape { int R, C; double emptyRows, emptyCells, spread; };
+    for (Shape shape : {Shape{59, 4, 0, 0, 1}, Shape{59, 4, 0.2, 0.3, 1}, Shape{1, 3, 0, 0, 1}, Shape{120, 6, 0.1, 0.5, 1},
+                        Shape{30, 4, 0, 0, 1e-5}, Shape{30, 4, 0.3, 0, 1e-14}, Shape{8, 2, 0.5, 0.5, 1}}) {
+        for (int round = 0; round < 4; ++round) {
+            const int R = shape.R, C = shape.C;
+            std::vector<double> b(static_cast<size_t>(R * C)), z(static_cast<size_t>(R)), w(static_cast<size_t>(C));
+            double H = 0;
+            for (int i = 0; i < R; ++i) {
+                bool empty = unit(gen) < shape.emptyRows;
+                for (int j = 0; j < C; ++j) b[size_t(i * C + j)] = empty || unit(gen) < shape.emptyCells ? 0 : cell(gen);
+                for (int j = 0; j < C; ++j) z[size_t(i)] += b[size_t(i * C + j)];
+                z[size_t(i)] = empty ? 5 : z[size_t(i)] * change(gen);
+            }
+            for (int j = 0; j < C; ++j) w[size_t(j)] = 1.0 + shape.spread * j / (j + 2.0);
+            for (int i = 0; i < R; ++i) {
+                double row = 0;
+                for (int j = 0; j < C; ++j) row += b[size_t(i * C + j)];
+                for (int j = 0; j < C; ++j)
+                    H += w[size_t(j)] * b[size_t(i * C + j)] * (shape.spread >= 1e-3 ? change(gen) : row > 0 ? z[size_t(i)] / row : 0.0);
+            }
+            Filled fast(R, C, b, z, H, w), general(R, C, b, z, H, w);
+            AdjustmentResult r = adjustTable(fast.problem, fast.table);
+            AdjustmentResult g = adjustTableByDecomposition(general.problem, general.table);
+            ASSERT_EQ(r.outcome, g.outcome) << R << "x" << C << " round " << round;
+            EXPECT_EQ(r.kept, g.kept) << R << "x" << C << " round " << round;
+            std::vector<double> x = fast.cells(), expected = general.cells();
+            double largest = 0;
+            for (double e : expected) largest = std::max(largest, std::fabs(e));
+            for (size_t k = 0; k < x.size(); ++k)
+                EXPECT_NEAR(x[k], expected[k], 1e-10 * largest) << R << "x" << C << " round " << round << " cell " << k;
+
+            AdjustmentWork work;
+            ASSERT_EQ(createVectors(fast.problem, work), 0);
+            Filled again(R, C, b, z, H, w);
+            buildVectors(again.problem, again.table, work);
+            // without empty cells only the total that depends on the rows needs the decomposition
+            if (shape.emptyCells == 0)
+                EXPECT_EQ(solveDirectly(again.problem, work) > 0, shape.spread > 1e-10) << R << "x" << C;
+            freeWork(work);
+        }
+    }
+}

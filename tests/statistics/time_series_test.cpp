@@ -118,6 +118,36 @@ TEST(TimeSeriesTool, BadReferencesAndBadLines)
     EXPECT_EQ(s.result(), "2024;7;1;1;0;2\n");
 }
 
+TEST(TimeSeriesTool, PlainAndOddLinesMixed)
+{
+    // plain lines are cut into cells in place, the others go through the table reader: a byte
+    // order mark, a comment whose quoted cell runs over two lines, a carriage return, blanks,
+    // an empty line, a quoted key, a short line and a last line without a newline
+    Series s;
+    s.write("var/v/gem2024.csv", "\xEF\xBB\xBF#head;\"quoted\n comment\";x\n2024;1001;1;1;0;1\r\n2024; 1001 ;1;1;1;2\n\n"
+                                 "\"2024\";1001;1;1;2;4\n2024;1001;1;1;3;8\n2024;1001;1;1;4\n2024;1001;1;1;5;16");
+    RunResult r = s.zrgem({"-r", "-a", "$i,$i,$i,$i,0"});
+    EXPECT_EQ(s.result(), "2024;1001;1;1;0;31\n2025;1001;1;1;0;5\n2025;2002;1;2;0;6\n");
+    EXPECT_NE(r.out.find("var/v/gem2024.csv: Zeile 7:2024;1001;1;1;4 weniger als 6 Datenspalten\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("8 Eingabesätze + 1 Kommentarzeilen + 1 Leerzeilen\n"), std::string::npos) << r.out;
+
+    // without aggregation the lines are written as the reader gives their cells
+    s.zrgem({"-r", "-o", "all"});
+    EXPECT_EQ(s.result("all"), "2024;1001;1;1;0;1\n2024;1001;1;1;1;2\n2024;1001;1;1;2;4\n2024;1001;1;1;3;8\n"
+                               "2024;1001;1;1;5;16\n2025;1001;1;1;0;5\n2025;2002;1;2;95;6\n");
+
+    // a table of many odd lines goes to the reader as a whole after a while
+    std::string odd;
+    for (int age = 0; age < 150; ++age) odd += "2024; 1001;1;1;" + std::to_string(age) + ";1\n";
+    s.write("var/v/gem2024.csv", odd + "#tail\n2024;1001;1;1;7\n2024;1001;1;1;150;2\n");
+    r = s.zrgem({"-r", "-a", "$i,$i,$i,$i,0"});
+    EXPECT_EQ(s.result(), "2024;1001;1;1;0;152\n2025;1001;1;1;0;5\n2025;2002;1;2;0;6\n");
+    EXPECT_NE(r.out.find("var/v/gem2024.csv: Zeile 152:2024;1001;1;1;7 weniger als 6 Datenspalten\n"), std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("154 Eingabesätze + 1 Kommentarzeilen\n"), std::string::npos) << r.out;
+}
+
 TEST(TimeSeriesTool, YearBeforeThroughALinkAndTheUsage)
 {
     Series s;
