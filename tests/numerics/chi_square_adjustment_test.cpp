@@ -348,8 +348,9 @@ TEST(ChiSquareAdjustment, DirectSolutionEqualsTheDecomposition)
             Filled again(R, C, b, z, H, w);
             buildVectors(again.problem, again.table, work);
             // without empty cells only the total that depends on the rows needs the decomposition
-            if (shape.emptyCells == 0)
+            if (shape.emptyCells == 0) {
                 EXPECT_EQ(solveDirectly(again.problem, work) > 0, shape.spread > 1e-10) << R << "x" << C;
+            }
             freeWork(work);
         }
     }
