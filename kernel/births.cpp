@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "platform/dictionary.h"
@@ -261,13 +262,20 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
     // births, so that the table is looked up once per region and not once per mothers' age
     std::vector<double> regionBorn(nbg * ngg);
     for (size_t z = 0; z < ngz; ++z) {
+        // the mothers of the next region are fetched while this region is computed
+        if (lowest >= 0 && z + 1 < ngz && !C.BG40.sparse)
+            for (size_t b = 0; b < nbg; ++b) {
+                const double* next = std::as_const(C.BG40).row(z + 1, b, mothers);
+                for (int a = lowest; a <= highest; a += 8) __builtin_prefetch(next + a);
+                __builtin_prefetch(next + highest);
+            }
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
         std::fill(regionBorn.begin(), regionBorn.end(), 0.0);
         for (size_t b = 0; b < nbg && lowest >= 0; ++b) {
             // outside the ages of the fertility table no rate is other than 0
             const std::vector<double>& rates = PR2G[tyg][b];
-            const double* women = C.BG40.sparse ? nullptr : C.BG40.dense[z][b][mothers].data();
+            const double* women = std::as_const(C.BG40).row(z, b, mothers);
             const std::vector<double>& childGroup = QR2G[tyg][b];
             auto& ofType = DG4BGWG_[tyg][b];
             auto& ofRegion = bgwgOfRegion[z][b];
@@ -323,7 +331,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         }
         for (size_t ch = 0; ch < nbg; ++ch)
             for (size_t g = 0; g < ngg; ++g)
-                if (regionBorn[ch * ngg + g] != 0) DG3G.add(z, ch, g, 0, regionBorn[ch * ngg + g]);
+                if (regionBorn[ch * ngg + g] != 0) DG3G.addInOrder(z, ch, g, 0, regionBorn[ch * ngg + g]);
     }
 
     // 8. the birth targets

@@ -13,6 +13,7 @@
 #include <string>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "platform/safe_output.h"
@@ -450,6 +451,21 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
         const size_t t = Z(C.region(z).tys);
         if (t >= ntys) return;
         const auto& rate = C.PR3S[t];
+        if (!montecarlo && !C.BG40.sparse && !DG4S.sparse) {
+            // cohort by cohort, the deaths of each age by its rate
+            for (size_t b = 0; b < nbg; ++b)
+                for (size_t g = 0; g < ngg; ++g) {
+                    const double* w = std::as_const(C.BG40).row(Z(z), b, g);
+                    const std::vector<double>& r = rate[b][g];
+                    double* d = DG4S.row(Z(z), b, g);
+                    for (size_t a = 0; a < nag; ++a)
+                        if (w[a] != 0 && r[a] != 0) {
+                            double x = -(w[a] * r[a]);
+                            if (x != 0) d[a] = x;
+                        }
+                }
+            return;
+        }
         C.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double w) {
             double r = rate[b][g][a];
             if (r == 0) return;

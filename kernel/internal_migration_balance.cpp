@@ -293,7 +293,7 @@ void IPF_large(Orvane& c)
         ITP.row(c, k + 1, norm, first.exists() ? entropyOf(c.DR4FB, first) : 0, SKF);
         if (ini::EPS > norm) break;
         if (k >= ini::NITER) {
-            Prot::message(SEV_WARNING, "@rk2abg_fmt1300; (NITER %d, NORM %g, EPS %g)", ini::NITER, norm, ini::EPS);
+            Prot::message(SEV_WARNING, "@rk2abg_fmt1300;", ini::NITER, norm, ini::EPS);
             break;
         }
         os::parallelFor(0, c.NTYB, [&](int v) {
@@ -340,7 +340,7 @@ void IPF_list(Orvane& c)
         ITP.row(c, k + 1, norm, 0, SKF);
         if (ini::EPS > norm) break;
         if (k >= ini::NITER) {
-            Prot::message(SEV_WARNING, "@rk2abg_fmt1300; (NITER %d, NORM %g, EPS %g)", ini::NITER, norm, ini::EPS);
+            Prot::message(SEV_WARNING, "@rk2abg_fmt1300;", ini::NITER, norm, ini::EPS);
             break;
         }
         for (FBElem& e : c.DR4FBs.elems) e.value *= SKF[e.tybn];

@@ -215,7 +215,7 @@ int abgleichInnenwanderung(TypeFit& f)
         laPrint(3, FAN, "C.NGZt\0", "FAN", LA_RATE);
         if (EPS > ENORM) break;
         if (k - 1 >= NITER) {
-            Prot::message(SEV_WARNING, "@rk2abg_fmt1300; (NITER %d, ENORM %g, EPS %g)", NITER, ENORM, EPS);
+            Prot::message(SEV_WARNING, "@rk2abg_fmt1300;", NITER, ENORM, EPS);
             Prot::writeln(3, "</li>\n");
             break;
         }

@@ -81,6 +81,23 @@ public:
         }
     }
 
+    // add for elements reached in key order, as a loop over regions, groups, sexes and ages
+    // reaches them: a sparse table appends a new key behind the last without searching
+    void addInOrder(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
+        if (!sparse || v == 0) {
+            add(gz, bg, gg, ag, v);
+            return;
+        }
+        uint64_t k = GemKey::make(gz, bg, gg, ag);
+        if (cells.empty() || cells.rbegin()->first < k)
+            cells.emplace_hint(cells.end(), k, v);
+        else
+            add(gz, bg, gg, ag, v);
+    }
+    // the ages of one cohort of a dense table, nullptr for a sparse one
+    double* row(size_t gz, size_t bg, size_t gg) { return sparse ? nullptr : dense[gz][bg][gg].data(); }
+    const double* row(size_t gz, size_t bg, size_t gg) const { return sparse ? nullptr : dense[gz][bg][gg].data(); }
+
     // every element that is not 0, in index order (dense) or key order (sparse), which is
     // the same order: f(gz, bg, gg, ag, value)
     template <class F> void forEach(F&& f) const {

@@ -92,9 +92,20 @@ void ageWithoutSpecialGroups(Orvane& c)
     }
     regionLoop(c, false, [&](int z) {
         int step = ageStep(c, z);
-        c.BGEM.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
-            c.BG40.add(Z(z), b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
-        });
+        if (c.BGEM.sparse || c.BG40.sparse) {
+            c.BGEM.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
+                c.BG40.add(Z(z), b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
+            });
+            return;
+        }
+        // cohort by cohort: each age moves up by the region's step, the last age collects
+        for (int b = 0; b < c.NBG; ++b)
+            for (int g = 0; g < c.NGG; ++g) {
+                const double* from = std::as_const(c.BGEM).row(Z(z), Z(b), Z(g));
+                double* to = c.BG40.row(Z(z), Z(b), Z(g));
+                for (int a = 0; a <= last; ++a)
+                    if (from[a] != 0) to[std::min(last, a + step)] += from[a];
+            }
     });
 }
 
