@@ -11,7 +11,7 @@ using BlockSink = void (*)(FILE* file, const char* data, size_t length);
 
 class BlockWriter {
 public:
-    static constexpr size_t BLOCK = size_t(1) << 20;
+    static constexpr size_t BLOCK = size_t(1) << 18;
     explicit BlockWriter(FILE* file, BlockSink sink = nullptr);
     ~BlockWriter() { flush(); }
     BlockWriter(const BlockWriter&) = delete;
