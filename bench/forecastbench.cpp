@@ -22,12 +22,15 @@
 //                                        trace gives the time of each year step less the writing of
 //                                        its outputs, and the same ageing, births and deaths are
 //                                        computed on plain arrays of the same shape here
+//   forecastbench --floor [regions ...]  a serial run of the natural change against formatting its
+//                                        results again with std::to_chars and writing them
 //   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
 #include <algorithm>
 #include <cstdio>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <ctime>
 #include <cstdlib>
@@ -181,6 +184,9 @@ double parseClock(const std::string& text)
     return total;
 }
 
+// CPU seconds of the last case run
+double lastCpu = 0;
+
 // with the trace on, the run's protocol gives the wall time of every scope of every year
 bool traceOn = false;
 
@@ -230,7 +236,11 @@ bool runCase(const fs::path& app, const fs::path& root, int n, bool parallel)
     writeFile(root / "Data" / "veldor.ini",
               "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
     generate(n, root / "var");
+    // the results of the case before are on the disk first: otherwise their writing back
+    // throttles this run's writes, and the order of the cases decides the figures
+    sync();
     Measure m = run(root, parallel);
+    lastCpu = m.cpu;
     auto bytes = resultBytes(root / "var" / "v");
     if (m.status != 0 || m.seconds < 0 || bytes.count("gem<y>.csv") == 0) {
         std::ifstream log(root / "run.log");
@@ -330,6 +340,97 @@ double bareArithmetic(int n, int years)
     return seconds;
 }
 
+// The floor of writing the results: every number of the result tables of a finished run
+// formatted again with std::to_chars (whole numbers as integers, the others in the general form
+// with the 15 digits of %.15g) into lines, and the
+// lines written to a new file in large blocks. Reading and parsing the tables is not counted;
+// the CPU time of the formatting and the writing (user and system) is.
+double formatFloor(const fs::path& dir)
+{
+    double seconds = 0;
+    std::vector<char> block(size_t(1) << 18);
+    for (const auto& e : fs::directory_iterator(dir)) {
+        if (!e.is_regular_file() || e.path().extension() != ".csv") continue;
+        std::ifstream in(e.path(), std::ios::binary);
+        fs::path copy = dir / ("floor-" + e.path().filename().string() + ".tmp");
+        FILE* out = std::fopen(copy.c_str(), "wb");
+        if (!out) continue;
+        std::setvbuf(out, nullptr, _IONBF, 0);
+        std::string line;
+        std::vector<double> values;
+        std::vector<unsigned char> cellsPerLine;
+        std::vector<std::string> verbatim;   // heads and comments, in their place
+        auto flushChunk = [&] {
+            timespec t0, t1;
+            clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t0);
+            size_t used = 0, v = 0, text = 0;
+            for (unsigned char cells : cellsPerLine) {
+                if (used + 1024 > block.size()) {
+                    std::fwrite(block.data(), 1, used, out);
+                    used = 0;
+                }
+                if (cells == 0) {
+                    const std::string& t = verbatim[text++];
+                    std::fwrite(block.data(), 1, used, out);
+                    used = 0;
+                    std::fwrite(t.data(), 1, t.size(), out);
+                    continue;
+                }
+                for (unsigned char c = 0; c < cells; ++c) {
+                    // keys and whole numbers as integers, the rest in the general form
+                    double x = values[v++];
+                    char* at = block.data() + used;
+                    auto r = x == std::trunc(x) && std::fabs(x) < 9e15
+                                 ? std::to_chars(at, block.data() + block.size(), static_cast<long long>(x))
+                                 : std::to_chars(at, block.data() + block.size(), x, std::chars_format::general, 15);
+                    used = static_cast<size_t>(r.ptr - block.data());
+                    block[used++] = c + 1 < cells ? ';' : '\n';
+                }
+            }
+            std::fwrite(block.data(), 1, used, out);
+            clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t1);
+            seconds += double(t1.tv_sec - t0.tv_sec) + double(t1.tv_nsec - t0.tv_nsec) / 1e9;
+            values.clear();
+            cellsPerLine.clear();
+            verbatim.clear();
+        };
+        while (std::getline(in, line)) {
+            bool number = !line.empty() && (std::isdigit(static_cast<unsigned char>(line[0])) || line[0] == '-');
+            if (!number) {
+                verbatim.push_back(line + "\n");
+                cellsPerLine.push_back(0);
+            } else {
+                unsigned char cells = 0;
+                const char* p = line.c_str();
+                while (*p) {
+                    char* end;
+                    values.push_back(std::strtod(p, &end));
+                    ++cells;
+                    p = *end ? end + 1 : end;
+                }
+                cellsPerLine.push_back(cells);
+            }
+            if (cellsPerLine.size() >= 100000) flushChunk();
+        }
+        flushChunk();
+        std::fclose(out);
+        fs::remove(copy);
+    }
+    return seconds;
+}
+
+// a serial run against the floor of formatting and writing its results; false when the run failed
+bool runFloorCase(const fs::path& app, const fs::path& root, int n)
+{
+    if (!runCase(app, root, n, false)) return false;
+    double run = lastCpu, floor = formatFloor(root / "var" / "v");
+    fs::remove_all(root);
+    printf("%-8d %-6d floor: to_chars and writing the same results %.2f s of CPU, the run %.2f s: %.2fx\n", n, YEARS,
+           floor, run, floor > 0 ? run / floor : 0.0);
+    fflush(stdout);
+    return true;
+}
+
 // the year step of the natural change against its bare arithmetic; false when the run failed
 bool runStepCase(const fs::path& app, const fs::path& root, int n)
 {
@@ -354,7 +455,7 @@ bool runStepCase(const fs::path& app, const fs::path& root, int n)
 int main(int argc, char** argv)
 {
     std::vector<int> sizes;
-    bool all = false, step = false;
+    bool all = false, step = false, floor = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--migration" || a == "--building") {
@@ -365,6 +466,8 @@ int main(int argc, char** argv)
             YEARS = std::max(1, std::atoi(argv[++i]));
         } else if (a == "--step") {
             step = true;
+        } else if (a == "--floor") {
+            floor = true;
         } else if (a == "--all") {
             all = true;
         } else if (a == "--generate" && i + 2 < argc) {
@@ -385,9 +488,9 @@ int main(int argc, char** argv)
     fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
     printf("%-8s %-6s %-10s %-7s %8s %8s %8s %10s %8s  %s\n", "regions", "years", "modules", "mode", "cpu s", "wall s",
            "peak MB", "results MB", "MB/s", "by file (MB)");
-    if (step) {
+    if (step || floor) {
         for (int n : sizes)
-            if (!runStepCase(app, root, n)) return 1;
+            if (!(step ? runStepCase(app, root, n) : runFloorCase(app, root, n))) return 1;
         fs::remove_all(root);
         return 0;
     }
