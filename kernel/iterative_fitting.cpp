@@ -51,7 +51,7 @@ void demandOf(const TypeFit& f, Demand& d)
     d.SSUMFI.make("SSUMFI", {n}, 0.0);
     d.PIN.make("PIN", {n, 6}, 0.0);
     if (f.sparse) {
-        for (const FIElem& e : f.DG5FIs) d.SSUMFI[e.zn] += e.value;
+        f.DG5FIs.columnSums(d.SSUMFI);
     } else {
         // one body per destination: the column over all origins
         os::parallelFor(0, static_cast<int>(n), [&](int zn) {
@@ -103,7 +103,7 @@ void rowSums(const TypeFit& f, LA4& into)
     if (f.STAYER.exists()) into = f.STAYER;
     into.name = "ZSUMFI";
     if (f.sparse) {
-        for (const FIElem& e : f.DG5FIs) into[e.zv][e.bg][e.gg()][e.ag()] += e.value;
+        f.DG5FIs.addRowSums(into);
         return;
     }
     os::parallelFor(0, static_cast<int>(n), [&](int zv) {
@@ -221,7 +221,7 @@ int abgleichInnenwanderung(TypeFit& f)
         }
         // f. the columns to the limits
         if (f.sparse) {
-            for (FIElem& e : f.DG5FIs) e.value *= FAN[e.zn];
+            f.DG5FIs.scaleDestinations(FAN);
         } else {
             os::parallelFor(0, static_cast<int>(n), [&](int zv) {
                 auto& row = f.DG5FI[size_t(zv)];
@@ -243,7 +243,7 @@ int abgleichInnenwanderung(TypeFit& f)
             });
         laPrint(4, FAKZFI, REGION_NAMES, "Faktoren ZSUM0FI/ZSUMFI für Zeilenabgleich DG5FI", LA_RATE);
         if (f.sparse) {
-            for (FIElem& e : f.DG5FIs) e.value *= FAKZFI[e.zv][e.bg][e.gg()][e.ag()];
+            f.DG5FIs.scaleOrigins(FAKZFI);
         } else {
             os::parallelFor(0, static_cast<int>(n), [&](int zv) {
                 const auto& fak = FAKZFI[size_t(zv)];
