@@ -49,15 +49,12 @@ TypeFit randomType(std::mt19937& rng, bool sparse)
     std::vector<double> demand(N, 0.0);
     double total = 0, targets = 0;
     for (size_t zv = 0; zv < N; ++zv)
-        for (size_t zn = 0; zn < N; ++zn)
-            for (size_t g = 0; g < NGG; ++g)
-                for (size_t a = 0; a < NAG; ++a) demand[zn] += shares[zn] * moves[zv][0][g][a];
-    for (size_t z = 0; z < N; ++z) {
-        for (size_t g = 0; g < NGG; ++g)
-            for (size_t a = 0; a < NAG; ++a) demand[z] += f.STAYER[z][0][g][a] + f.DG4ZB[z][0][g][a];
-        total += demand[z];
-        targets += demand[z] *= move(rng);
-    }
+        for (size_t c = 0; c < NGG * NAG; ++c) {
+            const size_t g = c / NAG, a = c % NAG;
+            for (size_t zn = 0; zn < N; ++zn) demand[zn] += shares[zn] * moves[zv][0][g][a];
+            demand[zv] += f.STAYER[zv][0][g][a] + f.DG4ZB[zv][0][g][a];
+        }
+    for (double& d : demand) total += d, targets += d *= move(rng);
     f.BG2A.make("BG2A", {2, N}, 0.0);
     for (size_t z = 0; z < N; ++z) {
         f.BG2A[0][z] = demand[z] * total / targets * 0.98;
@@ -99,11 +96,10 @@ TEST(RegionFlowList, FitsAndBooksLikeTheDenseTable)
         worst = std::max(worst, relative(e.value, dense.DG5FI[e.zv][e.zn][e.bg][e.gg()][e.ag()]));
     });
     for (size_t z = 0; z < N; ++z)
-        for (size_t g = 0; g < NGG; ++g)
-            for (size_t a = 0; a < NAG; ++a) {
-                worst = std::max(worst, relative(list.STAYER[z][0][g][a], dense.STAYER[z][0][g][a]));
-                worst = std::max(worst, relative(list.DG4ZB[z][0][g][a], dense.DG4ZB[z][0][g][a]));
-            }
+        for (size_t c = 0; c < NGG * NAG; ++c) {
+            worst = std::max(worst, relative(list.STAYER[z][0][c / NAG][c % NAG], dense.STAYER[z][0][c / NAG][c % NAG]));
+            worst = std::max(worst, relative(list.DG4ZB[z][0][c / NAG][c % NAG], dense.DG4ZB[z][0][c / NAG][c % NAG]));
+        }
     EXPECT_LT(worst, 1e-12);
 
     // moves to and from the other regions, against the dense table summed pair by pair
