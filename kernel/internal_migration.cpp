@@ -379,14 +379,9 @@ void internalMigrationRegions(MonteCarlo& mc, Orvane& c, YearStep& y)
             });
             f.DG5FI.forEach([&](double v) { stored += v != 0; });
         } else if (pairs) {
-            for (size_t zv = 0; zv < n; ++zv)
-                for (size_t zn = 0; zn < n; ++zn) {
-                    const double s = shareOf(zn);
-                    if (s == 0) continue;
-                    cohorts(DG3OI[zv], [&](size_t b, size_t g, size_t a, double x) {
-                        if (x != 0) f.DG5FIs.push_back(FIElem::make(zv, zn, b, g, a, s * x));
-                    });
-                }
+            std::vector<double> shares(n);
+            for (size_t zn = 0; zn < n; ++zn) shares[zn] = shareOf(zn);
+            f.DG5FIs.make(DG3OI, std::move(shares));
             stored = f.DG5FIs.size();
         }
         if (pairs)
@@ -434,12 +429,21 @@ void internalMigrationRegions(MonteCarlo& mc, Orvane& c, YearStep& y)
                 });
             }
         } else if (sparse) {
-            for (const FIElem& e : f.DG5FIs) {
-                if (e.zv == e.zn || e.value == 0) continue;
-                y.DG4OI.add(Z(regions[e.zv]), e.bg, e.gg(), e.ag(), -e.value);
-                y.DG4II.add(Z(regions[e.zn]), e.bg, e.gg(), e.ag(), e.value);
-                flowRow(c, regions[e.zv], regions[e.zn], e.bg, e.gg(), e.ag(), e.value);
+            LA4 away, from;
+            f.DG5FIs.betweenRegions(away, from);
+            for (size_t zt = 0; zt < n; ++zt) {
+                cohorts(away[zt], [&](size_t b, size_t g, size_t a, double v) {
+                    if (v != 0) y.DG4OI.add(Z(regions[zt]), b, g, a, -v);
+                });
+                cohorts(from[zt], [&](size_t b, size_t g, size_t a, double v) {
+                    if (v != 0) y.DG4II.add(Z(regions[zt]), b, g, a, v);
+                });
             }
+            // the flow recorder takes every pair of different regions
+            if (c.gstrom)
+                f.DG5FIs.forEach([&](const FIElem& e) {
+                    if (e.zv != e.zn) flowRow(c, regions[e.zv], regions[e.zn], e.bg, e.gg(), e.ag(), e.value);
+                });
         } else {
             for (size_t zv = 0; zv < n; ++zv)
                 for (size_t zn = 0; zn < n; ++zn) {

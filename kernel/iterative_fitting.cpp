@@ -47,11 +47,14 @@ struct Demand {
 void demandOf(const TypeFit& f, Demand& d)
 {
     const size_t n = f.regions.size();
-    d.BG2N.make("BG2N", {n}, 0.0);
-    d.SSUMFI.make("SSUMFI", {n}, 0.0);
-    d.PIN.make("PIN", {n, 6}, 0.0);
+    // made at the first call; every element is written anew below
+    if (d.PIN.size() != n || !d.PIN.exists()) {
+        d.BG2N.make("BG2N", {n}, 0.0);
+        d.SSUMFI.make("SSUMFI", {n}, 0.0);
+        d.PIN.make("PIN", {n, 6}, 0.0);
+    }
     if (f.sparse) {
-        for (const FIElem& e : f.DG5FIs) d.SSUMFI[e.zn] += e.value;
+        f.DG5FIs.columnSums(d.SSUMFI);
     } else {
         // one body per destination: the column over all origins
         os::parallelFor(0, static_cast<int>(n), [&](int zn) {
@@ -95,15 +98,16 @@ LA4 totalsByGroup(const char* name, const TypeFit& f)
     return s;
 }
 
-// the row sums of the flows plus the stayers, by origin and cohort
+// the row sums of the flows plus the stayers, by origin and cohort, into the storage into already
+// holds when it has the shape
 void rowSums(const TypeFit& f, LA4& into)
 {
     const size_t n = f.regions.size();
-    into = regionCohorts("ZSUMFI", f, n);
-    if (f.STAYER.exists()) into = f.STAYER;
-    into.name = "ZSUMFI";
+    if (into.size() != n || !into.exists()) into = regionCohorts("ZSUMFI", f, n);
+    for (size_t z = 0; z < n; ++z)
+        cohorts(into[z], [&](size_t b, size_t g, size_t a, double& v) { v = f.STAYER.exists() ? f.STAYER[z][b][g][a] : 0; });
     if (f.sparse) {
-        for (const FIElem& e : f.DG5FIs) into[e.zv][e.bg][e.gg()][e.ag()] += e.value;
+        f.DG5FIs.addRowSums(into);
         return;
     }
     os::parallelFor(0, static_cast<int>(n), [&](int zv) {
@@ -198,6 +202,7 @@ int abgleichInnenwanderung(TypeFit& f)
 
     // 5. and 6. columns and rows in turn
     LA1 FAN("FAN", {n}, 1.0);
+    LA4 ZSUMFI = regionCohorts("ZSUMFI", f, n), FAKZFI = regionCohorts("FAKZFI", f, n);
     Prot::writeln(3, "@iteration; - @ENORM;\n<ol>\n");
     int k = 0;
     for (;;) {
@@ -221,7 +226,7 @@ int abgleichInnenwanderung(TypeFit& f)
         }
         // f. the columns to the limits
         if (f.sparse) {
-            for (FIElem& e : f.DG5FIs) e.value *= FAN[e.zn];
+            f.DG5FIs.scaleDestinations(FAN);
         } else {
             os::parallelFor(0, static_cast<int>(n), [&](int zv) {
                 auto& row = f.DG5FI[size_t(zv)];
@@ -234,16 +239,14 @@ int abgleichInnenwanderung(TypeFit& f)
         laPrint(4, f.DG4ZB, REGION_NAMES, "@DG4ZB; DG4ZB (Anteil TYB nach Spaltenabgleich)");
 
         // g. and h. each region sends what it sent before
-        LA4 ZSUMFI;
         rowSums(f, ZSUMFI);
-        LA4 FAKZFI = regionCohorts("FAKZFI", f, n);
         for (size_t z = 0; z < n; ++z)
             cohorts(FAKZFI[z], [&](size_t b, size_t g, size_t a, double& x) {
                 x = safe(ZSUM0FI[z][b][g][a], ZSUMFI[z][b][g][a], 1);
             });
         laPrint(4, FAKZFI, REGION_NAMES, "Faktoren ZSUM0FI/ZSUMFI für Zeilenabgleich DG5FI", LA_RATE);
         if (f.sparse) {
-            for (FIElem& e : f.DG5FIs) e.value *= FAKZFI[e.zv][e.bg][e.gg()][e.ag()];
+            f.DG5FIs.scaleOrigins(FAKZFI);
         } else {
             os::parallelFor(0, static_cast<int>(n), [&](int zv) {
                 const auto& fak = FAKZFI[size_t(zv)];

@@ -162,3 +162,97 @@ void GemTable::scaleRegions(const std::function<double(size_t gz)>& factorOf)
                 for (double& v : g) v *= f;
     }
 }
+
+namespace {
+
+// every cohort of a table of one region: f(b, g, a, value&)
+template <class T, class F> void eachCohort(T& r, F&& f)
+{
+    for (size_t b = 0; b < r.size(); ++b)
+        for (size_t g = 0; g < r[b].size(); ++g)
+            for (size_t a = 0; a < r[b][g].size(); ++a) f(b, g, a, r[b][g][a]);
+}
+
+} // namespace
+
+void FIList::make(const LA4& moves, std::vector<double> shares)
+{
+    origin = moves;
+    origin.name = name;
+    destination = std::move(shares);
+}
+
+void FIList::clear()
+{
+    origin.release();
+    std::vector<double>().swap(destination);
+}
+
+size_t FIList::size() const
+{
+    size_t rows = 0, columns = 0;
+    origin.forEach([&rows](double v) { rows += v != 0; });
+    for (double s : destination) columns += s != 0;
+    return rows * columns;
+}
+
+void FIList::scaleDestinations(const std::vector<double>& factor)
+{
+    for (size_t zn = 0; zn < destination.size(); ++zn) destination[zn] *= factor[zn];
+}
+
+void FIList::scaleOrigins(const LA4& factor)
+{
+    for (size_t zv = 0; zv < origin.size(); ++zv)
+        eachCohort(origin[zv], [&](size_t b, size_t g, size_t a, double& v) {
+            if (v != 0) v *= factor[zv][b][g][a];
+        });
+}
+
+void FIList::addRowSums(LA4& into) const
+{
+    double all = 0;
+    for (double s : destination) all += s;
+    for (size_t zv = 0; zv < origin.size(); ++zv)
+        eachCohort(origin[zv], [&](size_t b, size_t g, size_t a, double v) {
+            if (v != 0) into[zv][b][g][a] += v * all;
+        });
+}
+
+void FIList::columnSums(std::vector<double>& into) const
+{
+    const double all = origin.sum();
+    into.assign(destination.size(), 0.0);
+    for (size_t zn = 0; zn < destination.size(); ++zn) into[zn] = destination[zn] * all;
+}
+
+void FIList::betweenRegions(LA4& out, LA4& in) const
+{
+    const size_t n = destination.size();
+    out = origin;
+    in = origin;
+    if (n == 0) return;
+    // the weights of all destinations but one, and the origins of all but one, summed without
+    // taking the one away again: the part before it plus the part after it
+    std::vector<double> after(n + 1, 0.0);
+    for (size_t z = n; z-- > 0;) after[z] = after[z + 1] + destination[z];
+    double before = 0;
+    for (size_t zv = 0; zv < n; ++zv) {
+        const double others = before + after[zv + 1];
+        eachCohort(out[zv], [&](size_t, size_t, size_t, double& v) { v *= others; });
+        before += destination[zv];
+    }
+    // in[z] first holds the origins after z, then the origins of all others times z's weight
+    eachCohort(in[n - 1], [](size_t, size_t, size_t, double& v) { v = 0; });
+    for (size_t z = n - 1; z-- > 0;)
+        eachCohort(in[z], [&](size_t b, size_t g, size_t a, double& v) { v = in[z + 1][b][g][a] + origin[z + 1][b][g][a]; });
+    std::vector<double> prefix;
+    for (size_t zn = 0; zn < n; ++zn) {
+        size_t i = 0;
+        if (prefix.empty()) eachCohort(origin[zn], [&](size_t, size_t, size_t, double) { prefix.push_back(0); });
+        eachCohort(in[zn], [&](size_t b, size_t g, size_t a, double& v) {
+            v = destination[zn] * (prefix[i] + v);
+            prefix[i++] += origin[zn][b][g][a];
+        });
+    }
+}

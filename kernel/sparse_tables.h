@@ -209,3 +209,48 @@ struct FIElem {
     unsigned gg() const { return ggag & 0xF; }
     unsigned ag() const { return ggag >> 4; }
 };
+
+// The list form of the flows between the regions of one type (DG5FIs). A flow is laid out as
+// the moves of its origin zv in a cohort times the share of its destination zn, and the fit only
+// ever scales all flows into a destination (columns) or all flows of an origin in a cohort
+// (rows). So every element stays the product of an origin value and a destination weight, and
+// the list is held as these two factors: it grows with the regions of the type, not with their
+// pairs, and a pass of the fit costs as much. The elements are made when the list is walked, in
+// list order (zv, zn, BG, GG, AG); an element whose origin value or destination weight is 0 is
+// not in the list.
+class FIList {
+public:
+    std::string name = "DG5FIs";
+    LA4 origin{"DG5FIs"};              // zv, BG, GG, AG
+    std::vector<double> destination;  // zn
+
+    // the list of the flows origin[zv] * shares[zn]
+    void make(const LA4& moves, std::vector<double> shares);
+    void clear();
+    bool empty() const { return destination.empty(); }
+    // the number of elements: the non-zero origin values times the non-zero destination weights
+    size_t size() const;
+    // every element in list order: f(const FIElem&)
+    template <class F> void forEach(F&& f) const {
+        for (size_t zv = 0; zv < origin.size(); ++zv)
+            for (size_t zn = 0; zn < destination.size(); ++zn) {
+                const double s = destination[zn];
+                if (s == 0) continue;
+                const auto& r = origin[zv];
+                for (size_t b = 0; b < r.size(); ++b)
+                    for (size_t g = 0; g < r[b].size(); ++g)
+                        for (size_t a = 0; a < r[b][g].size(); ++a)
+                            if (r[b][g][a] != 0) f(FIElem::make(zv, zn, b, g, a, r[b][g][a] * s));
+            }
+    }
+    // every flow into zn times factor[zn]
+    void scaleDestinations(const std::vector<double>& factor);
+    // every flow of zv in a cohort times factor[zv][cohort]
+    void scaleOrigins(const LA4& factor);
+    // into[zv][cohort] += the flows of zv in the cohort to all regions
+    void addRowSums(LA4& into) const;
+    // into[zn] = the flows into zn from all regions in all cohorts
+    void columnSums(std::vector<double>& into) const;
+    // by region and cohort, the flows to the other regions (out) and from them (in), both positive
+    void betweenRegions(LA4& out, LA4& in) const;
+};

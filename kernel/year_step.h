@@ -151,7 +151,7 @@ struct TypeFit {
     size_t nbg = 0, ngg = 0, nag = 0;
     bool sparse = false;                // DG5FIs instead of DG5FI
     LA5 DG5FI{"DG5FI"};                 // zv, zn, BG, GG, AG
-    std::vector<FIElem> DG5FIs;
+    FIList DG5FIs;                      // the same as the product of origins and destinations
     LA4 STAYER{"STAYER"}, DG4ZB{"DG4ZB"}, DG4IBR{"DG4IBR"}, DG4ZA{"DG4ZA"};  // zt, BG, GG, AG; IBR, ZA may be absent
     LA2 BG2A{"BG2A"};                   // lower and upper limit of each region
 };
