@@ -213,7 +213,9 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
     Prot::writeln(2, "@rk3a_inp_fmt1000;", periodLabel(JAHR - 1), periodLabel(JAHR));
     LA4 DG4BGWG_("DG4BGWG_", {ntyg, nbg, nbg, ngg}, 0.0);
     // the same per region, so that each region's target factor reaches its own children
-    LA4 bgwgOfRegion("DG4BGWG_", {ngz, nbg, nbg, ngg}, 0.0);
+    // (only targets per region need it)
+    LA4 bgwgOfRegion("DG4BGWG_");
+    if (G_() >= 2) bgwgOfRegion.make({ngz, nbg, nbg, ngg}, 0.0);
     GemTable DG4GAM_("DG4GAM_");
     if (gam) c.makeGem(DG4GAM_, "DG4GAM_");
 
@@ -278,7 +280,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
             const double* women = std::as_const(C.BG40).row(z, b, mothers);
             const std::vector<double>& childGroup = QR2G[tyg][b];
             auto& ofType = DG4BGWG_[tyg][b];
-            auto& ofRegion = bgwgOfRegion[z][b];
+            auto* ofRegion = bgwgOfRegion.exists() ? &bgwgOfRegion[z][b] : nullptr;
             for (size_t a = Z(lowest); a <= Z(highest); ++a) {
                 double w = women ? women[a] : C.BG40.get(z, b, mothers, a);
                 if (w == 0) continue;
@@ -323,7 +325,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
                         if (x == 0) continue;
                         regionBorn[ch * ngg + g] += x;
                         ofType[ch][g] += x;
-                        ofRegion[ch][g] += x;
+                        if (ofRegion) (*ofRegion)[ch][g] += x;
                     }
                     if (gam) DG4GAM_.set(z, b, g, a, born[g]);
                 }

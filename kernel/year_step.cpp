@@ -396,6 +396,16 @@ void negativeResults(MonteCarlo& mc, Orvane& c)
     const bool special = !_(R_0) && c.BG40DSG.exists();
     std::vector<std::vector<Negative>> found(Z(c.NGZ));
     auto scan = [&](int z) {
+        if (!special && !c.BG40.sparse) {
+            // the limit is 0: only elements below 0, row by row
+            for (int b = 0; b < c.NBG; ++b)
+                for (int g = 0; g < c.NGG; ++g) {
+                    const double* r = std::as_const(c.BG40).row(Z(z), Z(b), Z(g));
+                    for (int a = 0; a < c.NAG; ++a)
+                        if (r[a] < 0) found[Z(z)].push_back({z, b, g, a, r[a], 0.0});
+                }
+            return;
+        }
         c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
             double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
             if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
