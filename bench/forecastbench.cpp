@@ -56,6 +56,10 @@ int movements = 0;
 // internal migration with limits of regions: 0 none, 1 dense in 50 types, 2 list forms in one type
 int internal = 0;
 
+// with the trace on, the run's protocol gives the wall time of every scope of every year; the
+// option that turns it on turns on the parallel loops as well, so such a run is kept to one core
+bool traceOn = false;
+
 void writeFile(const fs::path& p, const std::string& text)
 {
     fs::create_directories(p.parent_path());
@@ -114,9 +118,11 @@ void generate(int n, const fs::path& dir)
         return;
     }
     ini << "[DEFAULTS]\nRUNFORECAST=1\nSTARTJAHR=" << START << "\nENDJAHR=" << START + YEARS - 1
-        << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nABEW=1\nABEWGEM=1\nAusgabeNull=0\nSTRunden=0\nDIFF_G=13\nDIFF_BG=1\n"
-           "DIFF_GG=1\nDIFF_AG=5\nPYRAMIDE=1\nPLOT_DATEN=0\n"
-           "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nGRND=1\n"
+        << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nAusgabeNull=0\nSTRunden=0\nDIFF_BG=1\nDIFF_GG=1\nDIFF_AG=5\nPLOT_DATEN=0\n"
+        // the year step case writes the population tables only, so that less writing back
+        // of results to the disk goes on beside the step
+        << (traceOn ? "ABEW=0\nABEWGEM=0\nDIFF_G=0\nPYRAMIDE=0\n" : "ABEW=1\nABEWGEM=1\nDIFF_G=13\nPYRAMIDE=1\n")
+        << "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nGRND=1\n"
         << (movements ? "NTYA=2\nBEVOELKERUNGSBEWEGUNGEN=T1\nAUSSENWANDERUNGSDATEN=K1\nANPASSUNG_WEGZUG=A1\n"
                         "ZIELWERT_BESTAND=M1\n"
                       : "NTYA=1\n")
@@ -187,14 +193,12 @@ double parseClock(const std::string& text)
 // CPU seconds of the last case run
 double lastCpu = 0;
 
-// with the trace on, the run's protocol gives the wall time of every scope of every year
-bool traceOn = false;
 
 Measure run(const fs::path& root, bool parallel)
 {
     fs::path timeLog = root / "time.log";
     std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() +
-                      "' ./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") +
+                      "' " + (traceOn ? "taskset -c 0 " : "") + "./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") +
                       (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") +
                       (traceOn ? " -o 'option($STACK 1)'" : "") + " >run.log 2>&1";
     Measure m;

@@ -263,13 +263,21 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
     // the new-born of one region by group and sex, gathered before they enter the table of the
     // births, so that the table is looked up once per region and not once per mothers' age
     std::vector<double> regionBorn(nbg * ngg);
+    // where the mothers of each region and group stand, gathered in one pass, so that the rows
+    // of the regions ahead can be fetched while a region is computed
+    std::vector<const double*> mothersRow;
+    if (lowest >= 0 && !C.BG40.sparse) {
+        mothersRow.resize(ngz * nbg);
+        for (size_t z = 0; z < ngz; ++z)
+            for (size_t b = 0; b < nbg; ++b) mothersRow[z * nbg + b] = std::as_const(C.BG40).row(z, b, mothers);
+    }
+    constexpr size_t AHEAD = 2;
     for (size_t z = 0; z < ngz; ++z) {
-        // the mothers of the next region are fetched while this region is computed
-        if (lowest >= 0 && z + 1 < ngz && !C.BG40.sparse)
+        if (!mothersRow.empty() && z + AHEAD < ngz)
             for (size_t b = 0; b < nbg; ++b) {
-                const double* next = std::as_const(C.BG40).row(z + 1, b, mothers);
-                for (int a = lowest; a <= highest; a += 8) __builtin_prefetch(next + a);
-                __builtin_prefetch(next + highest);
+                const double* ahead = mothersRow[(z + AHEAD) * nbg + b];
+                for (int a = lowest; a <= highest; a += 8) __builtin_prefetch(ahead + a);
+                __builtin_prefetch(ahead + highest);
             }
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
@@ -277,7 +285,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         for (size_t b = 0; b < nbg && lowest >= 0; ++b) {
             // outside the ages of the fertility table no rate is other than 0
             const std::vector<double>& rates = PR2G[tyg][b];
-            const double* women = std::as_const(C.BG40).row(z, b, mothers);
+            const double* women = mothersRow.empty() ? nullptr : mothersRow[z * nbg + b];
             const std::vector<double>& childGroup = QR2G[tyg][b];
             auto& ofType = DG4BGWG_[tyg][b];
             auto* ofRegion = bgwgOfRegion.exists() ? &bgwgOfRegion[z][b] : nullptr;

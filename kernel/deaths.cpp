@@ -1,6 +1,7 @@
 // Deaths: the deaths of the year by the death rates of the death types into DG4S, with the
 // plausibility of the oldest rates, the life expectancy reports, the mortality doubling time
 // fitted by gnuplot, and the death targets of module S.
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -449,23 +450,27 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
     VCHECK(isoneof(C.NGG, { 1, 2 }), SOURCE);
     auto body = [&](int z) {
         const size_t t = Z(C.region(z).tys);
-        if (t >= ntys) return;
-        const auto& rate = C.PR3S[t];
         if (!montecarlo && !C.BG40.sparse && !DG4S.sparse) {
-            // cohort by cohort, the deaths of each age by its rate
+            // cohort by cohort, the deaths of each age by its rate; every element of the region
+            // is written, as the table may hold the values of an earlier one
             for (size_t b = 0; b < nbg; ++b)
                 for (size_t g = 0; g < ngg; ++g) {
-                    const double* w = std::as_const(C.BG40).row(Z(z), b, g);
-                    const std::vector<double>& r = rate[b][g];
                     double* d = DG4S.row(Z(z), b, g);
-                    for (size_t a = 0; a < nag; ++a)
-                        if (w[a] != 0 && r[a] != 0) {
-                            double x = -(w[a] * r[a]);
-                            if (x != 0) d[a] = x;
-                        }
+                    if (t >= ntys) {
+                        std::fill(d, d + nag, 0.0);
+                        continue;
+                    }
+                    const double* w = std::as_const(C.BG40).row(Z(z), b, g);
+                    const std::vector<double>& r = C.PR3S[t][b][g];
+                    for (size_t a = 0; a < nag; ++a) {
+                        double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
+                        d[a] = x != 0 ? x : 0.0;
+                    }
                 }
             return;
         }
+        if (t >= ntys) return;
+        const auto& rate = C.PR3S[t];
         C.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double w) {
             double r = rate[b][g][a];
             if (r == 0) return;

@@ -194,6 +194,11 @@ void Orvane::makeGem(GemTable& t, const std::string& name, double fill) {
            static_cast<size_t>(NAG), sparseGem, fill);
 }
 
+void Orvane::makeGemForOverwrite(GemTable& t, const std::string& name) {
+    t.makeForOverwrite(name, static_cast<size_t>(NGZ), static_cast<size_t>(NBG), static_cast<size_t>(NGG),
+                       static_cast<size_t>(NAG), sparseGem);
+}
+
 void Orvane::releaseYear() {
     BG40DSG.release();
     BG40B.release();

@@ -156,6 +156,8 @@ public:
 
     // makes a region table in the storage of the run
     void makeGem(GemTable& t, const std::string& name, double fill = 0);
+    // the same for a table whose every element the caller writes first (dense storage only)
+    void makeGemForOverwrite(GemTable& t, const std::string& name);
     // frees the arrays of a year; BGEM, BG40 and the rate tables stay
     void releaseYear();
     // the memory of all arrays

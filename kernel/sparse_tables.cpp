@@ -57,6 +57,21 @@ void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t na
     made = true;
 }
 
+void GemTable::makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse) {
+    if (asSparse) {
+        make(std::move(n), ngz, nbg, ngg, nag, true);
+        return;
+    }
+    std::map<uint64_t, double>().swap(cells);
+    sparse = false;
+    ext = {ngz, nbg, ngg, nag};
+    reuse(dense, {ngz, nbg, ngg, nag});
+    if (!dense.exists()) dense.make({ngz, nbg, ngg, nag}, 0.0);
+    name = std::move(n);
+    dense.name = name;
+    made = true;
+}
+
 void GemTable::release() {
     keep(dense);
     std::map<uint64_t, double>().swap(cells);

@@ -45,6 +45,9 @@ public:
 
     // builds an empty table of the extents; a sparse table starts with no key
     void make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill = 0);
+    // make for a caller that writes every element of a dense table before anything reads it: the
+    // storage of a table given up lately keeps its old values instead of being filled first
+    void makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse);
     void release();
     bool exists() const { return made; }
     const std::array<size_t, 4>& extents() const { return ext; }

@@ -98,11 +98,13 @@ void ageWithoutSpecialGroups(Orvane& c)
             });
             return;
         }
-        // cohort by cohort: each age moves up by the region's step, the last age collects
+        // cohort by cohort: each age moves up by the region's step, the last age collects; the
+        // row is cleared first, as the table may hold the values of an earlier one
         for (int b = 0; b < c.NBG; ++b)
             for (int g = 0; g < c.NGG; ++g) {
                 const double* from = std::as_const(c.BGEM).row(Z(z), Z(b), Z(g));
                 double* to = c.BG40.row(Z(z), Z(b), Z(g));
+                std::fill(to, to + last + 1, 0.0);
                 for (int a = 0; a <= last; ++a)
                     if (from[a] != 0) to[std::min(last, a + step)] += from[a];
             }
@@ -474,7 +476,11 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         std::swap(c.BGEM, c.BG40);
         c.BGEM.name = "C.BGEM";
     }
-    c.makeGem(c.BG40, "C.BG40");
+    // ageing cohort by cohort writes every element of the year's table itself
+    if (c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse)
+        c.makeGemForOverwrite(c.BG40, "C.BG40");
+    else
+        c.makeGem(c.BG40, "C.BG40");
     if (c.BGEM.exists()) {
         if (_(R_0))
             ageWithoutSpecialGroups(c);
@@ -486,8 +492,11 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     c.BGEM.release();
     c.BG40.print(4, "Anfangsbevölkerung ohne Sondergruppen, gealtert");
 
-    // 3. births, deaths, group change
-    c.makeGem(y.DG4S, "DG4S");
+    // 3. births, deaths, group change; deaths without draws write every element of their table
+    if (!MONTE_CARLO && !c.sparseGem)
+        c.makeGemForOverwrite(y.DG4S, "DG4S");
+    else
+        c.makeGem(y.DG4S, "DG4S");
     if (!_(W_0)) {
         c.makeGem(y.DG4WBGv, "DG4WBGv");
         c.makeGem(y.DG4WBGn, "DG4WBGn");
