@@ -1,6 +1,7 @@
 #include "household/household_forecast_step.h"
 
 #include <algorithm>
+#include <functional>
 #include <cmath>
 #include <cstdarg>
 #include <cstring>
@@ -27,6 +28,29 @@ size_t populationCell(int r, int b, int g, int a)
     return ((static_cast<size_t>(r) * populationGroups() + b) * 2 + g) * 100 + a;
 }
 
+// Each data row of a semicolon table: row(cells, line, text) with its cells, the line it starts
+// on and its text joined again for messages. Returns the reader's last status (-1 at the end).
+int forEachRow(FILE* f, const char* sep,
+               const std::function<void(std::vector<std::string>& cells, size_t line, const std::string& text)>& row)
+{
+    CsvReader reader(f, sep);
+    char cell[1024];
+    std::vector<std::string> cells;
+    size_t rowLine = 0;
+    int status;
+    while ((status = reader.next(cell, sizeof cell)) > 0) {
+        if (reader.isComment) continue;
+        if (cells.empty()) rowLine = static_cast<size_t>(reader.lineNumber());
+        cells.push_back(cell);
+        if (status != '\n') continue;
+        std::string text;
+        for (size_t i = 0; i < cells.size(); ++i) text += (i ? sep : "") + cells[i];
+        row(cells, rowLine, text);
+        cells.clear();
+    }
+    return status;
+}
+
 } // namespace
 
 int readYearTable(const std::string& name, const std::string& directory, std::map<int, std::vector<double>>* population,
@@ -39,11 +63,6 @@ int readYearTable(const std::string& name, const std::string& directory, std::ma
     std::string link = directory == hh.directory ? "../" + name + ".csv" : "../Quoten/" + name + ".csv";
     fprintf(page, "%s <a href=\"%s\">%s.csv</a>\n", DD::lookup("hh_read").c_str(), link.c_str(), name.c_str());
     char sep[2] = {si::separator ? si::separator : ';', 0};
-    CsvReader reader(f, sep);
-    char cell[1024];
-    std::vector<std::string> cells;
-    size_t rowLine = 0;
-    int status;
     int lastYear = -1;
     std::vector<double>* year = nullptr;
     Assumptions* zq = nullptr;
@@ -53,14 +72,7 @@ int readYearTable(const std::string& name, const std::string& directory, std::ma
         fclose(f);
         throw std::runtime_error(text);
     };
-    while ((status = reader.next(cell, sizeof cell)) > 0) {
-        if (reader.isComment) continue;
-        if (cells.empty()) rowLine = static_cast<size_t>(reader.lineNumber());
-        cells.push_back(cell);
-        if (status != '\n') continue;
-        size_t lineNo = rowLine;
-        std::string text;
-        for (size_t i = 0; i < cells.size(); ++i) text += (i ? sep : "") + cells[i];
+    int status = forEachRow(f, sep, [&](std::vector<std::string>& cells, size_t lineNo, const std::string& text) {
         if (cells.size() > 6)
             hhprot::warning("Überflüssige Spalte %s in Zeile %zu:<br><code>%s</code>\n", cells[6].c_str(), lineNo, text.c_str());
         cells.resize(6);
@@ -107,8 +119,7 @@ int readYearTable(const std::string& name, const std::string& directory, std::ma
             }
             if (age < zqClasses[nr - 1]->count()) zq->zq[nr - 1](second - 1, sex - 1, age) = value;
         }
-        cells.clear();
-    }
+    });
     fclose(f);
     if (status != -1) throw std::runtime_error(path + ": " + CsvReader::errorText(status));
     if (population)
@@ -207,20 +218,8 @@ void residenceFactor(Phase& phase)
     fprintf(page, "%s <a href=\"../Quoten/hnws.csv\" target=_blank>hnws.csv</a><br>\n", DD::lookup("hh_read").c_str());
     std::vector<double> h(phase.fwbb.size(), 0.0), n(phase.fwbb.size(), 0.0);
     char sep[2] = {si::separator ? si::separator : ';', 0};
-    CsvReader reader(f, sep);
-    char cell[1024];
-    std::vector<std::string> cells;
-    size_t rowLine = 0;
-    int status;
     long sumH = 0, sumN = 0;
-    while ((status = reader.next(cell, sizeof cell)) > 0) {
-        if (reader.isComment) continue;
-        if (cells.empty()) rowLine = static_cast<size_t>(reader.lineNumber());
-        cells.push_back(cell);
-        if (status != '\n') continue;
-        size_t lineNo = rowLine;
-        std::string text;
-        for (size_t i = 0; i < cells.size(); ++i) text += (i ? sep : "") + cells[i];
+    forEachRow(f, sep, [&](std::vector<std::string>& cells, size_t lineNo, const std::string& text) {
         cells.resize(6);
         int r = g2t.region(std::atoll(cells[0].c_str())), b = std::atoi(cells[1].c_str()), g = std::atoi(cells[2].c_str()),
             a = std::atoi(cells[3].c_str());
@@ -244,8 +243,7 @@ void residenceFactor(Phase& phase)
             sumH += std::atol(cells[4].c_str());
             sumN += std::atol(cells[5].c_str());
         }
-        cells.clear();
-    }
+    });
     fclose(f);
     for (size_t k = 0; k < h.size(); ++k) phase.fwbb[k] = h[k] == 0 ? 1.0 : (h[k] + n[k]) / h[k];
     fprintf(page, "&Sigma; Hauptwohnsitzler %d, &Sigma; Nebenwohnsitzler %d<br>\n", static_cast<int>(sumH), static_cast<int>(sumN));

@@ -26,8 +26,8 @@ import sys
 SEX, P03, R02, AGE, PDO = (117, 1), (123, 1), (24, 7), (251, 3), (268, 1)
 
 
-def field(line, spec):
-    column, width = spec
+def field(line, place):
+    column, width = place
     return line[column - 1:column - 1 + width]
 
 
