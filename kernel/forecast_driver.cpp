@@ -15,6 +15,7 @@
 #include "platform/settings.h"
 #include "kernel/differential_equations.h"
 #include "kernel/file_table.h"
+#include "kernel/year_step.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -142,8 +143,9 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
-        if (std::vector<std::string> old = removeEarlierOutputs(); !old.empty())
-            Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
+        std::vector<std::string> old = removeEarlierOutputs();
+        for (const std::string& name : removeLongTables()) old.push_back(name);
+        if (!old.empty()) Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
         if (opt::get("$ODE", 0) != 0) {
             differentialEquations(orvane);
             cleanUpPrognose(orvane);

@@ -473,11 +473,17 @@ void writeYearOutputs(const Orvane& c, const YearStep& y, int label)
         if (file(pyramid)) pyramidBody(c, pop, label, file(pyramid));
     };
     auto movementSums = [&] { movementBody(c, y, label, file(bew), file(bewgem), file(bewagg), file(bewgemagg)); };
+    LongTableFiles longFiles(y);
+    auto longOnes = [&] {
+        if (longFiles.population) writeLongPopulation(c, pop, label, longFiles.population);
+        if (longFiles.movements) writeLongMovements(c, y, label, longFiles.movements);
+    };
     if (os::parallel()) {
-        tbb::parallel_invoke(population, ageSums, movementSums);
+        tbb::parallel_invoke(population, ageSums, movementSums, longOnes);
     } else {
         population();
         ageSums();
         movementSums();
+        longOnes();
     }
 }
