@@ -16,6 +16,7 @@
 #include "kernel/differential_equations.h"
 #include "kernel/file_table.h"
 #include "kernel/year_step.h"
+#include "platform/progress_line.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -169,8 +170,10 @@ int RK::PRO(Orvane* orvane)
                 Prot::message(SEV_HINT, "@emptyForecast;", ini::STARTJAHR, ini::ENDJAHR);
             // a fatal output error ends the process at once: the year in work is then undone too
             safeOutput::setAbortHook([] { failedYear(false); });
+            progress::start(ini::ENDJAHR - ini::STARTJAHR + 1);
             for (JAHR = ini::STARTJAHR; JAHR <= ini::ENDJAHR; ++JAHR) {
                 g_runningYear = JAHR;
+                progress::step(JAHR - ini::STARTJAHR + 1, periodLabel(JAHR));
                 Trace::enterYear(JAHR);
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);
@@ -181,6 +184,7 @@ int RK::PRO(Orvane* orvane)
                 Trace::leave();
             }
             g_runningYear = 0;
+            progress::finish();
             safeOutput::setAbortHook(nullptr);
             cleanUpPrognose(orvane);
             Trace::leave();
@@ -195,6 +199,7 @@ int RK::PRO(Orvane* orvane)
         Prot::message(SEV_ERROR, "@exit;");
         result = 1;
     }
+    progress::finish();
     safeOutput::setAbortHook(nullptr);
     failedYear(true);
     setForecastLink(nullptr);
