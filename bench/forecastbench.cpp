@@ -62,8 +62,9 @@ int internal = 0;
 // with the trace on, the run's protocol gives the wall time of every scope of every year; the
 // option that turns it on turns on the parallel loops as well, so such a run is kept to one core
 bool traceOn = false;
-// the long tables of all years written beside the others (LangeTabellen=1)
-bool longTables = false;
+// the long tables case: every specified table is written (also with the trace on), and the long
+// tables of all years beside them when longTablesOn (LangeTabellen=1)
+bool longTables = false, longTablesOn = false;
 
 void writeFile(const fs::path& p, const std::string& text)
 {
@@ -126,7 +127,8 @@ void generate(int n, const fs::path& dir)
         << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nAusgabeNull=0\nSTRunden=0\nDIFF_BG=1\nDIFF_GG=1\nDIFF_AG=5\nPLOT_DATEN=0\n"
         // the year step case writes the population tables only, so that less writing back
         // of results to the disk goes on beside the step
-        << (traceOn ? "ABEW=0\nABEWGEM=0\nDIFF_G=0\nPYRAMIDE=0\n" : "ABEW=1\nABEWGEM=1\nDIFF_G=13\nPYRAMIDE=1\n")
+        << (traceOn && !longTables ? "ABEW=0\nABEWGEM=0\nDIFF_G=0\nPYRAMIDE=0\n"
+                                   : "ABEW=1\nABEWGEM=1\nDIFF_G=13\nPYRAMIDE=1\n")
         << "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nGRND=1\n"
         << (movements ? "NTYA=2\nBEVOELKERUNGSBEWEGUNGEN=T1\nAUSSENWANDERUNGSDATEN=K1\nANPASSUNG_WEGZUG=A1\n"
                         "ZIELWERT_BESTAND=M1\n"
@@ -244,7 +246,7 @@ bool runCase(const fs::path& app, const fs::path& root, int n, bool parallel)
     fs::create_directory_symlink(app, root / "App");
     writeFile(root / "Data" / "veldor.ini",
               std::string("[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n") +
-                  (longTables ? "LangeTabellen=1\n" : "") + "[TRACE]\nlogfile=0\n");
+                  (longTablesOn ? "LangeTabellen=1\n" : "") + "[TRACE]\nlogfile=0\n");
     generate(n, root / "var");
     // the results of the case before are on the disk first: otherwise their writing back
     // throttles this run's writes, and the order of the cases decides the figures
@@ -516,11 +518,12 @@ bool runLongCase(const fs::path& app, const fs::path& root, int n)
     StepTimes t[2];
     double cpu[2];
     for (int with = 0; with < 2; ++with) {
-        longTables = with == 1;
+        longTables = true;
+        longTablesOn = with == 1;
         traceOn = true;
         bool ok = runCase(app, root, n, false);
         traceOn = false;
-        longTables = false;
+        longTables = longTablesOn = false;
         if (!ok) return false;
         t[with] = traceTimes(root / "var" / "v" / "prot");
         cpu[with] = lastCpu;

@@ -185,5 +185,8 @@ struct LongTableFiles {
 };
 // the long tables an earlier run left; the names removed
 std::vector<std::string> removeLongTables();
-void writeLongPopulation(const Orvane& c, const GemTable& t, int label, FILE* f);
-void writeLongMovements(const Orvane& c, const YearStep& y, int label, FILE* f);
+// the name of movement k (in the order of the cohort equation) in movements_long.csv
+std::string longMovementName(const GemTable& t, size_t k);
+// the text of a number as the other tables wrote it, in the long tables' form: blanks cut off,
+// the decimal point of the locale turned into ".", "undef" into "NA"
+void appendPlainNumber(std::string& out, const char* text, size_t length);
