@@ -170,7 +170,7 @@ int RK::PRO(Orvane* orvane)
                 Prot::message(SEV_HINT, "@emptyForecast;", ini::STARTJAHR, ini::ENDJAHR);
             // a fatal output error ends the process at once: the year in work is then undone too
             safeOutput::setAbortHook([] { failedYear(false); });
-            progress::start(ini::ENDJAHR - ini::STARTJAHR + 1);
+            progress::start(ini::ENDJAHR - ini::STARTJAHR + 1, DD::expKey("@progressYear;"));
             for (JAHR = ini::STARTJAHR; JAHR <= ini::ENDJAHR; ++JAHR) {
                 g_runningYear = JAHR;
                 progress::step(JAHR - ini::STARTJAHR + 1, periodLabel(JAHR));

@@ -5,8 +5,6 @@
 #include <string>
 #include <unistd.h>
 
-#include "platform/dictionary.h"
-
 namespace progress {
 
 namespace {
@@ -15,6 +13,7 @@ bool g_terminal = false;
 bool g_shown = false;
 int g_total = 0;
 std::string g_text;
+std::string g_format;
 std::chrono::steady_clock::time_point g_start;
 
 std::string duration(double seconds)
@@ -37,8 +36,9 @@ void draw()
 
 } // namespace
 
-void start(int total)
+void start(int total, const std::string& text)
 {
+    g_format = text;
     g_terminal = isatty(STDOUT_FILENO) != 0;
     g_total = total;
     g_shown = false;
@@ -53,7 +53,7 @@ void step(int k, int label)
     // the time left from the mean time of the steps done
     std::string left = k > 1 ? duration(gone / (k - 1) * (g_total - k + 1)) : "?";
     char b[512];
-    snprintf(b, sizeof b, DD::expKey("@progressYear;").c_str(), k, g_total, label, duration(gone).c_str(), left.c_str());
+    snprintf(b, sizeof b, g_format.c_str(), k, g_total, label, duration(gone).c_str(), left.c_str());
     g_text = b;
     draw();
 }

@@ -2,11 +2,13 @@
 // n, the time gone, an estimate of the time left); nothing at all when standard output is not a
 // terminal, so that logs and captured output stay as they are.
 #pragma once
+#include <string>
 
 namespace progress {
 
-// begins a run of total steps; the line shows from the first step on
-void start(int total);
+// begins a run of total steps; the line shows from the first step on. text is the line's printf
+// format with step, total, label, time gone and time left (%d %d %d %s %s), from the dictionary.
+void start(int total, const std::string& text);
 // step k (1-based) of the run begins; label is what the step is called (the year)
 void step(int k, int label);
 // removes the line for good
