@@ -5,26 +5,7 @@
 // writing them (MB of results per second of wall time). A run that fails or writes no
 // population table ends the benchmark with its log and a non-zero status: no time is shown.
 //
-//   forecastbench [regions ...]          default: 1000 10000
-//   forecastbench --years N ...          N forecast years (default 10)
-//   forecastbench --all                  every case: 1000, 10000, 30000 regions, 10 and 30 years,
-//                                        natural change and every module variant, serial and -p
-//   forecastbench --migration [regions ...]   with external migration by rates, in-migration by
-//                                        area with quotas, out-migration adjusted to a stock target (T1 K1 A1 M1)
-//   forecastbench --building [regions ...]    the same with new building and demolition (D1 E3),
-//                                        which need internal migration (I1) as well
-//   forecastbench --internal [regions ...]    internal migration in 50 types (I1) with limits for every
-//                                        tenth region (P1), dense flow tables
-//   forecastbench --internal-list [regions ...]  the regions in two internal types (P needs more than one), flows between
-//                                        types and regions in their list forms ($SPARSESTRM, $BFWKG);
-//                                        21 age groups, one group, each region populated in a tenth of them
-//   forecastbench --step [regions ...]   the year step alone against the bare arithmetic: the run's
-//                                        trace gives the time of each year step less the writing of
-//                                        its outputs, and the same ageing, births and deaths are
-//                                        computed on plain arrays of the same shape here
-//   forecastbench --floor [regions ...]  a serial run of the natural change against formatting its
-//                                        results again with std::to_chars and writing them
-//   forecastbench --generate N dir       only writes the study area into dir (dir/v.ini, dir/...)
+// The modes are told by USAGE below (forecastbench --help prints them).
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
 #include <algorithm>
@@ -48,6 +29,28 @@ namespace fs = std::filesystem;
 
 namespace {
 
+const char* const USAGE =
+    "usage: forecastbench [mode] [--years N] [regions ...]   (default regions: 1000 10000)\n"
+    "Times whole forecasts of synthetic study areas (2 groups, 2 sexes, 101 ages) serially and with -p:\n"
+    "CPU, wall time, peak memory, MB of results and MB/s per result table.\n"
+    "\n"
+    "  (no mode)              natural change only (births and deaths)\n"
+    "  --years N              N forecast years (default 10)\n"
+    "  --all                  every case: 1000, 10000, 30000 regions, 10 and 30 years, every module variant\n"
+    "  --migration            external migration by rates, in-migration by area with quotas, out-migration\n"
+    "                         adjusted to a stock target (T1 K1 A1 M1)\n"
+    "  --building             the same with new building and demolition (D1 E3) and internal migration (I1)\n"
+    "  --internal             internal migration in 50 types (I1) with limits for every tenth region (P1)\n"
+    "  --internal-list        two internal types, flows in their list forms ($SPARSESTRM, $BFWKG), 21 ages\n"
+    "  --step                 the year step from the run's trace against the bare arithmetic on plain arrays\n"
+    "  --floor                a serial run against formatting and writing its results again with to_chars\n"
+    "  --long                 the cost of the long tables (LangeTabellen=1): the writing of the year's\n"
+    "                         outputs from the run's trace without and with them, and the whole runs\n"
+    "  --generate N dir       only writes a study area of N regions into dir (dir/v.ini, dir/v/gem2023.csv,\n"
+    "                         rates, ...), to try the program on a large area:\n"
+    "                           forecastbench --generate 10000 big && App/orvane orvane -d big/ -v v\n"
+    "  -h, --help             this text\n";
+
 const int START = 2024;
 int YEARS = 10;
 
@@ -59,6 +62,9 @@ int internal = 0;
 // with the trace on, the run's protocol gives the wall time of every scope of every year; the
 // option that turns it on turns on the parallel loops as well, so such a run is kept to one core
 bool traceOn = false;
+// the long tables case: every specified table is written (also with the trace on), and the long
+// tables of all years beside them when longTablesOn (LangeTabellen=1)
+bool longTables = false, longTablesOn = false;
 
 void writeFile(const fs::path& p, const std::string& text)
 {
@@ -121,7 +127,8 @@ void generate(int n, const fs::path& dir)
         << "\nAUSGABE_PROTOKOLL=1\nGAM=0\nAusgabeNull=0\nSTRunden=0\nDIFF_BG=1\nDIFF_GG=1\nDIFF_AG=5\nPLOT_DATEN=0\n"
         // the year step case writes the population tables only, so that less writing back
         // of results to the disk goes on beside the step
-        << (traceOn ? "ABEW=0\nABEWGEM=0\nDIFF_G=0\nPYRAMIDE=0\n" : "ABEW=1\nABEWGEM=1\nDIFF_G=13\nPYRAMIDE=1\n")
+        << (traceOn && !longTables ? "ABEW=0\nABEWGEM=0\nDIFF_G=0\nPYRAMIDE=0\n"
+                                   : "ABEW=1\nABEWGEM=1\nDIFF_G=13\nPYRAMIDE=1\n")
         << "[METHODE]\nNAG=101\nNGG=2\nNBG=2\nGRND=1\n"
         << (movements ? "NTYA=2\nBEVOELKERUNGSBEWEGUNGEN=T1\nAUSSENWANDERUNGSDATEN=K1\nANPASSUNG_WEGZUG=A1\n"
                         "ZIELWERT_BESTAND=M1\n"
@@ -238,7 +245,8 @@ bool runCase(const fs::path& app, const fs::path& root, int n, bool parallel)
     fs::create_directories(root / "Data");
     fs::create_directory_symlink(app, root / "App");
     writeFile(root / "Data" / "veldor.ini",
-              "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n[TRACE]\nlogfile=0\n");
+              std::string("[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\n") +
+                  (longTablesOn ? "LangeTabellen=1\n" : "") + "[TRACE]\nlogfile=0\n");
     generate(n, root / "var");
     // the results of the case before are on the disk first: otherwise their writing back
     // throttles this run's writes, and the order of the cases decides the figures
@@ -503,12 +511,39 @@ bool runStepCase(const fs::path& app, const fs::path& root, int n)
     return true;
 }
 
+// the writing of the year's outputs without and with the long tables, from the run's trace; false
+// when a run failed
+bool runLongCase(const fs::path& app, const fs::path& root, int n)
+{
+    StepTimes t[2];
+    double cpu[2];
+    for (int with = 0; with < 2; ++with) {
+        longTables = true;
+        longTablesOn = with == 1;
+        traceOn = true;
+        bool ok = runCase(app, root, n, false);
+        traceOn = false;
+        longTables = longTablesOn = false;
+        if (!ok) return false;
+        t[with] = traceTimes(root / "var" / "v" / "prot");
+        cpu[with] = lastCpu;
+        fs::remove_all(root);
+    }
+    double cost = t[1].outputs - t[0].outputs;
+    printf("%-8d %-6d long tables: outputs of the years %.2f s without, %.2f s with them: %.2f s, %.0f %% of the "
+           "specified tables; whole run %.2f s and %.2f s of CPU\n",
+           n, YEARS, t[0].outputs, t[1].outputs, cost, t[0].outputs > 0 ? 100 * cost / t[0].outputs : 0.0, cpu[0],
+           cpu[1]);
+    fflush(stdout);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     std::vector<int> sizes;
-    bool all = false, step = false, floor = false;
+    bool all = false, step = false, floor = false, longCost = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--migration" || a == "--building") {
@@ -523,11 +558,24 @@ int main(int argc, char** argv)
             floor = true;
         } else if (a == "--all") {
             all = true;
-        } else if (a == "--generate" && i + 2 < argc) {
-            generate(std::atoi(argv[i + 1]), argv[i + 2]);
+        } else if (a == "--long") {
+            longCost = true;
+        } else if (a == "--help" || a == "-h") {
+            fputs(USAGE, stdout);
             return 0;
-        } else {
+        } else if (a == "--generate" && i + 2 < argc) {
+            int n = std::atoi(argv[i + 1]);
+            if (n <= 0) {
+                fprintf(stderr, "forecastbench: --generate %s: the number of regions must be above 0\n%s", argv[i + 1], USAGE);
+                return 2;
+            }
+            generate(n, argv[i + 2]);
+            return 0;
+        } else if (std::atoi(argv[i]) > 0 && a.find_first_not_of("0123456789") == std::string::npos) {
             sizes.push_back(std::atoi(argv[i]));
+        } else {
+            fprintf(stderr, "forecastbench: unknown argument %s\n%s", argv[i], USAGE);
+            return 2;
         }
     }
     if (sizes.empty()) sizes = all ? std::vector<int>{1000, 10000, 30000} : std::vector<int>{1000, 10000};
@@ -541,9 +589,10 @@ int main(int argc, char** argv)
     fs::path root = fs::temp_directory_path() / ("veldor-forecastbench-" + std::to_string(getpid()));
     printf("%-8s %-6s %-10s %-7s %8s %8s %8s %10s %8s  %s\n", "regions", "years", "modules", "mode", "cpu s", "wall s",
            "peak MB", "results MB", "MB/s", "by file (MB)");
-    if (step || floor) {
+    if (step || floor || longCost) {
         for (int n : sizes)
-            if (!(step ? runStepCase(app, root, n) : runFloorCase(app, root, n))) return 1;
+            if (!(step ? runStepCase(app, root, n) : floor ? runFloorCase(app, root, n) : runLongCase(app, root, n)))
+                return 1;
         fs::remove_all(root);
         return 0;
     }

@@ -93,13 +93,6 @@ constexpr int COLUMN_TYS = 4;
 
 size_t Z(int i) { return static_cast<size_t>(i); }
 
-std::string variantDirectory()
-{
-    std::string dir = si::Directory + si::Version;
-    if (!dir.empty() && dir.back() != '/') dir += '/';
-    return dir;
-}
-
 struct FileCloser {
     void operator()(FILE* f) const
     {

@@ -69,14 +69,14 @@ std::vector<std::string> concat(std::vector<std::string> a, const std::vector<st
     return a;
 }
 
+} // namespace
+
 std::string variantDirectory()
 {
     std::string dir = si::Directory + si::Version;
     if (!dir.empty() && dir.back() != '/') dir += '/';
     return dir;
 }
-
-} // namespace
 
 void fillFileTable()
 {

@@ -50,6 +50,8 @@ void closeTable(FILE* stream);
 std::vector<std::string> removeEarlierOutputs();
 // the yearly tables of one year, for a run that failed in it; the names removed
 std::vector<std::string> removeYearOutputs(int year);
+// the result directory of the variant: Directory, Version and "/"
+std::string variantDirectory();
 // deletes the output of an entry: directory, variant, "/", stem, ".csv"
 void removeTable(int file);
 

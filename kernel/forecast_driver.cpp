@@ -15,6 +15,8 @@
 #include "platform/settings.h"
 #include "kernel/differential_equations.h"
 #include "kernel/file_table.h"
+#include "kernel/year_step.h"
+#include "platform/progress_line.h"
 #include "kernel/monte_carlo.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -142,8 +144,9 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
-        if (std::vector<std::string> old = removeEarlierOutputs(); !old.empty())
-            Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
+        std::vector<std::string> old = removeEarlierOutputs();
+        for (const std::string& name : removeLongTables()) old.push_back(name);
+        if (!old.empty()) Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
         if (opt::get("$ODE", 0) != 0) {
             differentialEquations(orvane);
             cleanUpPrognose(orvane);
@@ -167,8 +170,10 @@ int RK::PRO(Orvane* orvane)
                 Prot::message(SEV_HINT, "@emptyForecast;", ini::STARTJAHR, ini::ENDJAHR);
             // a fatal output error ends the process at once: the year in work is then undone too
             safeOutput::setAbortHook([] { failedYear(false); });
+            progress::start(ini::ENDJAHR - ini::STARTJAHR + 1, DD::expKey("@progressYear;"));
             for (JAHR = ini::STARTJAHR; JAHR <= ini::ENDJAHR; ++JAHR) {
                 g_runningYear = JAHR;
+                progress::step(JAHR - ini::STARTJAHR + 1, periodLabel(JAHR));
                 Trace::enterYear(JAHR);
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);
@@ -179,6 +184,7 @@ int RK::PRO(Orvane* orvane)
                 Trace::leave();
             }
             g_runningYear = 0;
+            progress::finish();
             safeOutput::setAbortHook(nullptr);
             cleanUpPrognose(orvane);
             Trace::leave();
@@ -193,6 +199,7 @@ int RK::PRO(Orvane* orvane)
         Prot::message(SEV_ERROR, "@exit;");
         result = 1;
     }
+    progress::finish();
     safeOutput::setAbortHook(nullptr);
     failedYear(true);
     setForecastLink(nullptr);

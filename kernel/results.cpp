@@ -67,8 +67,19 @@ struct Columns {
     std::string year;
     std::vector<std::string> cohort;    // BG;GG;AG; by (b * NGG + g) * NAG + a
     std::string ageFormat, bgFormat, ggFormat;
-    Columns(const Orvane& c, int label)
+    // the same in the plain form of the long tables: "year," and "BG,GG,AG,"
+    std::string longYear;
+    std::vector<std::string> longCohort;
+    Columns(const Orvane& c, int label, bool withLong = false)
     {
+        if (withLong) {
+            longYear = std::to_string(label) + ",";
+            for (int b = 0; b < c.NBG; ++b)
+                for (int g = 0; g < c.NGG; ++g)
+                    for (int a = 0; a < c.NAG; ++a)
+                        longCohort.push_back(std::to_string(b + 1) + "," + std::to_string(g + 1) + "," +
+                                             std::to_string(a) + ",");
+        }
         sep = si::separator ? si::separator : ';';
         int bound = std::max(label, periodLabel(ini::ENDJAHR));
         year = printInt(intFormat(bound, "d"), label) + sep;
@@ -94,23 +105,46 @@ void appendValue(std::string& out, const Orvane& c, double v, bool last, char se
 }
 
 // Formats the regions 0 .. n-1 by body (one text per region; batches of regions in parallel
-// when the run works in parallel) and writes the texts in region order.
-template <class Body> void writeRegions(FILE* f, int n, const Body& body)
+// when the run works in parallel) and writes the texts in region order; with a long table the
+// body gives its lines too (else it gets nullptr for them).
+template <class Body> void writeRegions(FILE* f, FILE* longFile, int n, const Body& body)
 {
     BlockWriter out(f);
-    writeInOrder(out, n, BATCH, [&](int first, int last, std::string& text) {
-        for (int gz = first; gz < last; ++gz) body(gz, text);
+    if (!longFile) {
+        writeInOrder(out, n, BATCH, [&](int first, int last, std::string& text) {
+            for (int gz = first; gz < last; ++gz) body(gz, text, nullptr);
+        });
+        return;
+    }
+    BlockWriter longOut(longFile);
+    writeInOrder(out, longOut, n, BATCH, [&](int first, int last, std::string& text, std::string& longText) {
+        for (int gz = first; gz < last; ++gz) body(gz, text, &longText);
     });
 }
 
+// the line of a long table: its prefix and cohort, and the value as the table line before it
+// (out, from at to its line end) holds it
+void appendLongLine(std::string& longOut, const std::string& prefix, const std::string& cohort, const std::string& out,
+                    size_t at)
+{
+    longOut += prefix;
+    longOut += cohort;
+    appendPlainNumber(longOut, out.data() + at, out.size() - at - 1);
+    longOut += '\n';
+}
+
 void populationLines(const Orvane& c, const GemTable& t, const Columns& cols, const std::string& keyFormat, int gz,
-                     std::string& out)
+                     std::string& out, std::string* longOut)
 {
     std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
+    std::string longPrefix = longOut ? cols.longYear + std::to_string(regionKeyOf(c, gz)) + "," : "";
     auto line = [&](size_t b, size_t g, size_t a, double v) {
+        size_t cohort = (b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a;
         out += prefix;
-        out += cols.cohort[(b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a];
+        out += cols.cohort[cohort];
+        size_t at = out.size();
         appendValue(out, c, v, true, cols.sep);
+        if (longOut) appendLongLine(*longOut, longPrefix, cols.longCohort[cohort], out, at);
     };
     if (ini::AusgabeNull) {
         for (int b = 0; b < c.NBG; ++b)
@@ -124,12 +158,14 @@ void populationLines(const Orvane& c, const GemTable& t, const Columns& cols, co
     t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) { line(b, g, a, v); });
 }
 
-void populationBody(const Orvane& c, const GemTable& t, int label, FILE* f)
+void populationBody(const Orvane& c, const GemTable& t, int label, FILE* f, FILE* longFile = nullptr)
 {
-    Columns cols(c, label);
+    Columns cols(c, label, longFile != nullptr);
     std::string keyFormat = intFormat(largestKey(c), "lld");
     int n = static_cast<int>(t.extents()[0]);
-    writeRegions(f, n, [&](int gz, std::string& out) { populationLines(c, t, cols, keyFormat, gz, out); });
+    writeRegions(f, longFile, n, [&](int gz, std::string& out, std::string* longOut) {
+        populationLines(c, t, cols, keyFormat, gz, out, longOut);
+    });
 }
 
 // ---- sums by aggregate ----
@@ -266,8 +302,10 @@ struct MovementLayout {
     }
 };
 
-// one line of movement values: an empty cell where a component was not made this year
-void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep)
+// one line of movement values: an empty cell where a component was not made this year; with
+// cells, where the text of each value made stands in out (start and length)
+void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep,
+                   std::array<std::pair<size_t, size_t>, NMOVEMENTS>* cells = nullptr)
 {
     for (const MovementLayout::Piece& p : layout.pieces) {
         if (p.component < 0) {
@@ -275,7 +313,9 @@ void movementCells(std::string& out, const Orvane& c, const MovementLayout& layo
             continue;
         }
         size_t k = static_cast<size_t>(p.component);
+        size_t at = out.size();
         appendValue(out, c, values[k] * YearStep::displaySign[k], k + 1 == NMOVEMENTS, sep);
+        if (cells) (*cells)[k] = {at, out.size() - at - 1};
     }
 }
 
@@ -288,11 +328,15 @@ bool anyMovement(const std::array<const GemTable*, NMOVEMENTS>& m)
 
 // bew: per region and cohort; bewgem: per region
 void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE* bewgem, FILE* bewagg,
-                  FILE* bewgemagg)
+                  FILE* bewgemagg, FILE* longFile)
 {
     auto m = y.movements();
     if (!anyMovement(m)) return;
-    Columns cols(c, label);
+    Columns cols(c, label, longFile != nullptr);
+    // ",name," of each movement in the long table
+    std::vector<std::string> longNames;
+    if (longFile)
+        for (size_t k = 0; k < m.size(); ++k) longNames.push_back(longMovementName(*m[k], k) + ",");
     MovementLayout layout(m, cols.sep);
     std::string keyFormat = intFormat(largestKey(c), "lld");
     size_t cells = static_cast<size_t>(c.NBG * c.NGG * c.NAG);
@@ -312,11 +356,13 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
     if (bew || bewgem) {
         // the region lines of bewgem are short; they are gathered beside the formatting of bew
         std::vector<std::string> regionLines(static_cast<size_t>(n));
-        auto body = [&](int gz, std::string& out) {
+        auto body = [&](int gz, std::string& out, std::string* longOut) {
             thread_local std::vector<double> v;   // one region's values, kept for the next region
             regionValues(gz, v);
             double total[NMOVEMENTS] = {};
             std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
+            std::string longPrefix = longOut ? cols.longYear + std::to_string(regionKeyOf(c, gz)) + "," : "";
+            std::array<std::pair<size_t, size_t>, NMOVEMENTS> texts;
             for (size_t i = 0; i < cells; ++i) {
                 const double* row = &v[i * NMOVEMENTS];
                 bool zero = true;
@@ -327,7 +373,17 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
                 if (!bew || (zero && !ini::AusgabeNull)) continue;
                 out += prefix;
                 out += cols.cohort[i];
-                movementCells(out, c, layout, row, cols.sep);
+                movementCells(out, c, layout, row, cols.sep, longOut ? &texts : nullptr);
+                if (!longOut) continue;
+                // each movement made this year in a line of its own, from the text just written
+                for (size_t k = 0; k < m.size(); ++k) {
+                    if (!m[k]->exists() || (row[k] == 0 && !ini::AusgabeNull)) continue;
+                    *longOut += longPrefix;
+                    *longOut += cols.longCohort[i];
+                    *longOut += longNames[k];
+                    appendPlainNumber(*longOut, out.data() + texts[k].first, texts[k].second);
+                    *longOut += '\n';
+                }
             }
             if (bewgem) {
                 std::string& line = regionLines[static_cast<size_t>(gz)];
@@ -336,10 +392,10 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
             }
         };
         if (bew) {
-            writeRegions(bew, n, body);
+            writeRegions(bew, longFile, n, body);
         } else {
             std::string ignored;
-            for (int gz = 0; gz < n; ++gz) body(gz, ignored);
+            for (int gz = 0; gz < n; ++gz) body(gz, ignored, nullptr);
         }
         if (bewgem) {
             BlockWriter lines(bewgem);
@@ -465,14 +521,18 @@ void writeYearOutputs(const Orvane& c, const YearStep& y, int label)
         }
     }
     auto file = [](const std::unique_ptr<Output>& o) { return o ? o->f : nullptr; };
+    // the long tables take their lines from the formatting of gem and bew
+    LongTableFiles longFiles(y);
     auto population = [&] {
-        if (gem.f) populationBody(c, pop, label, gem.f);
+        if (gem.f) populationBody(c, pop, label, gem.f, longFiles.population);
     };
     auto ageSums = [&] {
         if (file(agg)) aggregateBody(c, pop, label, file(agg));
         if (file(pyramid)) pyramidBody(c, pop, label, file(pyramid));
     };
-    auto movementSums = [&] { movementBody(c, y, label, file(bew), file(bewgem), file(bewagg), file(bewgemagg)); };
+    auto movementSums = [&] {
+        movementBody(c, y, label, file(bew), file(bewgem), file(bewagg), file(bewgemagg), longFiles.movements);
+    };
     if (os::parallel()) {
         tbb::parallel_invoke(population, ageSums, movementSums);
     } else {

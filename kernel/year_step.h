@@ -2,6 +2,8 @@
 // from the start of RK::PAG to its end; every stage receives them together.
 #pragma once
 #include <array>
+#include <cstdio>
+#include <string>
 #include <vector>
 
 #include "kernel/stages.h"
@@ -170,3 +172,21 @@ void writeAggregates(const Orvane& c, const GemTable& t, int label);
 void writePyramid(const Orvane& c, const GemTable& t, int label);
 // all outputs of a year: population, age group sums and movement sums side by side
 void writeYearOutputs(const Orvane& c, const YearStep& y, int label);
+// the long tables of all years (population_long.csv, movements_long.csv), asked for by
+// LangeTabellen in section CSV of veldor.ini: opened for the year's lines on the main thread
+// (null when not asked for, or without movements), put into place when destroyed
+struct LongTableFiles {
+    FILE* population = nullptr;
+    FILE* movements = nullptr;
+    explicit LongTableFiles(const YearStep& y);
+    ~LongTableFiles();
+    LongTableFiles(const LongTableFiles&) = delete;
+    LongTableFiles& operator=(const LongTableFiles&) = delete;
+};
+// the long tables an earlier run left; the names removed
+std::vector<std::string> removeLongTables();
+// the name of movement k (in the order of the cohort equation) in movements_long.csv
+std::string longMovementName(const GemTable& t, size_t k);
+// the text of a number as the other tables wrote it, in the long tables' form: blanks cut off,
+// the decimal point of the locale turned into ".", "undef" into "NA"
+void appendPlainNumber(std::string& out, const char* text, size_t length);

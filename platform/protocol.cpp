@@ -1,4 +1,5 @@
 #include "platform/protocol.h"
+#include "platform/progress_line.h"
 
 #include <cctype>
 #include <cerrno>
@@ -415,8 +416,11 @@ void Prot::console(int severity, bool withLog, const char* format, ...)
         if (g_level >= 3 && g_codePage >= 2) printf("CP%u\n", g_codePage);
     }
     std::string shown = terminalText(text);
+    // the progress line of a terminal stays below the console lines
+    bool progressShown = progress::makeRoom();
     if (g_codePage == 65001) printf("%s\n", shown.c_str());
     else printf("%s\n", utf2ascii(shown).c_str());
+    if (progressShown) progress::redraw();
     fflush(stdout);
 }
 

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/dictionary.h"
+#include "platform/installation.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 
@@ -243,6 +244,8 @@ const std::string& dataDirectory()
         }
         g_dataDirectory = std::string(home) + "/.config/veldor";
     }
+    // an installed program brings its settings template into the user's directory on first use
+    installation::seedUserSettings(g_dataDirectory);
     return g_dataDirectory;
 }
 
@@ -326,7 +329,8 @@ std::string tryLocale(const std::string& name)
 void initGlobals(const char* argv0)
 {
     programPath = argv0 ? argv0 : "";
-    appDir = "./App/";
+    // the installed program takes its files from share/veldor/, the portable one from ./App/
+    appDir = installation::shareDirectory().empty() ? "./App/" : installation::shareDirectory();
     kommentar = getInt("CSV", "Kommentar", 1);
     spaltenname = getInt("CSV", "Spaltenname", 2);
     release = getString("DEFAULTS", "Release", "");

@@ -12,12 +12,16 @@ cp -r examples/. "$work/"
 python3 examples/records/generate_records.py "$work" >/dev/null
 cd build
 grep -q '^\[RATEN\]' Data/veldor.ini || printf '[RATEN]\ndirDSTmak=demo/\nR02DST=3\n' >> Data/veldor.ini
+# the long tables population_long.csv and movements_long.csv for R and pandas
+if grep -q '^LangeTabellen=' Data/veldor.ini; then sed -i 's/^LangeTabellen=.*/LangeTabellen=1/' Data/veldor.ini
+else sed -i '/^\[CSV\]/a LangeTabellen=1' Data/veldor.ini; fi
 ./App/orvane dstmak makro >/dev/null
 cp demo/bestand_2023.csv demo/gem2023.csv
 ./App/orvane orvane -d "demo/" -v demo
 echo
 echo "results:   $(pwd)/demo/demo/ (gem2024.csv .. gem2040.csv population by region, group, sex and age;"
-echo "           bew.csv, bewgem.csv population movements; README.md tells their columns)"
+echo "           bew.csv, bewgem.csv population movements; README.md tells their columns;"
+echo "           population_long.csv, movements_long.csv all years for R and pandas)"
 echo "protocol:  $(pwd)/demo/demo/prot/index.html"
 echo "statistics preparation: $(pwd)/demo/prot.htm"
 ./App/orvane shp2plt -d demo/ -r demo/gem2024.csv,demo/gem2040.csv -s 2024:2040 -c -l \

@@ -33,22 +33,34 @@ void BlockWriter::flush()
     buffer_.clear();
 }
 
-void writeInOrder(BlockWriter& out, int count, int batchSize,
-                  const std::function<void(int first, int last, std::string& out)>& format)
+namespace {
+
+// the writing in order for one or more files; texts holds outs.size() strings per slot
+void writeAllInOrder(const std::vector<BlockWriter*>& outs, int count, int batchSize,
+                     const std::function<void(int first, int last, std::string* texts)>& format)
 {
     if (count <= 0) return;
     batchSize = std::max(batchSize, 1);
+    const size_t files = outs.size();
     if (!os::parallel()) {
         for (int first = 0; first < count; first += batchSize) {
-            format(first, std::min(count, first + batchSize), out.text());
-            out.done();
+            if (files == 1) {
+                format(first, std::min(count, first + batchSize), &outs[0]->text());
+            } else {
+                // each file's text is gathered in its own writer
+                std::vector<std::string> parts(files);
+                for (size_t i = 0; i < files; ++i) parts[i].swap(outs[i]->text());
+                format(first, std::min(count, first + batchSize), parts.data());
+                for (size_t i = 0; i < files; ++i) parts[i].swap(outs[i]->text());
+            }
+            for (BlockWriter* out : outs) out->done();
         }
         return;
     }
-    // a batch in flight holds its text in one slot; batches leave the writer in order, so the
+    // a batch in flight holds its texts in one slot; batches leave the writer in order, so the
     // slot of batch i is free again when batch i + tokens enters
     const size_t tokens = static_cast<size_t>(std::max(2, 2 * tbb::this_task_arena::max_concurrency()));
-    std::vector<std::string> slots(tokens);
+    std::vector<std::string> slots(tokens * files);
     int next = 0;
     tbb::parallel_pipeline(
         tokens,
@@ -62,14 +74,31 @@ void writeInOrder(BlockWriter& out, int count, int batchSize,
                                     }) &
             tbb::make_filter<int, int>(tbb::filter_mode::parallel,
                                        [&](int batch) {
-                                           std::string& text = slots[static_cast<size_t>(batch) % tokens];
-                                           text.clear();
+                                           std::string* texts = &slots[static_cast<size_t>(batch) % tokens * files];
+                                           for (size_t i = 0; i < files; ++i) texts[i].clear();
                                            int first = batch * batchSize;
-                                           format(first, std::min(count, first + batchSize), text);
+                                           format(first, std::min(count, first + batchSize), texts);
                                            return batch;
                                        }) &
             tbb::make_filter<int, void>(tbb::filter_mode::serial_in_order, [&](int batch) {
-                out.write(slots[static_cast<size_t>(batch) % tokens]);
+                const std::string* texts = &slots[static_cast<size_t>(batch) % tokens * files];
+                for (size_t i = 0; i < files; ++i) outs[i]->write(texts[i]);
             }));
-    out.flush();
+    for (BlockWriter* out : outs) out->flush();
+}
+
+} // namespace
+
+void writeInOrder(BlockWriter& out, int count, int batchSize,
+                  const std::function<void(int first, int last, std::string& out)>& format)
+{
+    writeAllInOrder({&out}, count, batchSize,
+                    [&](int first, int last, std::string* texts) { format(first, last, texts[0]); });
+}
+
+void writeInOrder(BlockWriter& out, BlockWriter& second, int count, int batchSize,
+                  const std::function<void(int first, int last, std::string& out, std::string& second)>& format)
+{
+    writeAllInOrder({&out, &second}, count, batchSize,
+                    [&](int first, int last, std::string* texts) { format(first, last, texts[0], texts[1]); });
 }

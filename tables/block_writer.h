@@ -40,3 +40,7 @@ private:
 // the same bytes either way.
 void writeInOrder(BlockWriter& out, int count, int batchSize,
                   const std::function<void(int first, int last, std::string& out)>& format);
+// The same for two files written side by side from one formatting: format appends the text of
+// the first file to out and that of the second to second.
+void writeInOrder(BlockWriter& out, BlockWriter& second, int count, int batchSize,
+                  const std::function<void(int first, int last, std::string& out, std::string& second)>& format);

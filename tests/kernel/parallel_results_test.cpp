@@ -11,10 +11,11 @@
 namespace {
 
 // 700 regions of 2 groups, 2 sexes and 21 age groups, 3 years; comment lines off, so that the
-// tables carry no time of day
+// tables carry no time of day; the long tables written too
 void studyArea(const Sandbox& s)
 {
-    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nKommentar=0\n[TRACE]\nlogfile=0\n");
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nKommentar=0\nLangeTabellen=1\n"
+                                "[TRACE]\nlogfile=0\n");
     s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2026\nAUSGABE_PROTOKOLL=1\nABEW=1\nABEWGEM=1\n"
                          "DIFF_G=13\nDIFF_BG=1\nDIFF_GG=1\nDIFF_AG=5\nPYRAMIDE=1\nPLOT_DATEN=0\n"
                          "[METHODE]\nNAG=21\nNGG=2\nNBG=2\nGRND=1\nNTYA=2\nBEVOELKERUNGSBEWEGUNGEN=T1\n"
