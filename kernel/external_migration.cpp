@@ -334,9 +334,11 @@ void sayWhyTargetIsRead()
         if (f) fclose(f);
         return;
     }
-    Prot::message(SEV_HINT, "Baustein K6: die Zuzüge je Gebiet kommen aus zuvg; zuvol.csv wird trotzdem gelesen, als "
-                            "Zielwert Außenzuzug je Außentyp, der bei B1 mit M2 die Außentypen gewichtet und sonst "
-                            "ohne Wirkung bleibt");
+    const char* why = "Baustein K6: die Zuzüge je Gebiet kommen aus zuvg; zuvol.csv wird trotzdem gelesen, als Zielwert "
+                      "Außenzuzug je Außentyp, der bei B1 mit M2 die Außentypen gewichtet und sonst ohne Wirkung bleibt";
+    Prot::message(SEV_HINT, "%s", why);
+    // on the console too, beside the reader's error that follows
+    Prot::console(SEV_HINT, false, "%s", why);
 }
 } // namespace
 
