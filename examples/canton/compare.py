@@ -8,7 +8,8 @@ DIR/aargau/. Prints per year the total, the largest difference of a group and se
 five-year age band (95 and over the last) and of a cell. --check ends with status 1 when a year
 lies outside 0.005 % in the total, 0.01 % in a group and sex, 0.1 % in an age band or one
 person in a cell. --chart draws the totals of each year, the FSO's and the forecast's (and those
-of a second forecast --other, labelled --labels), through gnuplot.
+of a second forecast --other, labelled --labels), and the differences from the FSO in per cent
+of the total and of ages 0-4, through gnuplot.
 """
 import argparse
 import os
@@ -82,7 +83,7 @@ def main(argv):
     p.add_argument("--check", action="store_true")
     p.add_argument("--chart")
     p.add_argument("--other", help="a second variant directory of the same scenario, drawn beside")
-    p.add_argument("--labels", default="forecast with the conventions of the mean of the year,forecast without them")
+    p.add_argument("--labels", default="with the conventions,without them")
     a = p.parse_args(argv)
 
     fso = read_fso(os.path.join(a.dir, "fso.csv"))
@@ -116,30 +117,42 @@ def main(argv):
 
 
 def draw(a, fso):
+    """Two panels: the totals in thousands; the difference from the FSO in per cent, of the total
+    and of the age band 0-4, for each forecast."""
     series = [(os.path.join(a.dir, a.variant), a.labels.split(",")[0])]
     if a.other:
         series.append((os.path.join(a.other, a.variant), a.labels.split(",")[1]))
     data = os.path.splitext(a.chart)[0] + ".dat"
     with open(data, "w", encoding="utf-8") as f:
-        f.write("# year; FSO; " + "; ".join(label for _, label in series) + "\n")
+        f.write("# year; FSO (thousands); per forecast: total (thousands), total %, 0-4 %\n")
         for year in sorted(fso):
             values = [sum(fso[year].values()) / 1000]
             for d, _ in series:
-                values.append(sum(read_gem(os.path.join(d, f"gem{year}.csv")).values()) / 1000)
-            f.write(f"{year} " + " ".join(f"{v:.3f}" for v in values) + "\n")
-    plots = [f"'{data}' using 1:2 with points pt 7 ps 1.2 lc rgb '#000000' title 'FSO projection'"]
+                r = compare(fso[year], read_gem(os.path.join(d, f"gem{year}.csv")))
+                values += [r["forecast"] / 1000, r["total"], r["young"]]
+            f.write(f"{year} " + " ".join(f"{v:.6f}" for v in values) + "\n")
     colours = ["#1f77b4", "#d62728"]
+    totals = [f"'{data}' using 1:2 with points pt 7 ps 1.1 lc rgb '#000000' title 'FSO projection'"]
+    diffs = ["0 with lines lc rgb '#000000' dt 2 notitle"]
     for i, (_, label) in enumerate(series):
-        plots.append(f"'{data}' using 1:{i + 3} with lines lw 2 lc rgb '{colours[i]}' title '{label}'")
+        c = 3 + 3 * i
+        totals.append(f"'{data}' using 1:{c} with lines lw 2 lc rgb '{colours[i]}' title '{label}'")
+        diffs.append(f"'{data}' using 1:{c + 1} with lines lw 2 lc rgb '{colours[i]}' title 'total, {label}'")
+        diffs.append(f"'{data}' using 1:{c + 2} with lines lw 2 dt 3 lc rgb '{colours[i]}' title 'age 0-4, {label}'")
     script = "\n".join([
-        "set term pngcairo size 900,520 font 'DejaVu Sans,10'",
+        "set term pngcairo size 1100,480 font 'DejaVu Sans,9'",
         f"set output '{a.chart}'",
-        "set title 'Canton of Aargau, reference scenario: population on 31 December (thousands)'",
-        "set key left top",
+        "set multiplot layout 1,2 title 'Canton of Aargau, FSO reference scenario 2025-2055 (Source: Swiss Federal Statistical Office)'",
         "set grid",
         "set xlabel 'year'",
-        "set ylabel 'persons (thousands)'",
-        "plot " + ", ".join(plots),
+        "set key left top box opaque",
+        "set title 'population on 31 December (thousands)'",
+        "plot " + ", ".join(totals),
+        "set title 'forecast minus FSO, per cent of the FSO figure'",
+        "set key right center box opaque",
+        "set yrange [-1.4:0.2]",
+        "plot " + ", ".join(diffs),
+        "unset multiplot",
     ])
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
     print(f"chart: {a.chart}")
