@@ -2,6 +2,7 @@
 // cell parser, the line loop with guards, check column, region keys and value expressions,
 // the expanded copy, and the typed entry points over the array shapes of the system.
 #include "tables/input_reader.h"
+#include "tables/plain_cells.h"
 
 #include <algorithm>
 #include <cctype>
@@ -442,6 +443,8 @@ int readBound(const char*& p, long long& value, bool& computed)
 bool parseIndexCell(const char* cell, long long first, long long last, IndexInterval& out, CsvReader* reader)
 {
     out = IndexInterval();
+    // whole numbers and their intervals, most cells of a table, without the general reader
+    if (cell && plainIndexCell(cell, out.lo, out.hi)) return true;
     const char* p = skipWhite(cell ? cell : "");
     if (!*p) return false;
     if (*p == '*') {
@@ -648,6 +651,7 @@ void TableReader::cleanup()
 bool validUtf8(const char* text)
 {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    while (*p && *p < 0x80) ++p;    // plain ASCII, most cells, in one pass
     while (*p) {
         unsigned char c = *p;
         int follow = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
@@ -1055,14 +1059,19 @@ void TableReader::store(const long long* idx, const long long* written, double* 
 void TableReader::valueCell(const char* text)
 {
     valueSeen = true;
-    const char* rest = parser->parse(text);
-    if (*skipWhite(rest)) {
-        lineMessage(0, "@fn_long1;");
-        structure();
+    // a plain number, most values of a table, without the expression parser
+    double constantValue = 0;
+    bool constant = traceLevel < 2 && plainNumberCell(text, constantValue);
+    if (!constant) {
+        const char* rest = parser->parse(text);
+        if (*skipWhite(rest)) {
+            lineMessage(0, "@fn_long1;");
+            structure();
+        }
+        const std::vector<Operation>& prog = parser->program;
+        constant = prog.size() == 1 && prog[0].code == NUM;
+        constantValue = constant ? prog[0].v.d : 0;
     }
-    const std::vector<Operation>& prog = parser->program;
-    bool constant = prog.size() == 1 && prog[0].code == NUM;
-    double constantValue = constant ? prog[0].v.d : 0;
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
 
     // bounds of drawn indices

@@ -445,6 +445,17 @@ int CsvReader::scan(char* buffer, int size)
             state = Bare;
             break;
         case Bare:
+            // the rest of a bare cell, the common case, in one tight loop
+            while (c != '\n' && c != sep && c != '\r' && c != 0 && c != EOF && n + 1 < size) {
+                buffer[n++] = static_cast<char>(c);
+                c = getc_unlocked(f);
+            }
+            if (c == EOF) {
+                while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
+                buffer[n] = 0;
+                return n > 0 ? '\n' : -1;
+            }
+            if (c == '\r') continue;
             if (c == '\n' || c == sep) {
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
                 buffer[n] = 0;
