@@ -1307,7 +1307,7 @@ void TableReader::readLines(char* cell)
                 }
             } else if (!skip) {
                 const char* text = cell;
-                if (!validUtf8(cell)) {
+                if (!reader->ascii && !validUtf8(cell)) {
                     // a cell of broken text is no index and no value: it cannot be read as meant
                     lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
                                           printableBytes(cell).c_str()));
@@ -1383,7 +1383,15 @@ template <int R> void walkUndef(typename LANested<R>::type& v, long long* idx, i
 template <int R> class DenseTarget : public ReadTarget {
 public:
     explicit DenseTarget(LA<R>& a) : array(a) {}
-    double* row(const long long* index) override { return denseRow<R>(array, index); }
+    // the row of the line before serves again while the outer indices stay (the lines of a
+    // table mostly run through the last index)
+    double* row(const long long* index) override
+    {
+        if (last && std::equal(index, index + (R - 1), lastIndex)) return last;
+        last = denseRow<R>(array, index);
+        std::copy(index, index + (R - 1), lastIndex);
+        return last;
+    }
     void clear() override { array.fill(UNDEF); }
     void unassigned(const std::function<void(const long long*)>& f) override
     {
@@ -1397,6 +1405,10 @@ public:
         return n;
     }
     LA<R>& array;
+
+private:
+    double* last = nullptr;
+    long long lastIndex[R > 1 ? R - 1 : 1] = {};
 };
 
 class ValueTarget : public ReadTarget {

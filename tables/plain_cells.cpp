@@ -45,7 +45,27 @@ bool plainNumberCell(const char* cell, double& value)
         while (digit(*p)) ++p;
     }
     if (*p != 0) return false;
-    // correctly rounded, as the language's own reading of a number
+    // up to 15 digits: the digits as a whole number and a power of ten are both exact doubles, so
+    // one division rounds correctly, as the language's own reading of a number does
+    static const double tens[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    if (p - cell <= 16) {
+        unsigned long long whole = 0;
+        int digits = 0, fraction = -1;
+        for (const char* q = cell; q < p; ++q) {
+            if (*q == '.') {
+                fraction = 0;
+                continue;
+            }
+            whole = whole * 10 + static_cast<unsigned>(*q - '0');
+            ++digits;
+            if (fraction >= 0) ++fraction;
+        }
+        if (digits <= 15) {
+            value = fraction > 0 ? static_cast<double>(whole) / tens[fraction] : static_cast<double>(whole);
+            return true;
+        }
+    }
+    // longer: correctly rounded by the library
     auto r = std::from_chars(cell, p, value, std::chars_format::fixed);
     return r.ec == std::errc() && r.ptr == p;
 }
