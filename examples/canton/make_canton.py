@@ -83,7 +83,12 @@ def main(argv):
     p.add_argument("--start", choices=["fso", "observed"], default="fso",
                    help="start population: the FSO's own start of the first year (default) or the observed "
                         "population of 31 December 2024")
+    p.add_argument("--regions", type=int, default=1,
+                   help="split the canton into this many equal regions (keys 1901, 1902, ...), each with its "
+                        "share of the start and of the arrivals: a large study area for timing the reader")
     a = p.parse_args(argv)
+    if a.regions < 1 or a.regions > 9999:
+        raise DataError(f"--regions {a.regions}: from 1 to 9999")
 
     params = os.path.join(a.data, "fso_parameters.csv.gz")
     rows = read_rows(params, COLUMNS)
@@ -118,8 +123,11 @@ def main(argv):
     out = lambda name: os.path.join(a.out, name)
     source = "Quelle: Bundesamt für Statistik (BFS), kantonale Bevölkerungsszenarien 2025, Szenario " + a.scenario
 
+    regions = [REGION] if a.regions == 1 else [REGION * 10000 + i for i in range(1, a.regions + 1)]
+    share = 1.0 / len(regions)
     write(out("reftyp.csv"), [source, "GKZ;Name;TYG;TYS;TYB;TYZZA;TYQWA;TYNEE;TYREA;TYWBG;TYAGF;TYHH;AGG"],
-          [[REGION, "Aargau", 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1]])
+          [[z, "Aargau" if len(regions) == 1 else f"Aargau {i + 1}", 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1]
+           for i, z in enumerate(regions)])
 
     # the start: the office's own start of the first year is its population of the year before at
     # the age reached in the year; one age lower it is the end of the year before
@@ -131,7 +139,7 @@ def main(argv):
                 for age in range(1, AGES):
                     v = val(first, b, g, age, "start_n")
                     if v:
-                        lines.append([start_year, REGION, b, g, age - 1, fmt(v)])
+                        lines += [[start_year, z, b, g, age - 1, fmt(v * share)] for z in regions]
     else:
         popfile = os.path.join(a.data, "fso_population.csv.gz")
         pop = read_rows(popfile, ["year", "nat", "sex", "age", "n"])
@@ -141,7 +149,7 @@ def main(argv):
             b, g, age = cohort(r, popfile)
             v = number(r, "n", popfile)
             if v:
-                lines.append([start_year, REGION, b, g, age, fmt(v)])
+                lines += [[start_year, z, b, g, age, fmt(v * share)] for z in regions]
     write(out(f"gem{start_year}.csv"), [source, "Jahr;GKZ;BG;GG;AG;Anzahl"], lines)
 
     quotas, fso = [], []
@@ -162,7 +170,7 @@ def main(argv):
                     for area, column in ((1, "imm_int_n"), (2, "imm_nat_n")):
                         v = val(y, b, g, age, column)
                         if v:
-                            zuvg.append([y, area, REGION, b, g, age, fmt(v)])
+                            zuvg += [[y, area, z, b, g, age, fmt(v * share)] for z in regions]
                     if b == 2:
                         v = val(y, b, g, age, "acq")
                         if v:
