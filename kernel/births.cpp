@@ -198,7 +198,7 @@ void normaliseQuotas(Orvane& C, LA3& QR2G)
 
 } // namespace
 
-void births(MonteCarlo& mc, Orvane& c, YearStep&)
+void births(MonteCarlo& mc, Orvane& c, YearStep& y)
 {
     Trace::enter("RKGEB");
     struct Leave {
@@ -255,7 +255,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
     VCHECK(isoneof(C.NGG, { 1, 2 }), SOURCE);
 
     // 6. and 7. the births of the mothers of each region and group, by age group
-    GemTable DG3G;
+    GemTable& DG3G = y.DG3G;
     DG3G.make(_(Y_0) ? "DG3G" : "DG3G_Y1", ngz, nbg, ngg, nag, true);
     const size_t mothers = C.NGG != 1 ? 1 : 0;
     const double GP = C.GP;
@@ -435,6 +435,9 @@ void births(MonteCarlo& mc, Orvane& c, YearStep&)
         laPrintList(nullptr, DG3G.name.c_str(), nullptr, LA_NUMBER, rows, labels);
     }
     C.BG40.print(3);
-    DG3G.release();
     DG4GAM_.release();
+    // the births stay for the movement tables, the rates and quotas for the births on the mean
+    // of the year
+    y.PR2G = std::move(PR2G);
+    y.QR2G = std::move(QR2G);
 }

@@ -20,6 +20,7 @@
 #include "kernel/year_step.h"
 #include "kernel/kernel_helpers.h"
 #include "tables/table_text.h"
+#include "tables/input_reader.h"
 
 namespace {
 
@@ -319,6 +320,26 @@ void writeByArea(int entry, const LA5& a)
     closeTable(f);
 }
 
+
+// In-migration by region (K6) takes its numbers from zuvg; the target table of in-migration is
+// read all the same and serves as the weights of the external areas when in-migration is fitted
+// to cohort targets. When it is missing, a hint says so before the reader's error.
+void sayWhyTargetIsRead()
+{
+    FileEntry probe = fileTable[FT_ZUVOL];
+    FILE* f = nullptr;
+    std::string path, note;
+    const std::string dir = si::Directory.empty() || si::Directory.back() == '/' ? si::Directory : si::Directory + "/";
+    if (openInput(&f, probe, {dir + si::Version + "/", si::Directory}, si::Version, probe.name + ".csv", &path, &note) == 0) {
+        if (f) fclose(f);
+        return;
+    }
+    const char* why = "Baustein K6: die Zuzüge je Gebiet kommen aus zuvg; zuvol.csv wird trotzdem gelesen, als Zielwert "
+                      "Außenzuzug je Außentyp, der bei B1 mit M2 die Außentypen gewichtet und sonst ohne Wirkung bleibt";
+    Prot::message(SEV_HINT, "%s", why);
+    // on the console too, beside the reader's error that follows
+    Prot::console(SEV_HINT, false, "%s", why);
+}
 } // namespace
 
 // ---------------------------------------------------------------- RK::IRW
@@ -433,8 +454,10 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
         else if (_(B_1) && _(K_1) && !_(M_0))
             Prot::writeln(1, "Zielwert Außenzuzug wird von Zielbevölkerung Region BR21 aus eckreg.csv abgeleitet, "
                              "zuvol.csv wird nicht benötigt");
-        else if (!_(K_0))
+        else if (!_(K_0)) {
+            if (_(K_6)) sayWhyTargetIsRead();
             readTable(fileTable[FT_ZUVOL], C.DR2ZA, "NKTYA\0NKBG\0NKGG\0");
+        }
         if (K_() < 5 && !_(K_0)) {
             C.QR3ZA.make("C.QR3ZA", {nta, nbg, ngg, nag}, 0.0);
             readTable(fileTable[FT_ZUAQ], C.QR3ZA, "C.NTYA\0NBG\0NGG\0NAG\0");

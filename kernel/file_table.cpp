@@ -54,12 +54,12 @@ FileEntry output(const char* name, int kind, std::vector<std::string> columns, i
     return e;
 }
 
-// the movement components of a region in the order of the cohort equation
+// the movement components of a region in the order of the cohort equation, then the births
 const std::vector<std::string>& movementColumns()
 {
     static const std::vector<std::string> columns = {
         "@DG4S;", "@DG4WA;", "@DG4OBN;", "@DG4WB;", "@DG4OI;", "@DG4OBR;", "@DG4OAR;", "@DG4IBR;",
-        "@DG4ZA;", "@DG4IBN;", "@DG4IAN;", "@DG4ZB;", "@DG4II;", "@DG4WBGv;", "@DG4WBGn;"};
+        "@DG4ZA;", "@DG4IBN;", "@DG4IAN;", "@DG4ZB;", "@DG4II;", "@DG4WBGv;", "@DG4WBGn;", "@DG3G;"};
     return columns;
 }
 

@@ -147,4 +147,6 @@ void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y)
     }
     y.DG4WBGv.print(2);
     y.DG4WBGn.print(2);
+    // the rates stay for the births on the mean of the year
+    y.PR4WBG = std::move(PR4WBG);
 }

@@ -28,9 +28,9 @@ namespace {
 constexpr const char* POPULATION = "population_long.csv";
 constexpr const char* MOVEMENTS = "movements_long.csv";
 
-// the name of each movement in the long table, in the order of the cohort equation; a
-// component without a name here is named after its array
-const std::array<const char*, NMOVEMENTS> MOVEMENT_NAMES = {
+// the name of each movement in the long table, in the order of the movement tables' columns; a
+// column without a name here is named after its array
+const std::array<const char*, NMOVEMENTCOLUMNS> MOVEMENT_NAMES = {
     "deaths",
     "external_out_migration",
     "out_to_new_dwellings",
@@ -46,6 +46,7 @@ const std::array<const char*, NMOVEMENTS> MOVEMENT_NAMES = {
     "internal_in_within_type",
     "group_change_out",
     "group_change_in",
+    "births",
 };
 
 // one of the two files, opened for this year's lines: new with its header in the first year,

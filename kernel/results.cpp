@@ -288,10 +288,10 @@ struct MovementLayout {
         std::string empty;   // the separators (and the line feed) of the run
     };
     std::vector<Piece> pieces;
-    MovementLayout(const std::array<const GemTable*, NMOVEMENTS>& m, char sep)
+    MovementLayout(const std::array<const GemTable*, NMOVEMENTCOLUMNS>& m, char sep)
     {
-        for (int k = 0; k < NMOVEMENTS; ++k) {
-            char end = k + 1 == NMOVEMENTS ? '\n' : sep;
+        for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
+            char end = k + 1 == NMOVEMENTCOLUMNS ? '\n' : sep;
             if (m[static_cast<size_t>(k)]->exists()) {
                 pieces.push_back({k, ""});
             } else {
@@ -305,7 +305,7 @@ struct MovementLayout {
 // one line of movement values: an empty cell where a component was not made this year; with
 // cells, where the text of each value made stands in out (start and length)
 void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep,
-                   std::array<std::pair<size_t, size_t>, NMOVEMENTS>* cells = nullptr)
+                   std::array<std::pair<size_t, size_t>, NMOVEMENTCOLUMNS>* cells = nullptr)
 {
     for (const MovementLayout::Piece& p : layout.pieces) {
         if (p.component < 0) {
@@ -314,12 +314,12 @@ void movementCells(std::string& out, const Orvane& c, const MovementLayout& layo
         }
         size_t k = static_cast<size_t>(p.component);
         size_t at = out.size();
-        appendValue(out, c, values[k] * YearStep::displaySign[k], k + 1 == NMOVEMENTS, sep);
+        appendValue(out, c, values[k] * YearStep::columnSign[k], k + 1 == NMOVEMENTCOLUMNS, sep);
         if (cells) (*cells)[k] = {at, out.size() - at - 1};
     }
 }
 
-bool anyMovement(const std::array<const GemTable*, NMOVEMENTS>& m)
+bool anyMovement(const std::array<const GemTable*, NMOVEMENTCOLUMNS>& m)
 {
     for (const GemTable* t : m)
         if (t->exists()) return true;
@@ -330,7 +330,7 @@ bool anyMovement(const std::array<const GemTable*, NMOVEMENTS>& m)
 void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE* bewgem, FILE* bewagg,
                   FILE* bewgemagg, FILE* longFile)
 {
-    auto m = y.movements();
+    auto m = y.movementColumns();
     if (!anyMovement(m)) return;
     Columns cols(c, label, longFile != nullptr);
     // ",name," of each movement in the long table
@@ -343,12 +343,12 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
     int n = c.NGZ;
     // the values of one region, component by cohort
     auto regionValues = [&](int gz, std::vector<double>& v) {
-        v.assign(cells * NMOVEMENTS, 0.0);
-        for (int k = 0; k < NMOVEMENTS; ++k) {
+        v.assign(cells * NMOVEMENTCOLUMNS, 0.0);
+        for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
             const GemTable* t = m[static_cast<size_t>(k)];
             if (!t->exists()) continue;
             t->forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double x) {
-                v[((b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a) * NMOVEMENTS +
+                v[((b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a) * NMOVEMENTCOLUMNS +
                   static_cast<size_t>(k)] = x;
             });
         }
@@ -359,14 +359,14 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
         auto body = [&](int gz, std::string& out, std::string* longOut) {
             thread_local std::vector<double> v;   // one region's values, kept for the next region
             regionValues(gz, v);
-            double total[NMOVEMENTS] = {};
+            double total[NMOVEMENTCOLUMNS] = {};
             std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
             std::string longPrefix = longOut ? cols.longYear + std::to_string(regionKeyOf(c, gz)) + "," : "";
-            std::array<std::pair<size_t, size_t>, NMOVEMENTS> texts;
+            std::array<std::pair<size_t, size_t>, NMOVEMENTCOLUMNS> texts;
             for (size_t i = 0; i < cells; ++i) {
-                const double* row = &v[i * NMOVEMENTS];
+                const double* row = &v[i * NMOVEMENTCOLUMNS];
                 bool zero = true;
-                for (int k = 0; k < NMOVEMENTS; ++k) {
+                for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
                     total[k] += row[k];
                     if (row[k] != 0) zero = false;
                 }
@@ -410,16 +410,16 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
         AggShape s(c, false);
         // component by shape cell, per aggregate row; region order
         std::vector<std::vector<double>> sums(static_cast<size_t>(std::max(rows, 0)),
-                                              std::vector<double>(s.size() * NMOVEMENTS, 0.0));
+                                              std::vector<double>(s.size() * NMOVEMENTCOLUMNS, 0.0));
         for (int gz = 0; gz < n; ++gz) {
             int row = aggregateRowOf(c, gz);
             if (row < 0 || row >= rows) continue;
             auto& r = sums[static_cast<size_t>(row)];
-            for (int k = 0; k < NMOVEMENTS; ++k) {
+            for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
                 const GemTable* t = m[static_cast<size_t>(k)];
                 if (!t->exists()) continue;
                 t->forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double x) {
-                    r[s.index(b, g, a) * NMOVEMENTS + static_cast<size_t>(k)] += x;
+                    r[s.index(b, g, a) * NMOVEMENTCOLUMNS + static_cast<size_t>(k)] += x;
                 });
             }
         }
@@ -428,16 +428,16 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
         std::string out, outTotal;
         for (int row = 0; row < rows; ++row) {
             std::string prefix = cols.year + printInt(aggFormat, RK::refKey(ini::DIFF_G, row)) + cols.sep;
-            double total[NMOVEMENTS] = {};
+            double total[NMOVEMENTCOLUMNS] = {};
             for (int b = 0; b < s.nbg; ++b)
                 for (int g = 0; g < s.ngg; ++g)
                     for (int a = 0; a < s.nag; ++a) {
                         size_t i = (static_cast<size_t>(b) * static_cast<size_t>(s.ngg) + static_cast<size_t>(g)) *
                                        static_cast<size_t>(s.nag) +
                                    static_cast<size_t>(a);
-                        const double* v = &sums[static_cast<size_t>(row)][i * NMOVEMENTS];
+                        const double* v = &sums[static_cast<size_t>(row)][i * NMOVEMENTCOLUMNS];
                         bool zero = true;
-                        for (int k = 0; k < NMOVEMENTS; ++k) {
+                        for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
                             total[k] += v[k];
                             if (v[k] != 0) zero = false;
                         }
@@ -512,7 +512,7 @@ void writeYearOutputs(const Orvane& c, const YearStep& y, int label)
     std::unique_ptr<Output> agg, pyramid, bew, bewgem, bewagg, bewgemagg;
     if (ini::DIFF_G > 0) agg = std::make_unique<Output>(FT_OUT_AGG);
     if (ini::PYRAMIDE) pyramid = std::make_unique<Output>(FT_OUT_PYRAMID);
-    if (anyMovement(y.movements())) {
+    if (anyMovement(y.movementColumns())) {
         if (ini::ABEW) bew = std::make_unique<Output>(FT_OUT_BEW);
         if (ini::ABEWGEM) bewgem = std::make_unique<Output>(FT_OUT_BEWGEM);
         if (ini::DIFF_G > 0) {

@@ -177,6 +177,20 @@ void RK::report()
         Prot::raw("</table>\n");
     }
 
+    // the conventions of the mean of the year, off unless their option is set
+    if (on) {
+        const double births = opt::get("$MIDYEAR_BIRTHS", 0), exposure = opt::get("$MIDYEAR_EXPOSURE", 0);
+        Prot::raw("<table>\n<caption>Konventionen des Jahres</caption>\n");
+        Prot::raw("<tr><th class=l>$MIDYEAR_BIRTHS</th><td>%g</td><td>%s</td></tr>\n", births,
+                  births != 0 ? "Geburten auf die mittlere Zahl der Frauen (Jahresanfang + Jahresende) / 2"
+                              : "Geburten auf die Frauen am Jahresanfang");
+        Prot::raw("<tr><th class=l>$MIDYEAR_EXPOSURE</th><td>%g</td><td>%s</td></tr>\n", exposure,
+                  exposure != 0 ? "Fortziehende sterben ein halbes Jahr, Zuziehende zur halben Rate des nächsten "
+                                  "Alters (Neugeborene 2/3)"
+                                : "alle Ströme auf derselben Bevölkerung");
+        Prot::raw("</table>\n");
+    }
+
     // modules
     int bsl = int(opt::get("$BSL", 1));
     moduleCode.clear();

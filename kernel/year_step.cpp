@@ -40,6 +40,10 @@ void YearStep::release()
 {
     for (GemTable* t : movements()) t->release();
     DG4OB.release();
+    DG3G.release();
+    PR2G.release();
+    QR2G.release();
+    PR4WBG.release();
     for (LA1* a : {&GG1ATTR, &DG1IBN_, &DG1OBR_}) a->release();
     regionsOfType.clear();
     DR4FBrates.release();
@@ -634,7 +638,8 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
             }
     }
 
-    // 16. the cohort equation
+    // 16. the conventions of the mean of the year, then the cohort equation
+    midyearConventions(c, y);
     cohortEquation(c, y);
     targetReport(c);
 

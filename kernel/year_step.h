@@ -16,12 +16,21 @@ class Orvane;
 
 // number of movement components in the cohort equation
 inline constexpr int NMOVEMENTS = 15;
+// number of columns of the yearly movement tables: the components, then the births
+inline constexpr int NMOVEMENTCOLUMNS = NMOVEMENTS + 1;
 
 struct YearStep {
     // the fifteen movement components of the year, region by cohort; an outflow is negative
     GemTable DG4S{"DG4S"}, DG4WA{"DG4WA"}, DG4OBN{"DG4OBN"}, DG4WB{"DG4WB"}, DG4OI{"DG4OI"}, DG4OBR{"DG4OBR"},
         DG4OAR{"DG4OAR"}, DG4IBR{"DG4IBR"}, DG4ZA{"DG4ZA"}, DG4IBN{"DG4IBN"}, DG4IAN{"DG4IAN"}, DG4ZB{"DG4ZB"},
         DG4II{"DG4II"}, DG4WBGv{"DG4WBGv"}, DG4WBGn{"DG4WBGn"};
+    // the births of the year, region by cohort at age group 0; already in the population when the
+    // other components are worked out, so outside the cohort equation
+    GemTable DG3G{"DG3G"};
+    // the fertility rates and the quotas of the child's group the births were worked out with
+    LA3 PR2G{"PR2G"}, QR2G{"QR2G"};
+    // the rates of group change the year worked with (module W)
+    LA5 PR4WBG{"PR4WBG"};
     // moves out of the region's type (internal migration), apportioned from the type level
     GemTable DG4OB{"DG4OB"};
     // weights and sums per region
@@ -54,9 +63,15 @@ struct YearStep {
         return {&DG4S, &DG4WA, &DG4OBN, &DG4WB, &DG4OI, &DG4OBR, &DG4OAR, &DG4IBR,
                 &DG4ZA, &DG4IBN, &DG4IAN, &DG4ZB, &DG4II, &DG4WBGv, &DG4WBGn};
     }
-    // the sign with which the year's summary shows a component as a positive in- or outflow
-    static constexpr std::array<int, NMOVEMENTS> displaySign = {-1, -1, -1, -1, -1, -1, -1, +1,
-                                                                +1, +1, +1, +1, +1, -1, +1};
+    // the columns of the yearly movement tables: the components, then the births
+    std::array<const GemTable*, NMOVEMENTCOLUMNS> movementColumns() const
+    {
+        return {&DG4S, &DG4WA, &DG4OBN, &DG4WB, &DG4OI, &DG4OBR, &DG4OAR, &DG4IBR,
+                &DG4ZA, &DG4IBN, &DG4IAN, &DG4ZB, &DG4II, &DG4WBGv, &DG4WBGn, &DG3G};
+    }
+    // the sign with which the movement tables show a column as a positive in- or outflow
+    static constexpr std::array<int, NMOVEMENTCOLUMNS> columnSign = {-1, -1, -1, -1, -1, -1, -1, +1,
+                                                                     +1, +1, +1, +1, +1, -1, +1, +1};
     // frees every array
     void release();
 };
@@ -94,6 +109,10 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y);
 void deaths(MonteCarlo& mc, Orvane& c, YearStep& y);
 // group change: fills y.DG4WBGv and y.DG4WBGn under module W
 void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y);
+// births on the mean of the women at the start and the end of the year ($MIDYEAR_BIRTHS), movers
+// exposed to death for half the year ($MIDYEAR_EXPOSURE): after all movements, before the cohort
+// equation
+void midyearConventions(Orvane& c, YearStep& y);
 // the end population of the year against the stock target (M) and the limits (P)
 void targetReport(const Orvane& c);
 

@@ -2,6 +2,7 @@
 // cell parser, the line loop with guards, check column, region keys and value expressions,
 // the expanded copy, and the typed entry points over the array shapes of the system.
 #include "tables/input_reader.h"
+#include "tables/plain_cells.h"
 
 #include <algorithm>
 #include <cctype>
@@ -442,6 +443,8 @@ int readBound(const char*& p, long long& value, bool& computed)
 bool parseIndexCell(const char* cell, long long first, long long last, IndexInterval& out, CsvReader* reader)
 {
     out = IndexInterval();
+    // whole numbers and their intervals, most cells of a table, without the general reader
+    if (cell && plainIndexCell(cell, out.lo, out.hi)) return true;
     const char* p = skipWhite(cell ? cell : "");
     if (!*p) return false;
     if (*p == '*') {
@@ -648,6 +651,7 @@ void TableReader::cleanup()
 bool validUtf8(const char* text)
 {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    while (*p && *p < 0x80) ++p;    // plain ASCII, most cells, in one pass
     while (*p) {
         unsigned char c = *p;
         int follow = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : -1;
@@ -1055,14 +1059,19 @@ void TableReader::store(const long long* idx, const long long* written, double* 
 void TableReader::valueCell(const char* text)
 {
     valueSeen = true;
-    const char* rest = parser->parse(text);
-    if (*skipWhite(rest)) {
-        lineMessage(0, "@fn_long1;");
-        structure();
+    // a plain number, most values of a table, without the expression parser
+    double constantValue = 0;
+    bool constant = traceLevel < 2 && plainNumberCell(text, constantValue);
+    if (!constant) {
+        const char* rest = parser->parse(text);
+        if (*skipWhite(rest)) {
+            lineMessage(0, "@fn_long1;");
+            structure();
+        }
+        const std::vector<Operation>& prog = parser->program;
+        constant = prog.size() == 1 && prog[0].code == NUM;
+        constantValue = constant ? prog[0].v.d : 0;
     }
-    const std::vector<Operation>& prog = parser->program;
-    bool constant = prog.size() == 1 && prog[0].code == NUM;
-    double constantValue = constant ? prog[0].v.d : 0;
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
 
     // bounds of drawn indices
@@ -1298,7 +1307,7 @@ void TableReader::readLines(char* cell)
                 }
             } else if (!skip) {
                 const char* text = cell;
-                if (!validUtf8(cell)) {
+                if (!reader->ascii && !validUtf8(cell)) {
                     // a cell of broken text is no index and no value: it cannot be read as meant
                     lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
                                           printableBytes(cell).c_str()));
@@ -1374,7 +1383,15 @@ template <int R> void walkUndef(typename LANested<R>::type& v, long long* idx, i
 template <int R> class DenseTarget : public ReadTarget {
 public:
     explicit DenseTarget(LA<R>& a) : array(a) {}
-    double* row(const long long* index) override { return denseRow<R>(array, index); }
+    // the row of the line before serves again while the outer indices stay (the lines of a
+    // table mostly run through the last index)
+    double* row(const long long* index) override
+    {
+        if (last && std::equal(index, index + (R - 1), lastIndex)) return last;
+        last = denseRow<R>(array, index);
+        std::copy(index, index + (R - 1), lastIndex);
+        return last;
+    }
     void clear() override { array.fill(UNDEF); }
     void unassigned(const std::function<void(const long long*)>& f) override
     {
@@ -1388,6 +1405,10 @@ public:
         return n;
     }
     LA<R>& array;
+
+private:
+    double* last = nullptr;
+    long long lastIndex[R > 1 ? R - 1 : 1] = {};
 };
 
 class ValueTarget : public ReadTarget {

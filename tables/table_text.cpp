@@ -416,6 +416,7 @@ int CsvReader::scan(char* buffer, int size)
     if (!file) return -1;
     enum { Start, Bare, InQuotes, AfterQuote } state = Start;
     int n = 0;
+    unsigned bits = 0;    // the bytes of the cell or-ed: below 0x80 for plain ASCII
     FILE* f = file;
     const int sep = separator, q = quote;
     for (;;) {
@@ -423,11 +424,13 @@ int CsvReader::scan(char* buffer, int size)
         if (c == EOF) {
             if (state == InQuotes) {
                 buffer[n] = 0;
+                ascii = bits < 0x80;
                 return -3;
             }
             if (state != AfterQuote)
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
             buffer[n] = 0;
+            ascii = bits < 0x80;
             return n > 0 ? '\n' : -1;
         }
         if (c == '\r') continue;
@@ -435,6 +438,7 @@ int CsvReader::scan(char* buffer, int size)
         case Start:
             if (c == '\n' || c == sep) {
                 buffer[0] = 0;
+                ascii = bits < 0x80;
                 return c;
             }
             if (c == ' ' || c == '\t') continue;
@@ -445,9 +449,23 @@ int CsvReader::scan(char* buffer, int size)
             state = Bare;
             break;
         case Bare:
+            // the rest of a bare cell, the common case, in one tight loop
+            while (c != '\n' && c != sep && c != '\r' && c != 0 && c != EOF && n + 1 < size) {
+                bits |= static_cast<unsigned>(c);
+                buffer[n++] = static_cast<char>(c);
+                c = getc_unlocked(f);
+            }
+            if (c == EOF) {
+                while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
+                buffer[n] = 0;
+                ascii = bits < 0x80;
+                return n > 0 ? '\n' : -1;
+            }
+            if (c == '\r') continue;
             if (c == '\n' || c == sep) {
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
                 buffer[n] = 0;
+                ascii = bits < 0x80;
                 return c;
             }
             break;
@@ -464,21 +482,26 @@ int CsvReader::scan(char* buffer, int size)
             }
             if (c == '\n' || c == sep) {
                 buffer[n] = 0;
+                ascii = bits < 0x80;
                 return c;
             }
             if (c == ' ' || c == '\t') continue;
             buffer[n] = 0;
             badChar = c;
+            ascii = bits < 0x80;
             return -2;
         }
         if (c == 0) {
             // a NUL byte would cut the cell where it stands: the cell is refused whole
             buffer[n] = 0;
+            ascii = bits < 0x80;
             return -5;
         }
+        bits |= static_cast<unsigned>(c);
         buffer[n++] = static_cast<char>(c);
         if (n >= size) {
             buffer[n - 1] = 0;
+            ascii = bits < 0x80;
             return -4;
         }
     }

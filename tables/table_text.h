@@ -59,6 +59,8 @@ public:
     int cellsRead = 0;
     int hadBom = 0;
     uint64_t nonInteger = 0;
+    // 1 when the last cell read holds only ASCII bytes (so no check of its UTF-8 is needed)
+    int ascii = 1;
 
 private:
     int scan(char* buffer, int size);

@@ -100,7 +100,7 @@ std::string longName(const std::string& column)
         {"@DG4IBR", "demolition_in"}, {"@DG4ZA", "external_in_migration"},
         {"@DG4IBN", "new_dwellings_in_from_area"}, {"@DG4IAN", "new_dwellings_in_from_abroad"},
         {"@DG4ZB", "internal_in_migration"}, {"@DG4II", "internal_in_within_type"},
-        {"@DG4WBGv", "group_change_out"}, {"@DG4WBGn", "group_change_in"}};
+        {"@DG4WBGv", "group_change_out"}, {"@DG4WBGn", "group_change_in"}, {"@DG3G", "births"}};
     auto it = names.find(column);
     if (it != names.end()) return it->second;
     std::string name = column.substr(1);   // a movement without its own name: its array, lower case
@@ -154,6 +154,7 @@ TEST(LongTables, HoldTheNumbersOfThePopulationAndMovementTablesInPlainForm)
     EXPECT_GT(kinds["deaths"], 0);
     EXPECT_GT(kinds["external_out_migration"], 0);
     EXPECT_GT(kinds["external_in_migration"], 0);
+    EXPECT_GT(kinds["births"], 0);
 
     // a later run that does not ask for them leaves none of them behind
     studyArea(s, false);
