@@ -21,7 +21,7 @@ const double NaN = std::numeric_limits<double>::quiet_NaN();
 // the event kinds of the table, by their column text
 const char* const kinds[] = {"hh_GEM", "BG40DSG", "DG4GAM_", "birth", "strb", "DG1IN", "DG4WB", "DG4ZB", "DG4WBGv", "DG4WBGn"};
 const int kKinds = 10;
-enum { STOCK, INSTITUTION, BABY, MOTHER, DEATH, INFLOW, INTERNAL_OUT, INTERNAL_IN, CHANGE_FROM, CHANGE_TO };
+enum { STOCK, INSTITUTION, MOTHER, BABY, DEATH, FIRST_OCCUPIER, INTERNAL_OUT, INTERNAL_IN, CHANGE_FROM, CHANGE_TO };
 
 using Vectors = std::array<std::vector<long long>, kKinds>;
 using Place = std::tuple<long long, long long, long long>;   // year, region, group
@@ -125,7 +125,7 @@ void Dstmak::indicators()
     for (const auto& [k, n] : tool.baby) add(all, k[0], k[1], k[2], BABY, k[4], n);
     for (const auto& [k, n] : tool.geburt) add(all, k[0], k[1], k[2], MOTHER, k[3], n);
     for (const auto& [k, n] : tool.sterb) add(all, k[0], k[1], k[2], DEATH, k[4], n);
-    for (const auto& [k, n] : tool.aussenzuzug) add(all, k[0], k[2], k[3], INFLOW, k[5], n);
+    for (const auto& [k, n] : tool.neubaubezug) add(all, k[0], k[1], k[2], FIRST_OCCUPIER, k[4], n);
     for (const auto& [k, n] : tool.binnenwegzug) {
         add(all, k[0], k[1], k[3], INTERNAL_OUT, k[5], n);
         add(all, k[0], k[2], k[3], INTERNAL_IN, k[5], n);
@@ -160,7 +160,9 @@ void Dstmak::indicators()
                              static_cast<int>(std::get<1>(place)), sep, static_cast<int>(std::get<2>(place)), sep, k, sep,
                              static_cast<int>(m.sum), sep);
             csvWrite(f, head, static_cast<size_t>(n));
-            if (k == MOTHER) {
+            // the newborns are all of age 0: no age measures; the mothers are no population to
+            // weigh young and old against: no dependency block
+            if (k == BABY) {
                 for (int e = 0; e < 7; ++e) csvWriteText(f, "", 0);
             } else {
                 csvWriteCell(f, "%.0f", m.minAge, 0);
@@ -171,7 +173,7 @@ void Dstmak::indicators()
                 cell(f, m.variance, 0);
                 cell(f, m.billeter, 0);
             }
-            if (k == BABY) {
+            if (k == MOTHER) {
                 for (int e = 0; e < 5; ++e) csvWriteText(f, "", 0);
                 csvWriteText(f, "", 1);
             } else {

@@ -139,6 +139,54 @@ TEST_F(Dstmak, MovementRecordsIntoTheEventTables)
               std::string::npos);
 }
 
+TEST_F(Dstmak, EveryIndicatorKindFedByItsOwnTable)
+{
+    // one person or event of each kind in region 101, group 1, 2024, each at its own age, so
+    // that every row of indikator.csv shows by its age which table fed it
+    settings("R02DST=3\nNEUB=1\n");
+    std::string stock = person(101, 1, 0, "40");
+    stock.replace(226, 8, "20241231");
+    std::string institution = person(101, 2, 0, "80");
+    institution.replace(226, 8, "20241231");
+    institution[179] = '1';                                                                          // ANSTE
+    s.write("work/dstbest2024.txt", stock + institution);
+    std::string records;
+    records += event(101, 1, 2024, "1", "1", "1").set("G01", "31").set("G02", "0").text + "\n";   // boy, mother 31
+    records += event(101, 2, 1950, "2", "2", "1").text + "\n";                                    // death at 74
+    records += event(101, 1, 1989, "1", "3", "1").set("NEUB", "1").text + "\n";                   // first occupier, 35
+    records += event(101, 1, 1990, "1", "3", "1").set("W40", "009").set("W41", "1").text + "\n";  // from outside, 34
+    records += event(102, 2, 1980, "2", "4", "1").set("RQZ", "1010000").text + "\n";              // 101 -> 102 at 44
+    records += event(101, 1, 1970, "2", "9", "1").set("B05", "4").set("P05QZ", "163").text + "\n"; // 2 -> 1 at 54
+    s.write("work/dstbew2024.txt", records);
+    RunResult r = s.run({"dstmak", "indi"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string table = s.read("work/indikator.csv");
+    // year, region, group, kind, count, the age measures, the dependency block (20..64). The stock
+    // holds both persons (the institution stays in it with ANST=0): mean 60.5, two peaks give
+    // 40.5, variance (40² + 80² - 120²/2) / 2 = 400, Billeter (0 - 1) / 1. The mothers keep no
+    // dependency block, the newborns (all of age 0) no age measures. The arrival from outside
+    // (34) feeds no kind; the first occupier (35) feeds kind 5.
+    const char* rows[] = {
+        "2024;101;1;0;2;40;80;60.5;40.5;41;400;-1;0;1;1;0;1;1\n",
+        "2024;101;1;1;1;80;80;80.5;80;80.5;0;nan;0;0;1;nan;nan;nan\n",
+        "2024;101;1;2;1;31;31;31.5;31;31.5;0;0;;;;;;\n",
+        "2024;101;1;3;1;;;;;;;;1;0;0;nan;nan;nan\n",
+        "2024;101;1;4;1;74;74;74.5;74;74.5;0;nan;0;0;1;nan;nan;nan\n",
+        "2024;101;1;5;1;35;35;35.5;35;35.5;0;0;0;1;0;0;0;0\n",
+        "2024;101;1;6;1;44;44;44.5;44;44.5;0;0;0;1;0;0;0;0\n",
+        "2024;101;1;9;1;54;54;54.5;54;54.5;0;nan;0;1;0;0;0;0\n",   // joining group 1 ...
+        "2024;101;2;8;1;54;54;54.5;54;54.5;0;nan;0;1;0;0;0;0\n",   // ... from group 2
+        "2024;102;1;7;1;44;44;44.5;44;44.5;0;0;0;1;0;0;0;0\n",     // internal move into 102
+    };
+    for (const char* row : rows) EXPECT_NE(table.find(row), std::string::npos) << row;
+    // every other row (3 places of 10 kinds) counts nobody
+    int lines = 0, filled = 0;
+    for (size_t at = 0; at < table.size(); at = table.find('\n', at) + 1, ++lines)
+        filled += table.compare(at + 12, 3, ";0;") != 0;
+    EXPECT_EQ(lines, 30);
+    EXPECT_EQ(filled, 10);
+}
+
 TEST_F(Dstmak, WrongCallAndBadMap)
 {
     settings("R02DST=9\n");
