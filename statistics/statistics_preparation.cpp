@@ -434,9 +434,12 @@ void Dstmak::writeReftypTemplate()
     std::string agg1 = DD::lookup("tkindi_fert_AGG1"), agg2 = DD::lookup("tkindi_fert_AGG2");
     const char* columns[] = {"GKZ", "GNAME", "TYG", "TYS", "TYB", "TYZZA", "TYQWA", "TYNEE", "TYREA", "TYWBG",
                              "TYAGF", "TYHH", agg1.c_str(), agg2.c_str(), nullptr};
-    csvWriteHead(f, "reftyp", columns, nullptr);
-    char sep[2] = {si::separator, 0};
+    // the cut of the keys is the first line (behind the byte order mark), before the head
+    if (si::csvBom) fputs("\xEF\xBB\xBF", f);
     if (settings.rtgkz > 0) fprintf(f, "%s! cut(%d)\n", "#", settings.rtgkz);
+    csvWriteComment(f, "reftyp", nullptr);
+    csvWriteColumnNames(f, columns);
+    char sep[2] = {si::separator, 0};
     long long divisor = 1;
     for (int k = 0; k < settings.rtgkz; ++k) divisor *= 10;
     int width = std::max(1, r02map::digits(settings.r02map) - settings.rtgkz);

@@ -226,8 +226,8 @@ struct Counters {
 };
 
 // Opens the yearly table; the year before the start, an input, is looked for where every input
-// table of a variant is: in the result directory, then ../, then the shared ../_variant, as the
-// file or as its .csv.lnk.
+// in the result directory, then in the shared ../_variant, then in ../, as the file or as its
+// .csv.lnk.
 FILE* openYear(const std::string& resultDir, int year, bool yearBefore, std::string& shown)
 {
     std::string name = "gem" + std::to_string(year) + ".csv";
@@ -239,7 +239,7 @@ FILE* openYear(const std::string& resultDir, int year, bool yearBefore, std::str
     }
     int err = errno;
     if (yearBefore) {
-        for (const char* place : {"/../", "/../_variant/"}) {
+        for (const char* place : {"/../_variant/", "/../"}) {
             std::string dir = resultDir + place;
             std::string file = dir + name;
             FILE* f = std::fopen(file.c_str(), "rb");

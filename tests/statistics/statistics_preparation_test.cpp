@@ -95,6 +95,13 @@ TEST_F(Dstmak, KeysCutByRtgkzAndYearFromTheFirstRecord)
     RunResult r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(s.read("work/reftyp_roh.csv"), "#! cut(2)\n101;\"\";1;1;1;1;1;1;1;1;1;1;1;1\n");
+    // with the byte order mark, the comment and the column names the cut is still the first line
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nKommentar=1\nSpaltenname=1\nBOM=1\n"
+                               "[RATEN]\ndirDSTmak=work/\nR02DST=5\nRTGKZ=2\n");
+    ASSERT_EQ(s.run({"dstmak", "makro"}).status, 0);
+    std::string reftyp = s.read("work/reftyp_roh.csv");
+    EXPECT_EQ(reftyp.substr(0, 14), "\xEF\xBB\xBF#! cut(2)\n#") << reftyp;
+    EXPECT_NE(reftyp.find("\n101;\"\";1;"), std::string::npos);
     EXPECT_TRUE(s.exists("work/bestand_2023.csv"));
 }
 

@@ -21,6 +21,7 @@ struct Series : Sandbox {
         write("Data/veldor.ini", SETTINGS);
         write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\n");
         write("var/gem2023.csv", "2023;1001;1;1;0;1\n");
+        std::filesystem::remove(path("var/_variant/gem2023.csv"));   // the sandbox's shared copy comes first
         write("var/v/gem2024.csv", "#head\n2024;1001;1;1;0;2\n2024;1001;1;1;91;3\n\n2024;2002;1;2;95;4\n");
         write("var/v/gem2025.csv", "2025;1001;1;1;0;5\n2025;2002;1;2;95;6\n");
     }
@@ -162,6 +163,13 @@ TEST(TimeSeriesTool, YearBeforeThroughALinkAndTheUsage)
               std::string::npos)
         << r.out;
     EXPECT_EQ(s.result().substr(0, 17), "2023;1001;1;1;0;8");
+
+    // the shared _variant comes before ../
+    s.write("var/gem2023.csv", "2023;1001;1;1;0;9\n");
+    std::filesystem::remove(s.path("var/_variant/gem2023.csv.lnk"));
+    s.write("var/_variant/gem2023.csv", "2023;1001;1;1;0;7\n");
+    r = s.zrgem({"-a", "$i,$i,$i,$i,^0"});
+    EXPECT_EQ(s.result().substr(0, 17), "2023;1001;1;1;0;7");
 
     r = s.zrgem({"-x"});
     EXPECT_EQ(r.status, 0);
