@@ -13,6 +13,7 @@
 #include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "statistics/cell_numbers.h"
+#include "statistics/file_end.h"
 #include "tables/table_text.h"
 
 namespace {
@@ -48,14 +49,6 @@ public:
 
 std::string at(const char* name, uint64_t line) { return std::string(name) + ":" + std::to_string(line); }
 
-// true when the file is not empty and its last byte is no line feed: it may have been cut
-bool lastLineOpen(FILE* f)
-{
-    if (std::fseek(f, -1, SEEK_END) != 0) return false;
-    int c = std::fgetc(f);
-    std::rewind(f);
-    return c != EOF && c != '\n';
-}
 
 struct DataLine {
     std::vector<double> cells;

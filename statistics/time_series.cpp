@@ -1,5 +1,6 @@
 #include "statistics/time_series.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <chrono>
@@ -17,9 +18,11 @@
 #include "platform/operating_system.h"
 #include "platform/option_scanner.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "platform/variant_settings.h"
 #include "statistics/cell_numbers.h"
+#include "statistics/file_end.h"
 #include "tables/table_text.h"
 
 namespace {
@@ -269,9 +272,76 @@ void appendCell(std::string& line, const char* cell, int status)
     line += status == '\n' ? '\n' : si::separator;
 }
 
+// The checks of one yearly table's records, said as warnings on the console; the records are
+// taken as they are all the same. Keys that fall together are found by the order of the lines
+// (a table of the forecast is sorted) and, in a table that is not, by their hashes at its end.
+class RecordCheck {
+public:
+    RecordCheck(const std::string& shown, int year, int ages) : shown_(shown), year_(year), ages_(ages) {}
+
+    void record(const long long* keys, double value, uint64_t line)
+    {
+        ++records_;
+        if (keys[0] != year_)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Jahr %lld in der Tabelle des Jahres %d", shown_.c_str(),
+                          size_t(line), keys[0], year_);
+        if (keys[1] < 0 || keys[2] < 1 || keys[3] < 1)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel %lld;%lld;%lld außerhalb des Bereichs", shown_.c_str(),
+                          size_t(line), keys[1], keys[2], keys[3]);
+        if (keys[4] < 0 || keys[4] >= ages_)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Altersgruppe %lld außerhalb von 0..%d", shown_.c_str(),
+                          size_t(line), keys[4], ages_ - 1);
+        if (!std::isfinite(value) || value < 0 || value > 1e15)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Anzahl %.17g ist keine Personenzahl", shown_.c_str(),
+                          size_t(line), value);
+        uint64_t hash = 14695981039346656037ULL;
+        for (int c = 0; c < 5; ++c) {
+            hash ^= static_cast<uint64_t>(keys[c]);
+            hash *= 1099511628211ULL;
+        }
+        bool before = records_ > 1;
+        int order = 0;
+        for (int c = 0; c < 5 && before && order == 0; ++c) order = keys[c] < last_[c] ? -1 : keys[c] > last_[c] ? 1 : 0;
+        if (before && order == 0)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel %lld;%lld;%lld;%lld;%lld doppelt (auch Zeile %zu)",
+                          shown_.c_str(), size_t(line), keys[0], keys[1], keys[2], keys[3], keys[4], size_t(lastLine_));
+        if (order < 0) sorted_ = false;
+        std::memcpy(last_, keys, sizeof last_);
+        lastLine_ = line;
+        seen_.push_back({hash, line});
+    }
+
+    // the end of the table: its keys that fell together out of order, an empty table, a last
+    // line that may have been cut
+    void finish(bool lastLineOpen)
+    {
+        if (!sorted_) {
+            std::sort(seen_.begin(), seen_.end());
+            for (size_t i = 1; i < seen_.size(); ++i)
+                if (seen_[i].first == seen_[i - 1].first)
+                    Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel doppelt (auch Zeile %zu)", shown_.c_str(),
+                                  size_t(std::max(seen_[i].second, seen_[i - 1].second)),
+                                  size_t(std::min(seen_[i].second, seen_[i - 1].second)));
+        }
+        if (records_ == 0) Prot::message(SEV_WARNING, "%s: keine Datensätze", shown_.c_str());
+        if (lastLineOpen)
+            Prot::message(SEV_WARNING, "%s: letzte Zeile ohne Zeilenende, die Datei ist vielleicht abgeschnitten",
+                          shown_.c_str());
+    }
+
+private:
+    std::string shown_;
+    int year_, ages_;
+    uint64_t records_ = 0, lastLine_ = 0;
+    long long last_[5] = {0, 0, 0, 0, 0};
+    bool sorted_ = true;
+    std::vector<std::pair<uint64_t, uint64_t>> seen_;
+};
+
 // What reading the yearly tables fills: the result and its key ranges, the grand total, the
 // counters.
 struct YearSink {
+    RecordCheck* check;
     ColumnFunction* functions;
     bool aggregate;
     FILE* out;
@@ -471,9 +541,8 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
             counts.comment = reader.commentLines + 1;
             break;
         }
-        if (!sink.aggregate) {
-            appendCell(line, cell, status);
-        } else if (column < 5) {
+        if (!sink.aggregate) appendCell(line, cell, status);
+        if (column < 5) {
             if (!cellInteger(cell, keys[column]) && !badCell) {
                 badCell = "Schlüssel";
                 badText = cell;
@@ -495,13 +564,15 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
             if (column > 6)
                 Prot::message(SEV_WARNING, "%s: Zeile %zu:%s mehr als 6 Datenspalten", shown.c_str(),
                               size_t(reader.lineNumber()), reader.currentLine().c_str());
+            if (badCell)
+                Prot::message(SEV_WARNING, "%s: Zeile %zu:%s %s \"%s\" ist keine Zahl", shown.c_str(),
+                              size_t(reader.lineNumber()), reader.currentLine().c_str(), badCell, badText.c_str());
+            else
+                sink.check->record(keys, value, reader.lineNumber());
             if (!sink.aggregate) {
                 csvWrite(sink.out, line.data(), line.size());
                 ++sink.counters.outputRecords;
-            } else if (badCell) {
-                Prot::message(SEV_WARNING, "%s: Zeile %zu:%s %s \"%s\" ist keine Zahl", shown.c_str(),
-                              size_t(reader.lineNumber()), reader.currentLine().c_str(), badCell, badText.c_str());
-            } else {
+            } else if (!badCell) {
                 sink.take(keys, value);
             }
         }
@@ -562,12 +633,14 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
                 }
             } else if (end - line < CELL && sink.aggregate) {
                 if (plainRecord(line, end, keys, value)) {
+                    sink.check->record(keys, value, counts.data + counts.comment + counts.empty + 1);
                     ++counts.data;
                     sink.take(keys, value);
                     continue;
                 }
             } else if (end - line < CELL && sixCells(line, end, cells)) {
-                if (plainText(line, end)) {
+                if (plainText(line, end) && plainRecord(line, end, keys, value)) {
+                    sink.check->record(keys, value, counts.data + counts.comment + counts.empty + 1);
                     ++counts.data;
                     std::string text(line, end);
                     text += '\n';
@@ -579,6 +652,7 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
         }
         blocks.resume(oddLine(in, at, mark, ++oddLines > ODD_LINES, shown, sink, counts));
     }
+    sink.check->finish(lastLineOpen(in));
     sink.counters.inputRecords += counts.data;
     sink.counters.commentLines += counts.comment;
     sink.counters.emptyLines += counts.empty;
@@ -639,7 +713,7 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     Prot::writeln(0, "> %s.csv", name.c_str());
 
     std::string outPath = resultDir + "/" + name + ".csv";
-    FILE* out = std::fopen(outPath.c_str(), "wb");
+    FILE* out = safeOutput::open(outPath);
     if (!out) {
         Prot::message(SEV_ERROR, "zrgem open %s: %s\n", outPath.c_str(), std::strerror(errno));
         Prot::setThrow(throwing);
@@ -648,6 +722,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     const char* names[] = {"year", "GKZ", "BG", "GG", "AG", "@sum;(@number;)", nullptr};
     size_t headLines = size_t(csvWriteHead(out, "@zr_run;", names, nullptr));
 
+    // the age groups of the variant, for the check of the records
+    int ages = si::varInt("METHODE", "NAG", 101, directory, version);
     Counters counters;
     Aggregate result;
     KeyRange inRange[5], outRange[5];
@@ -656,7 +732,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
         std::string shown;
         FILE* in = openYear(resultDir, year, year == startYear - 1, shown);
         if (!in) continue;
-        YearSink sink{functions, aggregate, out, result, inRange, outRange, total, counters};
+        RecordCheck check(shown, year, ages);
+        YearSink sink{&check, functions, aggregate, out, result, inRange, outRange, total, counters};
         readYear(in, shown, sink);
         std::fclose(in);
     }
@@ -678,7 +755,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     } else {
         Prot::writeln(0, "Zusammenfassung der GEM-Dateien ohne Aggregation");
     }
-    std::fclose(out);
+    // flushed, closed and renamed into place; a failure ends the process naming the table
+    safeOutput::close(out);
 
     // the end counts
     std::string counts = std::to_string(counters.inputRecords) + " " + DD::lookup("inputRecords") + " + " +
@@ -729,6 +807,13 @@ int zrgemTool(int argc, char** argv)
         for (int i = 0; i < argc; ++i) text += std::string(" ") + argv[i];
         os::messageBox(USAGE, "%s", text.c_str());
         return 0;
+    }
+    // the result directory comes from the settings; without one nothing is written anywhere
+    std::string resultDir = si::Directory + si::Version;
+    if (si::Directory.empty() || si::Version.empty() || !os::isDirectory(resultDir)) {
+        os::messageBox("zrgem", "kein Ergebnisverzeichnis \"%s\" (Directory=%s, Version=%s in %s): nichts geschrieben",
+                       resultDir.c_str(), si::Directory.c_str(), si::Version.c_str(), si::settingsPath().c_str());
+        return 1;
     }
     DD::load(language, {});
     int level = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
