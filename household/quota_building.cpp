@@ -225,7 +225,7 @@ void writeMicro(Reading& rd, Person& p, const Household& h, bool single)
     line[static_cast<size_t>(fh.column - 1)] = static_cast<char>('0' + (p.hdo % 10));
     std::string comp = complement(p, h, single);
     if (rd.micro[0]) fprintf(rd.micro[0], "%s\n", line.c_str());
-    if (rd.micro[1]) fprintf(rd.micro[1], "%.23s%s*\n", comp.c_str(), "");
+    if (rd.micro[1]) fprintf(rd.micro[1], "%.23s%s*\n", line.c_str(), comp.c_str());
     if (rd.micro[2]) fprintf(rd.micro[2], "%s%s%c\n", line.substr(0, line.size() - 1).c_str(), comp.c_str(), line.back());
 }
 

@@ -10,6 +10,7 @@
 #include "platform/dictionary.h"
 #include "platform/exit_status.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "statistics/region_map.h"
 #include "statistics/statistics_preparation.h"
@@ -137,9 +138,10 @@ void Dstmak::indicators()
     for (int k = 0; k < kKinds; ++k) prot.text("%d %s\n", k, label(kinds[k]).c_str());
 
     std::string path = tool.path("indikator.csv");
-    FILE* f = fopen(path.c_str(), "wb");
+    FILE* f = safeOutput::open(path);
     if (!f) {
         prot.text("&gt;         indikator.csv %s\n", os::errorText(errno).c_str());
+        exitStatus = 1;
         return;
     }
     int lower = tool.settings.nagwu, upper = tool.settings.nagwo;
@@ -187,6 +189,6 @@ void Dstmak::indicators()
             ++rows;
         }
     }
-    fclose(f);
+    safeOutput::close(f);
     prot.text("&gt;         indikator.csv, %d records\n", rows);
 }

@@ -225,3 +225,60 @@ TEST(HouseholdIdentities, PersonsAndHouseholdSizesOfADemoLikeTown)
     EXPECT_GT(people / all, 1.7);
     EXPECT_LT(people / all, 2.2);
 }
+
+TEST_F(HouseholdChain, MicroFilesReadThroughTheTemplatesOfDstmak)
+{
+    // the micro files of bits 2 and 4, and the templates that dstmak writes for them
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nBOM=0\n[HHPROG]\nDirectory=hh/\n"
+                               "[RATEN]\ndirDSTmak=work/\nR02DST=3\n");
+    ASSERT_EQ(s.run({"hhprog", "-P", "0", "-M", "6"}).status, 0);
+    s.write("work/dstbest2023.txt", s.read("hh/dstbest.txt"));
+    ASSERT_EQ(s.run({"dstmak", "makro"}).status, 0);
+
+    struct Field {
+        std::string name;
+        size_t column, width;
+    };
+    auto layout = [&](const std::string& file) {
+        std::map<std::string, Field> fields;
+        for (const auto& row : rowsOf(s.read(file))) {
+            Field f{row[2], std::stoul(row[0]), std::stoul(row[1])};
+            fields[f.name] = f;
+        }
+        return fields;
+    };
+    auto lines = [&](const std::string& file) {
+        std::vector<std::string> all;
+        std::istringstream in(s.read(file));
+        for (std::string line; std::getline(in, line);) all.push_back(line);
+        return all;
+    };
+    auto field = [](const std::string& line, const Field& f) { return line.substr(f.column - 1, f.width); };
+    std::map<std::string, Field> a = layout("work/dstbesta.csv"), c = layout("work/dstbestc.csv"),
+                                 stock = layout("work/dstbest.csv");
+    std::vector<std::string> records = lines("hh/dstbest.txt"), withA = lines("hh/Quoten/dstbesta.txt"),
+                             withC = lines("hh/Quoten/dstbestc.txt");
+    ASSERT_EQ(withA.size(), records.size());
+    ASSERT_EQ(withC.size(), records.size());
+    // the address key leads the short file, which ends in "*" where the complement's last column is
+    EXPECT_EQ(a.count("R01") + a.count("RN1") + a.count("HE3A") + a.count("DSNB"), 4u);
+    EXPECT_EQ(a.count("R02"), 0u);
+    for (size_t i = 0; i < records.size(); ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_EQ(withA[i].size(), 47u);
+        ASSERT_EQ(withC[i].size(), 373u);
+        EXPECT_EQ(field(withA[i], a["DSNB"]), "*");
+        EXPECT_EQ(field(withC[i], c["DSNB"]), "1");   // the record's last column, DS350
+        for (const char* key : {"R01", "R03U1", "R03U2", "R03U3", "RN1"}) {
+            EXPECT_EQ(field(withA[i], a[key]), field(records[i], stock[key])) << key;
+            EXPECT_EQ(field(withC[i], c[key]), field(records[i], stock[key])) << key;
+        }
+        for (const char* key : {"P02", "A01", "HZUO", "Z02"})
+            EXPECT_EQ(field(withC[i], c[key]), field(records[i], stock[key])) << key;
+        // both files hold the same complement
+        for (const char* key : {"HHW", "PDOM", "HK", "HP", "HN", "HV", "HPWA", "HPMA", "HE1A", "HE3A"})
+            EXPECT_EQ(field(withA[i], a[key]), field(withC[i], c[key])) << key;
+        // the woman of 40 lives alone: her household has one person, the others more
+        EXPECT_EQ(field(withC[i], c["HHW"]), i == 6 ? "1" : "0");
+    }
+}

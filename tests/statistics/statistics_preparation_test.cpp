@@ -199,7 +199,12 @@ TEST_F(Dstmak, WrongCallAndBadMap)
     settings("R02DST=9\n");
     s.write("work/prot.htm", "");   // the page of an earlier run is no data set
     RunResult r = s.run({"dstmak"});
-    EXPECT_EQ(r.err, "falscher Aufruf (0): dstmak\n");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err.substr(0, 62), "falscher Aufruf (0): dstmak\ndstmak list | makro | indi\n  list ");
+    EXPECT_NE(r.err.find("\n  makro  "), std::string::npos);
+    EXPECT_NE(r.err.find("\n  indi   "), std::string::npos);
+    r = s.run({"dstmak", "foo"});
+    EXPECT_EQ(r.err.substr(0, 51), "falscher Aufruf (1): dstmak foo\ndstmak list | makro");
     r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(s.read("work/prot.htm").find("9: ungültige Abbildung in kleinräumige Gliederung"), std::string::npos);
@@ -251,4 +256,60 @@ TEST(FixedWidthFields, NumberTooLongForItsTypeIsNoNumber)
     record.replace(static_cast<size_t>(p12.column - 1), 40, std::string(20, ' ') + "-9223372036854775807");
     EXPECT_TRUE(fieldNumber(record, p12, v));
     EXPECT_EQ(v, -9223372036854775807LL);
+}
+
+TEST_F(Dstmak, WithoutItsDirectoryNothingIsWritten)
+{
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[RATEN]\nR02DST=3\n");
+    s.write("dstbest2023.txt", person(101, 1, 0, "30"));
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("dstmak: kein Verzeichnis der Statistikdatensätze \"\" (dirDSTmak in Abschnitt RATEN von "),
+              std::string::npos) << r.err;
+    EXPECT_FALSE(s.exists("prot.htm") || s.exists("bestand_2023.csv") || s.exists("reftyp_roh.csv"));
+    settings("R02DST=3\n");
+    r = s.run({"dstmak", "indi"});   // work/ is not there
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("\"work/\""), std::string::npos) << r.err;
+}
+
+TEST_F(Dstmak, DamagedRecordsAreCountedAndSaid)
+{
+    settings("R02DST=3\n");
+    // a NUL byte inside a record, a record cut by the end of the file
+    std::string nul = person(101, 1, 0, "30");
+    nul[100] = '\0';
+    std::string cut = person(102, 2, 0, "41");
+    s.write("work/dstbest2023.txt", person(101, 1, 0, "30") + nul + cut.substr(0, 200));
+    s.write("work/dstbest2022.txt", "");   // empty: its table is still written, empty
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(s.read("work/bestand_2023.csv"), "2023;101;1;1;30;1\n");
+    EXPECT_TRUE(s.exists("work/bestand_2022.csv"));
+    EXPECT_EQ(s.read("work/bestand_2022.csv"), "");
+    // on the console as in the protocol
+    for (const char* said : {"dstbest2023.txt: Record 2: NUL-Zeichen in Spalte 101\n",
+                             "dstbest2023.txt: Record 3: 200 Zeichen, Satzlänge dstbest ist 350\n",
+                             "dstbest2023.txt: Satz 3 ohne Zeilenende, die Datei ist vielleicht abgeschnitten\n",
+                             "verworfen 1 zu kurz, 1 mit ungültigen Feldern, 0 aus anderem Berichtsjahr\n",
+                             "dstbest2022.txt: leerer Statistikdatensatz\n"}) {
+        EXPECT_NE(r.out.find(said), std::string::npos) << said << r.out;
+        EXPECT_NE(s.read("work/prot.htm").find(std::string(said).substr(0, 30)), std::string::npos) << said;
+    }
+}
+
+TEST_F(Dstmak, AFullDiskNamesTheTableAndEndsWithStatusOne)
+{
+    settings("R02DST=3\n");
+    s.write("work/dstbest2023.txt", person(101, 1, 0, "30") + person(102, 2, 0, "41"));
+    for (int limit : {0, 20, 200, 2000}) {
+        RunResult r = s.run({"dstmak", "makro"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(limit)});
+        EXPECT_EQ(r.status, 1) << limit;
+        EXPECT_NE(r.err.find("Fatal output error in csv: work/"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find(": No space left on device"), std::string::npos) << limit << r.err;
+        EXPECT_EQ(r.out.find("Ende "), std::string::npos) << limit;
+    }
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("Ende "), std::string::npos);
 }
