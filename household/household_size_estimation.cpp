@@ -9,6 +9,7 @@
 #include "household/household_classes.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
+#include "household/household_files.h"
 #include "household/household_settings.h"
 #include "numerics/chi_square_adjustment.h"
 #include "platform/dictionary.h"
@@ -176,11 +177,8 @@ std::string writeAdjustmentInput(int hdo, int region, int year, const Adjustment
 {
     char name[64];
     snprintf(name, sizeof name, "hdo%d_%d_%06d.txt", hdo, region + 1, year);
-    std::string dir = hh.directory + "Quoten/p/";
     os::createDirectory(hh.directory + "Quoten/");
-    os::createDirectory(dir);
-    FILE* f = fopen((dir + name).c_str(), "wb");
-    if (!f) return name;
+    FILE* f = openOutput("Quoten/p/", name);
     fprintf(f,
             "# Eingabedatei für ADETON:\n# ADETON starten, Tabelle %s laden, Verfahren Chi-Quadrat, Gewicht 100%%,\n# Kompilieren, "
             "Berechnen,\n# Resultat Ansicht, überprüfen.\nKLASSEN\n   row, col;\nAUSPRAEGUNGEN\n   row = %2d :\n   col = %2d ;\nBASIS\n(_,_)\n",
@@ -195,7 +193,7 @@ std::string writeAdjustmentInput(int hdo, int region, int year, const Adjustment
     for (int j = 0; j < p.columns; ++j)
         fprintf(f, "%s * (&,%d) %c ", numberText(table.w[static_cast<size_t>(j)]).c_str(), j + 1, j + 1 < p.columns ? '+' : '=');
     fprintf(f, "%.15g\n", table.H);
-    fclose(f);
+    closeOutput(f);
     return name;
 }
 

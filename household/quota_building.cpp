@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "household/household_classes.h"
+#include "household/household_files.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
@@ -447,16 +448,6 @@ void processAddress(Reading& rd, std::vector<Person>& group)
     group.clear();
 }
 
-FILE* openIn(const std::string& sub, const std::string& name, const char* mode)
-{
-    std::string dir = hh.directory + sub;
-    if (!sub.empty()) os::createDirectory(dir);
-    std::string path = dir + name;
-    FILE* f = fopen(path.c_str(), mode);
-    if (!f) throw std::runtime_error("open " + path + " " + os::errorText(errno));
-    return f;
-}
-
 void readStock()
 {
     Reading rd;
@@ -473,7 +464,7 @@ void readStock()
     }
     const char* micro[3] = {"dstbestu.txt", "dstbesta.txt", "dstbestc.txt"};
     for (int k = 0; k < 3; ++k) {
-        if (hh.microOutput & (1 << k)) rd.micro[k] = openIn("Quoten/", micro[k], "wb");
+        if (hh.microOutput & (1 << k)) rd.micro[k] = openOutput("Quoten/", micro[k]);
         else std::remove((hh.directory + "Quoten/" + micro[k]).c_str());
     }
     FILE* page = hhprot::page();
@@ -501,7 +492,7 @@ void readStock()
             stockYear = fieldYear(line, L.field("Z02"));
             if (stockYear < 0) stockYear = intField(line, "Z02");
             fprintf(page, "Z02: %d (%s)<br>\n", stockYear, DD::lookup("hh_Z02").c_str());
-            quotaFile = openIn("Quoten/", "q.csv", "wb");
+            quotaFile = openOutput("Quoten/", "q.csv");
             fprintf(quotaFile, "R02map\n%s\nG2T\n", hh.r02map.c_str());
             for (const auto& [key, type] : g2t.pairs) fprintf(quotaFile, "%d;;;%d\n", static_cast<int>(key), type);
             fprintf(quotaFile, "Z02\n%d\nJung\n%d\nAlt\n%d\n", stockYear, hh.young, hh.old);
@@ -519,8 +510,10 @@ void readStock()
     if (ferror(in)) hhprot::warning("error reading dstbest %s", os::errorText(errno).c_str());
     processAddress(rd, group);
     fclose(in);
-    for (FILE* f : rd.micro)
-        if (f) fclose(f);
+    for (FILE*& f : rd.micro) {
+        closeOutput(f);
+        f = nullptr;
+    }
     stockCounts[0] = rd.records, stockCounts[1] = rd.ignored, stockCounts[2] = rd.filtered, stockCounts[3] = rd.withoutCore;
 }
 
@@ -813,7 +806,7 @@ namespace {
 void writeBaseTables()
 {
     // hdo.csv: per type the 59 rows of persons by household size 2, 3, 4, 5+
-    FILE* f = openIn("Quoten/", "hdo.csv", "wb");
+    FILE* f = openOutput("Quoten/", "hdo.csv");
     const char* columns[] = {"Typ", "HDO-Nummer", "Personen2", "Personen3", "Personen4", "Personen5+", nullptr};
     csvWriteHead(f, "hdo", columns, nullptr);
     int T = static_cast<int>(typeSeen.size());
@@ -838,10 +831,10 @@ void writeBaseTables()
         sizes(4, [&](int s) { return S.SPM4H4(t, s); });
         sizes(5, [&](int s) { return S.SPM5H5(t, s); });
     }
-    fclose(f);
+    closeOutput(f);
 
     // hnws.csv
-    f = openIn("Quoten/", "hnws.csv", "wb");
+    f = openOutput("Quoten/", "hnws.csv");
     const char* hcols[] = {"Gebietskennzeichen", "Bevölkerungsgruppe", "Geschlechtsgruppe", "Altersgruppe",
                            "Hauptwohnsitzler (h)", "Nebenwohnsitzler (n)", nullptr};
     csvWriteHead(f, "hnws", hcols, "Ausgangsdaten für Faktor Wohnberechtigte Bevölkerung (h+n/h)");
@@ -857,12 +850,12 @@ void writeBaseTables()
                     secondary += S.nws(r, b, g, a);
                 }
     }
-    fclose(f);
+    closeOutput(f);
     fprintf(hhprot::page(), "%s <a href=\"hnws.csv\">hnws.csv</a> &Sigma; Hauptwohnsitzler %d, &Sigma; Nebenwohnsitzler %d<br>\n",
             DD::lookup("hh_read").c_str(), static_cast<int>(main), static_cast<int>(secondary));
 
     // zqa.csv: the quotas the forecast takes as assumptions
-    f = openIn("Quoten/", "zqa.csv", "wb");
+    f = openOutput("Quoten/", "zqa.csv");
     const char* zcols[] = {"Z02", "ZQnr", "Typ", "Geschlechtsgruppe", "Altersgruppe", "Wert", nullptr};
     csvWriteHead(f, "zqa", zcols, "Vorlage für Datei zqYYYY.csv für Prognose");
     Quota* women[3] = {&QQ.Q1, &QQ.Q2, &QQ.Q3w};
@@ -880,7 +873,7 @@ void writeBaseTables()
                     for (int c = 0; c < both[q]->dims[2]; ++c)
                         fprintf(f, "%d;%d;%zu;%zu;%zu;%g\n", stockYear, q + 4, static_cast<size_t>(t + 1),
                                 static_cast<size_t>(g + 1), static_cast<size_t>(c), (*both[q])(t, g, c));
-    fclose(f);
+    closeOutput(f);
     fprintf(hhprot::page(), "%s <a href=\"../Quoten/zqa.csv\" target=\"_blank\">ZQA</a>.<br>\n", DD::lookup("hh_read").c_str());
 }
 
@@ -899,8 +892,9 @@ void quotaPhase()
         if (q) writeArray(name, *q, axes);
         else writeArray(name, *s, axes);
     });
-    if (quotaFile && fclose(quotaFile) != 0) hhprot::warning("Close von q.csv fehlgeschlagen");
+    FILE* q = quotaFile;
     quotaFile = nullptr;
+    closeOutput(q);
     writeBaseTables();
     stockSummary();
 }

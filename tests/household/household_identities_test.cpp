@@ -3,6 +3,7 @@
 // = population, households times size = persons) on a town built like the demo's.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <map>
@@ -136,6 +137,29 @@ TEST_F(HouseholdChain, OneYearOfTheChainWorkedOutByHand)
     std::string page = s.read("hh/Prognose/index.html");
     EXPECT_NE(page.find("ZPKZ_Ewg[1][ 0..34] += ZPKZi_Ewj[1][ 5][30] (0 + 10 = 10)\n"), std::string::npos);
     EXPECT_EQ(countOf(page, "] += ZPKZi_Ewj["), 1);
+
+    // every table of the tool has as many column names (the last comment line) as cells in each row
+    for (const char* file : {"Prognose/person", "Prognose/haushalt", "Prognose/hdo2", "Prognose/kinder",
+                             "Prognose/person_agg", "Prognose/haushalt_agg", "Prognose/hdo2_agg", "Prognose/kinder_agg",
+                             "Quoten/hdo", "Quoten/hnws", "Quoten/zqa"}) {
+        std::istringstream in(s.read(std::string("hh/") + file + ".csv"));
+        size_t names = 0, rows = 0;
+        for (std::string line; std::getline(in, line);) {
+            size_t cells = static_cast<size_t>(std::count(line.begin(), line.end(), ';')) + 1;
+            if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
+            if (line.empty()) continue;
+            if (line[0] == '#') {
+                names = cells;
+                continue;
+            }
+            EXPECT_EQ(cells, names) << file << ": " << line;
+            ++rows;
+        }
+        EXPECT_GT(rows, 0u) << file;
+    }
+    // the aggregate has the region column of neither its names nor its rows
+    EXPECT_NE(s.read("hh/Prognose/haushalt_agg.csv").find("\n#Jahr;Gebietstyp;HDO;Haushaltsgröße;Anzahl\n2024;1;1;1;12\n"),
+              std::string::npos);
 }
 
 // A town like the demo's: three regions of two types, the persons grouped into households by
@@ -280,5 +304,32 @@ TEST_F(HouseholdChain, MicroFilesReadThroughTheTemplatesOfDstmak)
             EXPECT_EQ(field(withA[i], a[key]), field(withC[i], c[key])) << key;
         // the woman of 40 lives alone: her household has one person, the others more
         EXPECT_EQ(field(withC[i], c["HHW"]), i == 6 ? "1" : "0");
+    }
+}
+
+TEST_F(HouseholdChain, AFullDiskNamesTheFileAndLeavesNoCutTable)
+{
+    ASSERT_EQ(s.run({"hhprog", "-P", "0"}).status, 0);
+    const char* files[] = {"q.csv", "hdo.csv", "hnws.csv", "zqa.csv"};
+    std::map<std::string, std::string> whole;
+    long total = 0;
+    for (const char* f : files) {
+        whole[f] = s.read(std::string("hh/Quoten/") + f);
+        total += static_cast<long>(whole[f].size());
+    }
+    // (the micro files are off: the four tables are all this phase writes through the limit)
+    for (long limit : {0L, 100L, total / 3, total / 2, total - 1}) {
+        for (const char* f : files) std::remove(s.path(std::string("hh/Quoten/") + f).c_str());
+        RunResult r = s.run({"hhprog", "-P", "0"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(limit)});
+        EXPECT_EQ(r.status, 1) << limit;
+        EXPECT_NE(r.err.find("hh/Quoten/"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find("No space left on device"), std::string::npos) << limit << r.err;
+        // a table is there whole (but for the time it was written) or not at all
+        for (const char* f : files) {
+            std::string path = std::string("hh/Quoten/") + f;
+            if (!s.exists(path)) continue;
+            std::string text = s.read(path), expected = whole[f];
+            EXPECT_EQ(text.size(), expected.size()) << limit << " " << f;
+        }
     }
 }
