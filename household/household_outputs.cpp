@@ -437,7 +437,10 @@ void finishResults()
     timeSeriesTable(1, ZR.ZRHT, "ZRHT", AK1_5, true);
     timeSeriesTable(1, ZR.ZRHTa, "ZRHTa", AK1_2, false);
     timeSeriesTable(1, ZR.ZRHK, "ZRHK", AK1_7, true);
-    if (results.plot) plotClose(page, hh.protocolVolume, results.plot, si::appDir, "hhprog");
+    if (results.plot) {
+        plotClose(page, hh.protocolVolume, results.plot, si::appDir, "hhprog");
+        hhprot::checkPlots();
+    }
     results.plot = nullptr;
     writeCrossYearTables();
     aggregateTables({"person", "haushalt", "hdo2", "kinder"});
