@@ -137,6 +137,27 @@ TEST_F(HouseholdChain, OneYearOfTheChainWorkedOutByHand)
     std::string page = s.read("hh/Prognose/index.html");
     EXPECT_NE(page.find("ZPKZ_Ewg[1][ 0..34] += ZPKZi_Ewj[1][ 5][30] (0 + 10 = 10)\n"), std::string::npos);
     EXPECT_EQ(countOf(page, "] += ZPKZi_Ewj["), 1);
+    // every result of the step as a table under its heading, in the order of the equations
+    const std::vector<std::vector<std::string>> sections = {
+        {"B2 2024", "B1", "B1sum"},
+        {"B2.1", "ZPK", "ZPKZ_Ew", "ZPKZi_Ewj", "ZPKZ_Ewg", "ZPEZw", "ZPEAZw", "ZPEPZw", "ZPEA", "ZHEA", "ZPEAZwf",
+         "ZPEPZwf", "ZPEPZm", "ZPEZ", "ZFK", "ZH2", "ZPESs", "ZH2is", "QSH2i", "ZH2ib", "ZH2n", "ZH2z", "ZH2in", "ZPES",
+         "ZPE", "B1agg", "B2"},
+        {"B2.2", "ZPP1a", "ZPP1b", "ZPP2", "ZPP3", "B3"},
+        {"B2.3", "ZPNg", "ZPN", "ZPN2", "ZPN3", "ZPN4", "ZPVg", "ZPV", "ZPV2", "ZPV3", "ZPV4", "ZH4", "B4"},
+        {"B2.4", "ZP1", "ZPM2", "ZPM3", "ZPM4", "ZPM5", "ZH5"},
+        {"B2.5"}};
+    size_t at = 0;
+    for (const auto& section : sections) {
+        size_t heading = page.find(">" + section[0] + " ", at);
+        ASSERT_NE(heading, std::string::npos) << section[0];
+        at = heading;
+        for (size_t k = 1; k < section.size(); ++k) {
+            size_t link = page.find(">" + section[k] + ", &Sigma; = ", at);
+            EXPECT_NE(link, std::string::npos) << section[k] << " under " << section[0];
+            if (link != std::string::npos) at = link;
+        }
+    }
 
     // every table of the tool has as many column names (the last comment line) as cells in each row
     for (const char* file : {"Prognose/person", "Prognose/haushalt", "Prognose/hdo2", "Prognose/kinder",
