@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <sstream>
 #include <tuple>
@@ -137,6 +138,21 @@ TEST_F(HouseholdChain, OneYearOfTheChainWorkedOutByHand)
     std::string page = s.read("hh/Prognose/index.html");
     EXPECT_NE(page.find("ZPKZ_Ewg[1][ 0..34] += ZPKZi_Ewj[1][ 5][30] (0 + 10 = 10)\n"), std::string::npos);
     EXPECT_EQ(countOf(page, "] += ZPKZi_Ewj["), 1);
+    // the size estimation links each household type's inputs, result and change, on a page of
+    // the region and year, instead of showing them inline
+    std::string detail = s.read("hh/Prognose/p/hdo2024_1.htm");
+    for (const char* anchor : {"id=e2>HDOe", "id=a2>HDOa", "id=r2>HDOar", "id=e5>HDOe"})
+        EXPECT_NE(detail.find(anchor), std::string::npos) << anchor;
+    std::string pages;
+    for (const auto& entry : std::filesystem::directory_iterator(s.path("hh/Prognose/p")))
+        if (entry.path().filename().string().rfind("00", 0) == 0)
+            pages += s.read("hh/Prognose/p/" + entry.path().filename().string());
+    EXPECT_NE(pages.find("<tr><th>2</th><td><a href=\"../../Quoten/p/hdo2_1_002024.txt\" target=_blank>hdo2_1_002024.txt</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#e2\" target=_blank>HDOe</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#a2\" target=_blank>HDOa</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#r2\" target=_blank>HDOar</a></td></tr>\n"),
+              std::string::npos);
+    EXPECT_EQ(countOf(pages, "<th>Ziel</th><th>Abweichung %</th>"), 0);   // not inline
     // every result of the step as a table under its heading, in the order of the equations
     const std::vector<std::vector<std::string>> sections = {
         {"B2 2024", "B1", "B1sum"},
