@@ -217,6 +217,16 @@ TEST(HouseholdIdentities, PersonsAndHouseholdSizesOfADemoLikeTown)
     ASSERT_EQ(std::system(generate.c_str()), 0) << generate;
     RunResult quotas = s.run({"hhprog", "-P", "0", "-M", "1"});
     ASSERT_EQ(quotas.status, 0) << quotas.err;
+    // each report of replaced values covers its quotas over both types, once
+    s.write("hh/hhprog.ini", "[HHPROG]\nR02map=3\nQtypCol=1\nZeitreihenplot=0\nProtokollumfang=3\n");
+    ASSERT_EQ(s.run({"hhprog", "-P", "0", "-M", "1"}).status, 0);
+    s.write("hh/hhprog.ini", "[HHPROG]\nR02map=3\nQtypCol=1\nZeitreihenplot=0\nProtokollumfang=0\n");
+    std::string quotaPage = s.read("hh/Quoten/index.html");
+    for (const char* label : {"Q10", "Q11", "QK", "Q1", "Q2", "Q12", "Q13", "Q14 bis Q21", "Q3w, Q22m, Q25", "Q4 bis QN4",
+                              "Q5 bis Q35", "Q6 bis Q50"})
+        EXPECT_LE(countOf(quotaPage, std::string(": ") + label + "</span>"), 1) << label;
+    EXPECT_EQ(countOf(quotaPage, ": Q26</span>"), 0);
+    EXPECT_GT(countOf(quotaPage, "Werten ersetzt"), 0) << "no report at all";
     // the population of 2024 and 2025: that of the stock, a little changed by age and region
     std::string gem;
     std::map<std::pair<int, long>, double> population;
