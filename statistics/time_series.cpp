@@ -274,7 +274,8 @@ void appendCell(std::string& line, const char* cell, int status)
 
 // The checks of one yearly table's records, said as warnings on the console; the records are
 // taken as they are all the same. Keys that fall together are found by the order of the lines
-// (a table of the forecast is sorted) and, in a table that is not, by their hashes at its end.
+// (a table of the forecast is sorted, and nothing is kept for it); a table that is not sorted
+// is read a second time for its keys (duplicateKeys).
 class RecordCheck {
 public:
     RecordCheck(const std::string& shown, int year, int ages) : shown_(shown), year_(year), ages_(ages) {}
@@ -294,11 +295,6 @@ public:
         if (!std::isfinite(value) || value < 0 || value > 1e15)
             Prot::message(SEV_WARNING, "%s: Zeile %zu: Anzahl %.17g ist keine Personenzahl", shown_.c_str(),
                           size_t(line), value);
-        uint64_t hash = 14695981039346656037ULL;
-        for (int c = 0; c < 5; ++c) {
-            hash ^= static_cast<uint64_t>(keys[c]);
-            hash *= 1099511628211ULL;
-        }
         bool before = records_ > 1;
         int order = 0;
         for (int c = 0; c < 5 && before && order == 0; ++c) order = keys[c] < last_[c] ? -1 : keys[c] > last_[c] ? 1 : 0;
@@ -308,21 +304,13 @@ public:
         if (order < 0) sorted_ = false;
         std::memcpy(last_, keys, sizeof last_);
         lastLine_ = line;
-        seen_.push_back({hash, line});
     }
+    bool sorted() const { return sorted_; }
 
     // the end of the table: its keys that fell together out of order, an empty table, a last
     // line that may have been cut
     void finish(bool lastLineOpen)
     {
-        if (!sorted_) {
-            std::sort(seen_.begin(), seen_.end());
-            for (size_t i = 1; i < seen_.size(); ++i)
-                if (seen_[i].first == seen_[i - 1].first)
-                    Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel doppelt (auch Zeile %zu)", shown_.c_str(),
-                                  size_t(std::max(seen_[i].second, seen_[i - 1].second)),
-                                  size_t(std::min(seen_[i].second, seen_[i - 1].second)));
-        }
         if (records_ == 0) Prot::message(SEV_WARNING, "%s: keine Datensätze", shown_.c_str());
         if (lastLineOpen)
             Prot::message(SEV_WARNING, "%s: letzte Zeile ohne Zeilenende, die Datei ist vielleicht abgeschnitten",
@@ -335,7 +323,6 @@ private:
     uint64_t records_ = 0, lastLine_ = 0;
     long long last_[5] = {0, 0, 0, 0, 0};
     bool sorted_ = true;
-    std::vector<std::pair<uint64_t, uint64_t>> seen_;
 };
 
 // What reading the yearly tables fills: the result and its key ranges, the grand total, the
@@ -598,6 +585,40 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
     return ftello(in);
 }
 
+// The keys that stand twice in a table that is not sorted: a second reading of the plain data
+// lines, their keys hashed (FNV-1a) with their line numbers, sorted.
+void duplicateKeys(FILE* in, const std::string& shown)
+{
+    std::rewind(in);
+    std::vector<std::pair<uint64_t, uint64_t>> seen;
+    char* text = nullptr;
+    size_t capacity = 0;
+    ssize_t n;
+    uint64_t line = 0;
+    while ((n = getline(&text, &capacity, in)) >= 0) {
+        ++line;
+        const char* p = text;
+        const char* end = text + n;
+        if (line == 1 && n >= 3 && std::memcmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
+        while (end > p && (end[-1] == '\n' || end[-1] == '\r')) --end;
+        long long keys[5];
+        double value;
+        if (end == p || *p == '#' || !plainRecord(p, end, keys, value)) continue;
+        uint64_t hash = 14695981039346656037ULL;
+        for (long long k : keys) {
+            hash ^= static_cast<uint64_t>(k);
+            hash *= 1099511628211ULL;
+        }
+        seen.push_back({hash, line});
+    }
+    std::free(text);
+    std::sort(seen.begin(), seen.end());
+    for (size_t i = 1; i < seen.size(); ++i)
+        if (seen[i].first == seen[i - 1].first)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel doppelt (auch Zeile %zu)", shown.c_str(),
+                          size_t(seen[i].second), size_t(seen[i - 1].second));
+}
+
 // Reads one yearly table: each data line through the column functions into the result, or
 // with aggregation off straight to the output. Plain lines are cut into cells in place; a
 // line with quotes, blanks, control characters, another number of cells or a cell that is no
@@ -735,6 +756,7 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
         RecordCheck check(shown, year, ages);
         YearSink sink{&check, functions, aggregate, out, result, inRange, outRange, total, counters};
         readYear(in, shown, sink);
+        if (!check.sorted()) duplicateKeys(in, shown);
         std::fclose(in);
     }
 
