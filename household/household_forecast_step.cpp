@@ -286,6 +286,64 @@ void sexClassTable(const char* name, const std::vector<RegionYear>& z, double (R
     regionTable(name, z, 6, [a](const RegionYear& y, int c) { return (y.*a)[c / 3][c % 3]; });
 }
 
+// a table of three classes by region (sex blank)
+void classTable(const char* name, const std::vector<RegionYear>& z, double (RegionYear::*a)[3])
+{
+    regionTable(name, z, 3, [a](const RegionYear& y, int c) { return (y.*a)[c]; });
+}
+
+// a table of two classes of each sex by region
+void sexPairTable(const char* name, const std::vector<RegionYear>& z, double (RegionYear::*a)[2][2])
+{
+    regionTable(name, z, 4, [a](const RegionYear& y, int c) { return (y.*a)[c / 2][c % 2]; });
+}
+
+// a vector that is the same for all regions, as one row
+void shareTable(const char* name, const double* values, int columns, int limit)
+{
+    if (hh.protocolVolume < limit) return;
+    double total = 0;
+    for (int c = 0; c < columns; ++c) total += values[c];
+    char link[128];
+    snprintf(link, sizeof link, "%s, &Sigma; = %.15g", name, total);
+    FILE* f = hhprot::subPage(name, link);
+    if (!f) return;
+    fprintf(f, "<table>\n<caption>%s</caption>\n<tr>", DD::lookup(std::string("hh_") + name, name).c_str());
+    for (int c = 0; c < columns; ++c) fprintf(f, "<th class=r>%d</th>", c + 1);
+    fputs("<th>&Sigma;</th></tr>\n<tr>", f);
+    for (int c = 0; c < columns; ++c) {
+        if (values[c] == 0) fputs("<td></td>", f);
+        else fprintf(f, "<td class=%s>%.2f</td>", values[c] < 0 ? "warning" : "r", values[c]);
+    }
+    fprintf(f, "<th class=r>%.15g</th></tr>\n</table>\n", total);
+}
+
+// The population of the year as the step takes it (region, group, sex, age), rows with
+// persons only; from volume 3 on.
+void populationTable(const char* caption, const std::vector<double>& gem, int nbg)
+{
+    if (hh.protocolVolume < 3) return;
+    double total = 0;
+    for (double v : gem) total += v;
+    char link[128];
+    snprintf(link, sizeof link, "GEM, &Sigma; = %.15g", total);
+    FILE* f = hhprot::subPage("GEM", link);
+    if (!f) return;
+    fprintf(f, "<table>\n<caption>%s</caption>\n<tr><th>Gebiet</th><th>BG</th><th>GG</th><th>AG</th><th>Wert</th></tr>\n",
+            caption);
+    for (int r = 0; r < g2t.regions(); ++r)
+        for (int b = 0; b < nbg; ++b)
+            for (int g = 0; g < 2; ++g)
+                for (int a = 0; a < 100; ++a) {
+                    double v = gem[populationCell(r, b, g, a)];
+                    if (v == 0) continue;
+                    fprintf(f, "<tr><th class=r>%lld</th><th class=r>%d</th><th class=r>%d</th><th class=r>%d</th>",
+                            g2t.pairs[static_cast<size_t>(r)].first, b + 1, g + 1, a);
+                    fprintf(f, "<td class=%s>%.2f</td></tr>\n", v < 0 ? "warning" : "r", v);
+                }
+    fprintf(f, "<tr><th colspan=5 class=r>&Sigma; = %.15g</th></tr>\n</table>\n", total);
+}
+
 // the children of an age in core families by the age of their mother
 double childrenByMotherAge(const RegionYear& y, int t, int a, int m) { return y.ZPKZ_Ew[a] * QQ.QK(t, a, m); }
 
@@ -352,6 +410,7 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         }
         if (hh.protocolVolume < 3) fprintf(page, "%s = %.2f<br>\n", DD::lookup("hh_SWBB").c_str(), added);
         else fprintf(page, "Bevölkerung aus GEM-Datei zusätzlich Wohnberechtigte Bevölkerung %.2f:<br>\n", added);
+        populationTable("GEM", gem, nbg);
     }
     fprintf(page, "Quote oder Indikator der Annahmesetzung ZQ: Jahr %d<br>\n", year);
     readBaseTables(phase.base);
@@ -364,6 +423,9 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
             gem[k] -= g;
         }
         fprintf(page, "Summe demographische Sondergruppen %.2f<br>\n", sum);
+        populationTable(hh.residenceFactor ? "GEM * FWBB abz&uuml;glich demographisch Sondergruppen (Raten):"
+                                           : "GEM abz&uuml;glich demographisch Sondergruppen (Raten):",
+                        gem, nbg);
     } else if (special && hh.specialGroups == 1) {
         double sum = 0;
         for (double v : *special) sum += v;
@@ -380,6 +442,7 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
                             gem[k] = 0;
                         }
                     }
+        populationTable(hh.residenceFactor ? "GEM * FWBB - HDSGA:" : "GEM - HDSGA:", gem, nbg);
     }
 
     std::vector<RegionYear> z(static_cast<size_t>(R));
@@ -391,6 +454,7 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         for (int g = 0; g < 2; ++g)
             for (int a = 0; a < 100; ++a) y.B1sum += y.B1[g][a];
     }
+    regionTable("B1", z, 200, [](const RegionYear& y, int c) { return y.B1[c / 100][c % 100]; });
     regionTable("B1sum", z, 1, [](const RegionYear& y, int) { return y.B1sum; });
 
     auto typeOf = [&](int r) {
@@ -449,6 +513,22 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         y.ZH2 = y.ZFK / QQ.Q18(t);
         y.ZPESs = y.ZFK - y.ZPEZ;
     }
+    regionTable("ZPK", z, 36, [](const RegionYear& y, int c) { return y.ZPK[c / 18][c % 18]; });
+    regionTable("ZPKZ_Ew", z, 18, [](const RegionYear& y, int c) { return y.ZPKZ_Ew[c]; });
+    if (hh.protocolVolume >= 1) childrenByMotherTable(z, types);
+    regionTable("ZPKZ_Ewg", z, 2, [](const RegionYear& y, int c) { return y.ZPKZ_Ewg[c]; });
+    regionTable("ZPEZw", z, 2, [](const RegionYear& y, int c) { return y.ZPEZw[c]; });
+    regionTable("ZPEAZw", z, 2, [](const RegionYear& y, int c) { return y.ZPEAZw[c]; });
+    regionTable("ZPEPZw", z, 2, [](const RegionYear& y, int c) { return y.ZPEPZw[c]; });
+    regionTable("ZPEA", z, 1, [](const RegionYear& y, int) { return y.ZPEA; });
+    regionTable("ZHEA", z, 1, [](const RegionYear& y, int) { return y.ZHEA; });
+    classTable("ZPEAZwf", z, &RegionYear::ZPEAZwf);
+    classTable("ZPEPZwf", z, &RegionYear::ZPEPZwf);
+    classTable("ZPEPZm", z, &RegionYear::ZPEPZm);
+    regionTable("ZPEZ", z, 1, [](const RegionYear& y, int) { return y.ZPEZ; });
+    regionTable("ZFK", z, 1, [](const RegionYear& y, int) { return y.ZFK; });
+    regionTable("ZH2", z, 1, [](const RegionYear& y, int) { return y.ZH2; });
+    regionTable("ZPESs", z, 1, [](const RegionYear& y, int) { return y.ZPESs; });
 
     // the number of children per household
     double QSH2i[7] = {}, all = 0;
@@ -494,6 +574,12 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         }
         for (int k = 0; k < 7; ++k) ZR.ZRHK(r, year - ZR.firstYear, k) = y.ZH2in[k];
     }
+    regionTable("ZH2is", z, 1, [](const RegionYear& y, int) { return y.ZH2is; }, 2);
+    shareTable("QSH2i", QSH2i, 7, 2);
+    regionTable("ZH2ib", z, 7, [](const RegionYear& y, int c) { return y.ZH2ib[c]; }, 2);
+    regionTable("ZH2n", z, 1, [](const RegionYear& y, int) { return y.ZH2n; }, 2);
+    regionTable("ZH2z", z, 1, [](const RegionYear& y, int) { return y.ZH2z; }, 2);
+    regionTable("ZH2in", z, 7, [](const RegionYear& y, int c) { return y.ZH2in[c]; });
 
     // single parents and all parents
     double negatives = 0, negativeSum = 0;
@@ -515,11 +601,16 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
                 if (y.B2[g][j] < 0) negatives += 1, negativeSum += -y.B2[g][j];
             }
     }
+    sexClassTable("ZPES", z, &RegionYear::ZPES);
+    sexClassTable("ZPE", z, &RegionYear::ZPE);
+    sexClassTable("B1agg", z, &RegionYear::B1agg);
+    sexClassTable("B2", z, &RegionYear::B2);
     if (negatives > 0) {
         hhprot::warning("%.0f negative Werte in B2 mit Summe %.15g auf Null gesetzt:", negatives, negativeSum);
         for (RegionYear& y : z)
             for (auto& row : y.B2)
                 for (double& v : row) v = std::max(v, 0.0);
+        sexClassTable("B2", z, &RegionYear::B2);
     }
 
     // partners
@@ -545,6 +636,11 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
                 y.B3[g][j] = y.B2[g][j] - (y.ZPP1a[g][j] + y.ZPP1b[g][j]);
             }
     }
+    sexClassTable("ZPP1a", z, &RegionYear::ZPP1a);
+    sexClassTable("ZPP1b", z, &RegionYear::ZPP1b);
+    sexClassTable("ZPP2", z, &RegionYear::ZPP2);
+    sexClassTable("ZPP3", z, &RegionYear::ZPP3);
+    sexClassTable("B3", z, &RegionYear::B3);
 
     // descendants and ascendants
     hhprot::heading(2, "B2.3");
@@ -575,6 +671,18 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         }
         y.ZH4 = sum23(y.ZPV4) * QQ.Q35(t);
     }
+    sexPairTable("ZPNg", z, &RegionYear::ZPNg);
+    sexClassTable("ZPN", z, &RegionYear::ZPN);
+    sexClassTable("ZPN2", z, &RegionYear::ZPN2);
+    sexClassTable("ZPN3", z, &RegionYear::ZPN3);
+    sexClassTable("ZPN4", z, &RegionYear::ZPN4);
+    sexPairTable("ZPVg", z, &RegionYear::ZPVg);
+    sexClassTable("ZPV", z, &RegionYear::ZPV);
+    sexClassTable("ZPV2", z, &RegionYear::ZPV2);
+    sexClassTable("ZPV3", z, &RegionYear::ZPV3);
+    sexClassTable("ZPV4", z, &RegionYear::ZPV4);
+    regionTable("ZH4", z, 1, [](const RegionYear& y, int) { return y.ZH4; });
+    sexClassTable("B4", z, &RegionYear::B4);
 
     // persons alone and others
     hhprot::heading(2, "B2.4");
@@ -596,35 +704,12 @@ void step(Phase& phase, std::vector<double> gem, int year, const Assumptions& zq
         y.households[5] = y.ZH5;
     }
 
-    if (hh.protocolVolume >= 1) {
-        regionTable("ZPK", z, 36, [](const RegionYear& y, int c) { return y.ZPK[c / 18][c % 18]; });
-        regionTable("ZPKZ_Ew", z, 18, [](const RegionYear& y, int c) { return y.ZPKZ_Ew[c]; });
-        childrenByMotherTable(z, types);
-        regionTable("ZPKZ_Ewg", z, 2, [](const RegionYear& y, int c) { return y.ZPKZ_Ewg[c]; });
-        regionTable("ZPEZw", z, 2, [](const RegionYear& y, int c) { return y.ZPEZw[c]; });
-        regionTable("ZPEA", z, 1, [](const RegionYear& y, int) { return y.ZPEA; });
-        regionTable("ZHEA", z, 1, [](const RegionYear& y, int) { return y.ZHEA; });
-        regionTable("ZFK", z, 1, [](const RegionYear& y, int) { return y.ZFK; });
-        regionTable("ZH2", z, 1, [](const RegionYear& y, int) { return y.ZH2; });
-        regionTable("ZH2is", z, 1, [](const RegionYear& y, int) { return y.ZH2is; }, 2);
-        regionTable("ZH2ib", z, 7, [](const RegionYear& y, int c) { return y.ZH2ib[c]; }, 2);
-        regionTable("ZH2n", z, 1, [](const RegionYear& y, int) { return y.ZH2n; }, 2);
-        regionTable("ZH2z", z, 1, [](const RegionYear& y, int) { return y.ZH2z; }, 2);
-        regionTable("ZH2in", z, 7, [](const RegionYear& y, int c) { return y.ZH2in[c]; });
-        sexClassTable("ZPE", z, &RegionYear::ZPE);
-        sexClassTable("B2", z, &RegionYear::B2);
-        sexClassTable("ZPP1a", z, &RegionYear::ZPP1a);
-        sexClassTable("ZPP1b", z, &RegionYear::ZPP1b);
-        sexClassTable("ZPP2", z, &RegionYear::ZPP2);
-        sexClassTable("ZPP3", z, &RegionYear::ZPP3);
-        sexClassTable("B3", z, &RegionYear::B3);
-        sexClassTable("ZPN", z, &RegionYear::ZPN);
-        sexClassTable("ZPV", z, &RegionYear::ZPV);
-        sexClassTable("B4", z, &RegionYear::B4);
-        sexClassTable("ZP1", z, &RegionYear::ZP1);
-        regionTable("ZH4", z, 1, [](const RegionYear& y, int) { return y.ZH4; });
-        regionTable("ZH5", z, 1, [](const RegionYear& y, int) { return y.ZH5; });
+    sexClassTable("ZP1", z, &RegionYear::ZP1);
+    for (int k = 0; k < 4; ++k) {
+        std::string name = "ZPM" + std::to_string(k + 2);
+        regionTable(name.c_str(), z, 6, [k](const RegionYear& y, int c) { return y.ZPM[k][c / 3][c % 3]; });
     }
+    regionTable("ZH5", z, 1, [](const RegionYear& y, int) { return y.ZH5; });
 
     // the persons and households of each region, and their sizes
     hhprot::heading(2, "B2.5");

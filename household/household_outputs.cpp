@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "household/household_classes.h"
+#include "household/household_files.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
 #include "platform/dictionary.h"
@@ -170,9 +171,7 @@ void writeArray(const char* name, const Grid<double>& array, const std::vector<A
 namespace {
 FILE* openResult(const char* name, const char* const* columns, const char* comment)
 {
-    std::string path = hh.directory + "Prognose/" + name + ".csv";
-    FILE* f = fopen(path.c_str(), "wb");
-    if (!f) throw std::runtime_error("open " + path + " " + strerror(errno));
+    FILE* f = openOutput("Prognose/", std::string(name) + ".csv");
     csvWriteHead(f, name, columns, comment);
     return f;
 }
@@ -359,8 +358,8 @@ void writeCrossYearTables()
             }
         }
     }
-    fclose(f);
-    fclose(k);
+    closeOutput(f);
+    closeOutput(k);
 }
 
 } // namespace
@@ -375,27 +374,34 @@ void aggregateTables(const std::vector<std::string>& names)
                             (name + ".csv").c_str());
             continue;
         }
-        FILE* out = fopen((dir + "/" + name + "_agg.csv").c_str(), "wb");
-        if (!out) {
+        FILE* out;
+        try {
+            out = openOutput("Prognose/", name + "_agg.csv");
+        } catch (...) {
             fclose(in);
-            throw std::runtime_error("open " + dir + "/" + name + "_agg.csv " + strerror(errno));
+            throw;
         }
         char sep[2] = {si::separator ? si::separator : ';', 0};
         CsvReader reader(in, sep);
         std::map<std::string, double> sums;
         std::vector<std::string> cells;
-        std::string comment;
+        std::vector<std::string> comment;
         char buffer[1024];
         int status;
+        bool head = true;
         while ((status = reader.next(buffer, sizeof buffer)) > 0) {
+            if (head && reader.hadBom && si::csvBom) csvWrite(out, "\xEF\xBB\xBF", 3);
+            head = false;
             if (reader.isComment) {
-                comment += buffer;
-                if (status == '\n') {
-                    csvWrite(out, (comment + "\n").c_str(), comment.size() + 1);
-                    comment.clear();
-                } else {
-                    comment += sep;
-                }
+                comment.push_back(buffer);
+                if (status != '\n') continue;
+                // the line of the column names loses the region as the rows do
+                if (comment.size() >= 3) comment.erase(comment.begin() + 1);
+                std::string line;
+                for (const std::string& c : comment) line += (line.empty() ? "" : sep) + c;
+                line += '\n';
+                csvWrite(out, line.c_str(), line.size());
+                comment.clear();
                 continue;
             }
             cells.push_back(buffer);
@@ -413,15 +419,17 @@ void aggregateTables(const std::vector<std::string>& names)
             csvWrite(out, line, static_cast<size_t>(n));
         }
         fclose(in);
-        fclose(out);
+        closeOutput(out);
     }
 }
 
 void finishResults()
 {
-    if (results.person) fclose(results.person);
-    if (results.household) fclose(results.household);
+    FILE* person = results.person;
+    FILE* household = results.household;
     results.person = results.household = nullptr;
+    closeOutput(person);
+    closeOutput(household);
     hhprot::heading(1, "B3");
     FILE* page = hhprot::page();
     fprintf(page, "%s:<br>\n", DD::lookup("vEck").c_str());
@@ -429,7 +437,10 @@ void finishResults()
     timeSeriesTable(1, ZR.ZRHT, "ZRHT", AK1_5, true);
     timeSeriesTable(1, ZR.ZRHTa, "ZRHTa", AK1_2, false);
     timeSeriesTable(1, ZR.ZRHK, "ZRHK", AK1_7, true);
-    if (results.plot) plotClose(page, hh.protocolVolume, results.plot, si::appDir, "hhprog");
+    if (results.plot) {
+        plotClose(page, hh.protocolVolume, results.plot, si::appDir, "hhprog");
+        hhprot::checkPlots();
+    }
     results.plot = nullptr;
     writeCrossYearTables();
     aggregateTables({"person", "haushalt", "hdo2", "kinder"});
@@ -448,11 +459,10 @@ void finishResults()
 
 void closeResultFiles()
 {
-    for (FILE** f : {&results.person, &results.household, &quotaFile})
-        if (*f) {
-            fclose(*f);
-            *f = nullptr;
-        }
+    for (FILE** f : {&results.person, &results.household, &quotaFile}) {
+        dropOutput(*f);
+        *f = nullptr;
+    }
     if (results.plot) plotClose(nullptr, 0, results.plot, si::appDir, "hhprog");
     results.plot = nullptr;
 }

@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>
+#include <vector>
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 #include "platform/text_format.h"
+#include "tables/gnuplot_bridge.h"
 
 namespace hhprot {
 
@@ -23,6 +25,7 @@ struct State {
     int anchor = 0;                 // running number of headings and messages
     int subFile = 0, subAnchor = 10; // sub-page file counter and anchor counter within it
     int plotFile = 0;
+    std::vector<std::string> plots;   // the pictures asked of gnuplot, to be checked when it has run
     int logOn = -1;
 };
 State s;
@@ -175,7 +178,17 @@ std::string nextPlot()
     char name[64];
     snprintf(name, sizeof name, "p/%06d.png", s.plotFile);
     if (s.index) fprintf(s.index, "<img src=\"p/%06d.png\" alt=\"%06d.png\">\n", s.plotFile, s.plotFile);
+    s.plots.push_back(s.dir + name);
     return s.dir + name;
+}
+
+void checkPlots()
+{
+    for (const std::string& path : s.plots)
+        if (!plotPictureComplete(path))
+            warning("%s: gnuplot hat die Grafik nicht fertig gezeichnet (%lld Bytes)", path.c_str(),
+                    static_cast<long long>(os::fileSize(path)));
+    s.plots.clear();
 }
 
 void log(const char* format, ...)

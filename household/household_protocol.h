@@ -31,6 +31,8 @@ void failure(const char* title, const std::string& text);
 FILE* subPage(const char* caption, const char* linkText);
 // the path of the next plot p/%06d.png; its image tag goes into the page
 std::string nextPlot();
+// after gnuplot has run: a warning for each plot of the run that is not a whole picture
+void checkPlots();
 
 // the log file log.htm of the user directory, when [TRACE] logfile is on
 void log(const char* format, ...) __attribute__((format(printf, 1, 2)));

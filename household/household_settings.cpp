@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 #include "platform/operating_system.h"
@@ -19,8 +20,11 @@ const char* const USAGE =
     " -T= Spalte für Typ in Typentabelle\n -U= untere Altersgrenze (default 35)\n -V= Protokollumfang (0-3)\n";
 
 // the default goes in as text when the key is missing; the value is read back as an integer
+// a key of hhprog.ini, written there with its default when it is missing; without the file
+// (no directory) the default
 int iniInt(const std::string& file, const char* key, int def)
 {
+    if (file.empty()) return def;
     std::string text = si::profileString(file, "HHPROG", key, "");
     if (text.empty()) {
         text = std::to_string(def);
@@ -42,8 +46,11 @@ void readHhSettings(int count, char** vector)
 {
     hh = HhSettings();
     hh.directory = si::getString("HHPROG", "Directory", "");
-    std::string ini = hhIniPath();
-    std::string map = si::profileString(ini, "HHPROG", "R02map", "\x01");
+    // hhprog.ini stands in the directory of the settings; without that directory the tool
+    // writes nothing (the check after the options names what is missing)
+    bool usable = !hh.directory.empty() && os::isDirectory(hh.directory);
+    std::string ini = usable ? hhIniPath() : std::string();
+    std::string map = usable ? si::profileString(ini, "HHPROG", "R02map", "\x01") : std::string();
     if (map == "\x01") {
         map.clear();
         si::profileWrite(ini, "HHPROG", "R02map", "");
@@ -87,4 +94,7 @@ void readHhSettings(int count, char** vector)
         default: usage();
         }
     }
+    if (hh.directory.empty() || !os::isDirectory(hh.directory))
+        throw std::runtime_error("kein Verzeichnis \"" + hh.directory + "\" (Directory in Abschnitt HHPROG von " +
+                                 si::settingsPath() + " oder -d): nichts geschrieben");
 }

@@ -9,10 +9,12 @@
 #include "household/household_classes.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
+#include "household/household_files.h"
 #include "household/household_settings.h"
 #include "numerics/chi_square_adjustment.h"
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/text_format.h"
 
 namespace {
 const int ROWS[6] = {0, 0, 26, 19, 13, 1};
@@ -176,11 +178,8 @@ std::string writeAdjustmentInput(int hdo, int region, int year, const Adjustment
 {
     char name[64];
     snprintf(name, sizeof name, "hdo%d_%d_%06d.txt", hdo, region + 1, year);
-    std::string dir = hh.directory + "Quoten/p/";
     os::createDirectory(hh.directory + "Quoten/");
-    os::createDirectory(dir);
-    FILE* f = fopen((dir + name).c_str(), "wb");
-    if (!f) return name;
+    FILE* f = openOutput("Quoten/p/", name);
     fprintf(f,
             "# Eingabedatei für ADETON:\n# ADETON starten, Tabelle %s laden, Verfahren Chi-Quadrat, Gewicht 100%%,\n# Kompilieren, "
             "Berechnen,\n# Resultat Ansicht, überprüfen.\nKLASSEN\n   row, col;\nAUSPRAEGUNGEN\n   row = %2d :\n   col = %2d ;\nBASIS\n(_,_)\n",
@@ -195,7 +194,7 @@ std::string writeAdjustmentInput(int hdo, int region, int year, const Adjustment
     for (int j = 0; j < p.columns; ++j)
         fprintf(f, "%s * (&,%d) %c ", numberText(table.w[static_cast<size_t>(j)]).c_str(), j + 1, j + 1 < p.columns ? '+' : '=');
     fprintf(f, "%.15g\n", table.H);
-    fclose(f);
+    closeOutput(f);
     return name;
 }
 
@@ -252,6 +251,7 @@ void resultTables(FILE* f, int hdo, const AdjustmentProblem& p, const Adjustment
     }
     fprintf(f, "<th class=r>%.2f</th><th class=r>%.2f</th></tr>\n</table>\n", households, x.H);
     // the change of each cell against the base
+    fprintf(f, "<p class=cap id=r%d>HDOar</p>\n", hdo);
     fprintf(f, "<table>\n<tr><th>HDO%d %%</th><th>2</th><th>3</th><th>4</th><th>5</th></tr>\n", hdo);
     for (int i = 0; i < p.rows; ++i) {
         fprintf(f, "<tr><th>%d</th>", i + 1);
@@ -280,9 +280,36 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
     householdRow(year, region, 1, 1, z.households[1]);
     for (int s = 2; s <= 5; ++s) householdRow(year, region, 1, s, 0);
     FILE* f = hh.protocolVolume > 1 ? personPage : nullptr;
-    if (f)
-        fprintf(f, "<table>\n<caption>%s</caption>\n<tr><th>HDO</th>%s<th>Eingaben</th><th>Ergebnis</th><th>Abweichung</th></tr>\n</table>\n",
+    // the result table: one row per HDO with the links to its inputs, its result and the change
+    // of each cell, which stand on a page of the region and year
+    FILE* detail = nullptr;
+    char detailName[48];
+    snprintf(detailName, sizeof detailName, "hdo%d_%d.htm", year, region + 1);
+    if (f) {
+        fprintf(f, "<table>\n<caption>%s</caption>\n<tr><th>HDO</th>%s<th>Eingaben</th><th>Ergebnis</th><th>Abweichung</th></tr>\n",
                 DD::lookup("hh_hB2_6").c_str(), hh.protocolVolume > 2 ? "<th>Einagbedatei</th>" : "");
+        detail = fopen((hh.directory + "Prognose/p/" + detailName).c_str(), "wb");
+        if (detail)
+            fprintf(detail, "<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n"
+                            "<link rel=\"stylesheet\" href=\"style.css\">\n<title>HDO %d %d</title>\n</head>\n<body>\n",
+                    year, static_cast<int>(g2t.pairs[static_cast<size_t>(region)].first));
+    }
+    auto link = [&](const char* anchor, int hdo, const char* text) {
+        if (!detail) return std::string("<td></td>");
+        return format("<td><a href=\"%s#%s%d\" target=_blank>%s</a></td>", detailName, anchor, hdo, text);
+    };
+    struct Finish {
+        FILE* page;
+        FILE* detail;
+        ~Finish()
+        {
+            if (page) fputs("</table>\n", page);
+            if (detail) {
+                fputs("</body>\n</html>\n", detail);
+                fclose(detail);
+            }
+        }
+    } finish{f, detail};
     int t = g2t.pairs[static_cast<size_t>(region)].second - 1;
     if (t < 0 || static_cast<size_t>(t) >= base.rows.size() || base.rows[static_cast<size_t>(t)].empty()) return;
     const std::vector<double>& cells = base.rows[static_cast<size_t>(t)];
@@ -301,11 +328,16 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
         for (int i = 0; i < p.rows; ++i) table.z[static_cast<size_t>(i)] = targets[static_cast<size_t>(i)];
         table.w[0] = 1.0 / 2, table.w[1] = 1.0 / 3, table.w[2] = 1.0 / 4, table.w[3] = 1.0 / QQ.Q50(t);
         table.H = z.households[hdo];
+        std::string row = format("<tr><th>%d</th>", hdo);
         if (hh.protocolVolume > 2) {
             std::string name = writeAdjustmentInput(hdo, region, year, p, table);
-            if (f) fprintf(f, "<td><a href=\"../../Quoten/p/%s\" target=_blank>%s</a></td>\n", name.c_str(), name.c_str());
+            row += format("<td><a href=\"../../Quoten/p/%s\" target=_blank>%s</a></td>", name.c_str(), name.c_str());
         }
-        if (f) inputTable(f, hdo, p, table);
+        if (detail) {
+            fprintf(detail, "<p class=cap id=e%d>HDOe</p>\n", hdo);
+            inputTable(detail, hdo, p, table);
+        }
+        row += link("e", hdo, "HDOe");
         if (copyTable(p, table, adjusted) != 0) {
             hhprot::warning("Not enough memory for table data copy");
             freeTable(table);
@@ -317,6 +349,7 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
             freeTable(table), freeTable(adjusted);
             return;
         }
+        if (f && result.outcome != Adjustment::Done) fprintf(f, "%s<td></td><td></td></tr>\n", row.c_str());
         if (result.outcome == Adjustment::DecompositionFailed) {
             hhprot::warning("Error in Golub Reinsch Algorithm");
             freeTable(table), freeTable(adjusted);
@@ -328,7 +361,11 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
             freeTable(table), freeTable(adjusted);
             continue;
         }
-        if (f) resultTables(f, hdo, p, table, adjusted);
+        if (detail) {
+            fprintf(detail, "<p class=cap id=a%d>HDOa</p>\n", hdo);
+            resultTables(detail, hdo, p, table, adjusted);
+        }
+        if (f) fprintf(f, "%s%s%s</tr>\n", row.c_str(), link("a", hdo, "HDOa").c_str(), link("r", hdo, "HDOar").c_str());
         for (int j = 0; j < 4; ++j) {
             double column = 0;
             for (int i = 0; i < p.rows; ++i) column += adjusted.b[static_cast<size_t>(i * 4 + j)];

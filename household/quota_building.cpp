@@ -6,10 +6,12 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string_view>
 
 #include "household/household_classes.h"
+#include "household/household_files.h"
 #include "household/household_outputs.h"
 #include "household/household_protocol.h"
 #include "household/household_settings.h"
@@ -225,7 +227,7 @@ void writeMicro(Reading& rd, Person& p, const Household& h, bool single)
     line[static_cast<size_t>(fh.column - 1)] = static_cast<char>('0' + (p.hdo % 10));
     std::string comp = complement(p, h, single);
     if (rd.micro[0]) fprintf(rd.micro[0], "%s\n", line.c_str());
-    if (rd.micro[1]) fprintf(rd.micro[1], "%.23s%s*\n", comp.c_str(), "");
+    if (rd.micro[1]) fprintf(rd.micro[1], "%.23s%s*\n", line.c_str(), comp.c_str());
     if (rd.micro[2]) fprintf(rd.micro[2], "%s%s%c\n", line.substr(0, line.size() - 1).c_str(), comp.c_str(), line.back());
 }
 
@@ -447,16 +449,6 @@ void processAddress(Reading& rd, std::vector<Person>& group)
     group.clear();
 }
 
-FILE* openIn(const std::string& sub, const std::string& name, const char* mode)
-{
-    std::string dir = hh.directory + sub;
-    if (!sub.empty()) os::createDirectory(dir);
-    std::string path = dir + name;
-    FILE* f = fopen(path.c_str(), mode);
-    if (!f) throw std::runtime_error("open " + path + " " + os::errorText(errno));
-    return f;
-}
-
 void readStock()
 {
     Reading rd;
@@ -473,7 +465,7 @@ void readStock()
     }
     const char* micro[3] = {"dstbestu.txt", "dstbesta.txt", "dstbestc.txt"};
     for (int k = 0; k < 3; ++k) {
-        if (hh.microOutput & (1 << k)) rd.micro[k] = openIn("Quoten/", micro[k], "wb");
+        if (hh.microOutput & (1 << k)) rd.micro[k] = openOutput("Quoten/", micro[k]);
         else std::remove((hh.directory + "Quoten/" + micro[k]).c_str());
     }
     FILE* page = hhprot::page();
@@ -501,7 +493,7 @@ void readStock()
             stockYear = fieldYear(line, L.field("Z02"));
             if (stockYear < 0) stockYear = intField(line, "Z02");
             fprintf(page, "Z02: %d (%s)<br>\n", stockYear, DD::lookup("hh_Z02").c_str());
-            quotaFile = openIn("Quoten/", "q.csv", "wb");
+            quotaFile = openOutput("Quoten/", "q.csv");
             fprintf(quotaFile, "R02map\n%s\nG2T\n", hh.r02map.c_str());
             for (const auto& [key, type] : g2t.pairs) fprintf(quotaFile, "%d;;;%d\n", static_cast<int>(key), type);
             fprintf(quotaFile, "Z02\n%d\nJung\n%d\nAlt\n%d\n", stockYear, hh.young, hh.old);
@@ -519,8 +511,10 @@ void readStock()
     if (ferror(in)) hhprot::warning("error reading dstbest %s", os::errorText(errno).c_str());
     processAddress(rd, group);
     fclose(in);
-    for (FILE* f : rd.micro)
-        if (f) fclose(f);
+    for (FILE*& f : rd.micro) {
+        closeOutput(f);
+        f = nullptr;
+    }
     stockCounts[0] = rd.records, stockCounts[1] = rd.ignored, stockCounts[2] = rd.filtered, stockCounts[3] = rd.withoutCore;
 }
 
@@ -596,24 +590,35 @@ void computeQuotas()
                     QQ.QK(t, a, m) = safeDivision(d(S.SPKZi_Ewj(t, a, m)), d(S.SPKZi_Ew(t, a)), -1.0 / 85,
                                                   "QK[t][a][m]=SPKZi_Ewj[t][a][m]/SPKZi_Ew[t][a]");
     safeDivisionSummary("QK");
+    // each report of replaced values covers its quotas over all types
     hhprot::heading(3, "2)");
-    for (int t = 0; t < T; ++t) {
-        if (!seen(t)) continue;
-        double spezw = sumOf(S.SPEZw, t), speazw = sumOf(S.SPEAZw, t), spepzw = sumOf(S.SPEPZw, t);
+    auto overTypes = [&](const char* label, const std::function<void(int)>& quotas) {
+        for (int t = 0; t < T; ++t)
+            if (seen(t)) quotas(t);
+        safeDivisionSummary(label);
+    };
+    overTypes("Q1", [&](int t) {
+        double spezw = sumOf(S.SPEZw, t);
         QQ.Q1(t, 0) = safeDivision(d(S.SPKZ_Ew(t, 0)), d(S.SPEZw(t, 0)), -1, "Q1[t][1]=SPKZ_Ew[t][1]/SPEZw[t][1]");
         QQ.Q1(t, 1) = safeDivision(d(S.SPKZ_Ew(t, 1)), spezw - d(S.SPEZw(t, 0)), -1,
                                    "Q1[t][2]=SPKZ_Ew[t][2]/(SPEZw[t].sum()-SPEZw[t][1])");
-        safeDivisionSummary("Q1");
+    });
+    overTypes("Q2", [&](int t) {
+        double spezw = sumOf(S.SPEZw, t), speazw = sumOf(S.SPEAZw, t);
         QQ.Q2(t, 0) = safeDivision(d(S.SPEAZw(t, 0)), d(S.SPEZw(t, 0)), -1, "Q2[t][1]=SPEAZw[t][1]/SPEZw[t][1]");
         QQ.Q2(t, 1) = safeDivision(speazw - d(S.SPEAZw(t, 0)), spezw - d(S.SPEZw(t, 0)), -1,
                                    "Q2[t][2]=(SPEAZw[t].sum()-SPEAZw[t][1])/(SPEZw[t].sum()-SPEZw[t][1])");
-        safeDivisionSummary("Q2");
-        QQ.Q12(t) = safeDivision(d(S.SPEAZw(t, 1)), speazw - d(S.SPEAZw(t, 0)), -1,
+    });
+    overTypes("Q12", [&](int t) {
+        QQ.Q12(t) = safeDivision(d(S.SPEAZw(t, 1)), sumOf(S.SPEAZw, t) - d(S.SPEAZw(t, 0)), -1,
                                  "Q12[t]=SPEAZw[t][2]/(SPEAZw[t].sum()-SPEAZw[t][1])");
-        safeDivisionSummary("Q12");
-        QQ.Q13(t) = safeDivision(d(S.SPEPZw(t, 1)), spepzw - d(S.SPEPZw(t, 0)), -1,
+    });
+    overTypes("Q13", [&](int t) {
+        QQ.Q13(t) = safeDivision(d(S.SPEPZw(t, 1)), sumOf(S.SPEPZw, t) - d(S.SPEPZw(t, 0)), -1,
                                  "Q13[t]=SPEPZw[t][2]/(SPEPZw[t].sum()-SPEPZw[t][1])");
-        safeDivisionSummary("Q13");
+    });
+    overTypes("Q14 bis Q21", [&](int t) {
+        double spezw = sumOf(S.SPEZw, t), speazw = sumOf(S.SPEAZw, t);
         Quota* q[3] = {&QQ.Q14, &QQ.Q15, &QQ.Q16};
         for (int k = 0; k < 3; ++k)
             for (int i = 0; i < c3; ++i)
@@ -626,18 +631,16 @@ void computeQuotas()
                 QQ.Q19(t, g, a) = safeDivision(d(S.SPES(t, g, a)), spes, -1, "Q19[t][g][a]=SPES[t][g][a]/SPES[t].sum()");
         QQ.Q20(t) = safeDivision(speazw, d(S.SPEA(t)), -1, "Q20[t]=SPEAZw[t].sum()/SPEA[t]");
         QQ.Q21(t) = safeDivision(d(S.SPEAB(t)), d(S.SPEA(t)), -1, "Q21[t]=SPEAB[t]/SPEA[t]");
-        safeDivisionSummary("Q14 bis Q21");
-    }
+    });
     hhprot::heading(2, "B1.2");
-    for (int t = 0; t < T; ++t) {
-        if (!seen(t)) continue;
+    // the partners' quotas and their shares by class (Q26) in one report
+    overTypes("Q3w, Q22m, Q25", [&](int t) {
         for (int a = 0; a < c3; ++a) {
             QQ.Q3w(t, a) = safeDivision(d(S.SPPw(t, a)), d(S.SGw(t, a)), -1, "Q3w[t][a]=SPPw[t][a]/SGw[t][a]");
             for (int i = 0; i < c3; ++i)
                 QQ.Q22m(t, a, i) = safeDivision(d(S.SPPm(t, i, a)), d(S.SPPw(t, a)), -1.0 / 3, "Q22m[t][w][m]=SPPm[t][m][w]/SPPw[t][w]");
             QQ.Q25(t, a) = safeDivision(d(S.SPP2w(t, a)), d(S.SPPw(t, a)), -1, "Q25[t][a]=SPP2w[t][a]/SPPw[t][a]");
         }
-        safeDivisionSummary("Q3w, Q22m, Q25");
         for (int g1 = 0; g1 < 2; ++g1)
             for (int a1 = 0; a1 < c3; ++a1) {
                 double den = 0;
@@ -649,8 +652,7 @@ void computeQuotas()
                         QQ.Q26(t, g1, a1, g2, a2) = safeDivision(d(S.SPPgg(t, g1, a1, g2, a2)), den, 0,
                                                                  "Q26[t][g][a1][g][a2]=SPPgg[t][g][a1][g][a2]/SPP[t][g][a1]");
             }
-        safeDivisionSummary("Q26");
-    }
+    });
     hhprot::heading(2, "B1.3");
     hhprot::heading(3, "2a)");
     for (int t = 0; t < T; ++t) {
@@ -666,8 +668,8 @@ void computeQuotas()
                 QQ.QN4(t, g, a) = safeDivision(d(S.SPN4(t, g, a)), d(S.SPN(t, g, a)), -1.0 / 3, "QN4[t][g][a]=SPN4[t][g][a]/SPN[t][g][a]");
             }
         }
-        safeDivisionSummary("Q4 bis QN4");
     }
+    safeDivisionSummary("Q4 bis QN4");
     fprintf(page, "Unterste Altersklasse von Q32 wird nicht weiter benutzt:<br>\n");
     hhprot::heading(3, "3a)");
     for (int t = 0; t < T; ++t) {
@@ -686,8 +688,8 @@ void computeQuotas()
             }
         }
         QQ.Q35(t) = safeDivision(d(S.SH4(t)), d(S.SPV4S(t)), 1, "Q35[t]=SH4[t]/SPV4S[t]");
-        safeDivisionSummary("Q5 bis Q35");
     }
+    safeDivisionSummary("Q5 bis Q35");
     hhprot::heading(2, "B1.4");
     for (int t = 0; t < T; ++t) {
         if (!seen(t)) continue;
@@ -700,8 +702,8 @@ void computeQuotas()
         QQ.QM5(t) = safeDivision(d(S.SPM5(t)), d(S.SPM(t)), 1, "QM5[t]=SPM5[t]/SPM[t]");
         QQ.Q8(t) = safeDivision(d(S.SH5(t)), d(S.SPM5(t)), 1, "Q8[t]=SH5[t]/SPM5[t]");
         QQ.Q50(t) = safeDivision(d(S.SP50(t)), d(S.SH50(t)), 1, "Q50[t]=SP50[t]/SH50[t]");
-        safeDivisionSummary("Q6 bis Q50");
     }
+    safeDivisionSummary("Q6 bis Q50");
 }
 
 void writeSums()
@@ -813,7 +815,7 @@ namespace {
 void writeBaseTables()
 {
     // hdo.csv: per type the 59 rows of persons by household size 2, 3, 4, 5+
-    FILE* f = openIn("Quoten/", "hdo.csv", "wb");
+    FILE* f = openOutput("Quoten/", "hdo.csv");
     const char* columns[] = {"Typ", "HDO-Nummer", "Personen2", "Personen3", "Personen4", "Personen5+", nullptr};
     csvWriteHead(f, "hdo", columns, nullptr);
     int T = static_cast<int>(typeSeen.size());
@@ -838,10 +840,10 @@ void writeBaseTables()
         sizes(4, [&](int s) { return S.SPM4H4(t, s); });
         sizes(5, [&](int s) { return S.SPM5H5(t, s); });
     }
-    fclose(f);
+    closeOutput(f);
 
     // hnws.csv
-    f = openIn("Quoten/", "hnws.csv", "wb");
+    f = openOutput("Quoten/", "hnws.csv");
     const char* hcols[] = {"Gebietskennzeichen", "Bevölkerungsgruppe", "Geschlechtsgruppe", "Altersgruppe",
                            "Hauptwohnsitzler (h)", "Nebenwohnsitzler (n)", nullptr};
     csvWriteHead(f, "hnws", hcols, "Ausgangsdaten für Faktor Wohnberechtigte Bevölkerung (h+n/h)");
@@ -857,12 +859,12 @@ void writeBaseTables()
                     secondary += S.nws(r, b, g, a);
                 }
     }
-    fclose(f);
+    closeOutput(f);
     fprintf(hhprot::page(), "%s <a href=\"hnws.csv\">hnws.csv</a> &Sigma; Hauptwohnsitzler %d, &Sigma; Nebenwohnsitzler %d<br>\n",
             DD::lookup("hh_read").c_str(), static_cast<int>(main), static_cast<int>(secondary));
 
     // zqa.csv: the quotas the forecast takes as assumptions
-    f = openIn("Quoten/", "zqa.csv", "wb");
+    f = openOutput("Quoten/", "zqa.csv");
     const char* zcols[] = {"Z02", "ZQnr", "Typ", "Geschlechtsgruppe", "Altersgruppe", "Wert", nullptr};
     csvWriteHead(f, "zqa", zcols, "Vorlage für Datei zqYYYY.csv für Prognose");
     Quota* women[3] = {&QQ.Q1, &QQ.Q2, &QQ.Q3w};
@@ -880,7 +882,7 @@ void writeBaseTables()
                     for (int c = 0; c < both[q]->dims[2]; ++c)
                         fprintf(f, "%d;%d;%zu;%zu;%zu;%g\n", stockYear, q + 4, static_cast<size_t>(t + 1),
                                 static_cast<size_t>(g + 1), static_cast<size_t>(c), (*both[q])(t, g, c));
-    fclose(f);
+    closeOutput(f);
     fprintf(hhprot::page(), "%s <a href=\"../Quoten/zqa.csv\" target=\"_blank\">ZQA</a>.<br>\n", DD::lookup("hh_read").c_str());
 }
 
@@ -899,8 +901,9 @@ void quotaPhase()
         if (q) writeArray(name, *q, axes);
         else writeArray(name, *s, axes);
     });
-    if (quotaFile && fclose(quotaFile) != 0) hhprot::warning("Close von q.csv fehlgeschlagen");
+    FILE* q = quotaFile;
     quotaFile = nullptr;
+    closeOutput(q);
     writeBaseTables();
     stockSummary();
 }

@@ -13,6 +13,7 @@
 #include "platform/operating_system.h"
 #include "platform/option_scanner.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/gnuplot_bridge.h"
 
@@ -104,7 +105,7 @@ void report(const char* what, const std::vector<std::string>& keys)
     printf("shp2plt: %s (%zu): %s\n", what, keys.size(), joined(keys).c_str());
 }
 
-// draws the picture through the plot bridge; false when gnuplot failed
+// draws the picture through the plot bridge; false when gnuplot failed or left no whole picture
 bool draw(const MapPicture& picture, const MapLayout& layout)
 {
     std::string dir = picture.picturePath, name = lastComponent(picture.picturePath);
@@ -122,9 +123,10 @@ bool draw(const MapPicture& picture, const MapLayout& layout)
     }
     writeMapCommands(f, picture, layout);
     int status = plotClose(nullptr, 0, f, si::appDir, name.c_str());
-    if (status != 0 || os::fileSize(picture.picturePath) == 0) {
-        os::messageBox("shp2plt", "%s: gnuplot hat die Karte nicht gezeichnet (Status %d)", picture.picturePath.c_str(),
-                       status);
+    if (status != 0 || !plotPictureComplete(picture.picturePath)) {
+        os::messageBox("shp2plt", "%s: gnuplot hat die Karte nicht gezeichnet (Status %d, %lld Bytes)",
+                       picture.picturePath.c_str(),
+                       status, static_cast<long long>(os::fileSize(picture.picturePath)));
         return false;
     }
     return true;
@@ -189,11 +191,12 @@ int run(const MapOptions& o)
         picture.title = tables.empty() ? lastComponent(map.shpPath) : names + ": " + what;
     }
 
-    // everything is read and checked: now the files are written
-    FILE* data = fopen(picture.dataPath.c_str(), "w");
+    // everything is read and checked: now the files are written, the data whole before gnuplot
+    // reads them; a picture that gnuplot did not finish is removed
+    FILE* data = safeOutput::open(picture.dataPath);
     if (!data) throw MapError(picture.dataPath + ": " + std::strerror(errno));
     MapLayout layout = writeMapData(data, picture);
-    fclose(data);
+    if (int err = safeOutput::commit(data)) throw MapError(picture.dataPath + ": " + std::strerror(err));
     if (!draw(picture, layout)) {
         std::remove(picture.picturePath.c_str());
         std::remove(picture.dataPath.c_str());

@@ -7,8 +7,9 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "tables/table_text.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
+#include "tables/table_text.h"
 
 FixedLayout::FixedLayout(const char* name, std::vector<FixedField> fields) : layoutName(name), rows(std::move(fields))
 {
@@ -90,6 +91,33 @@ const FixedLayout& complementLayout()
     return layout;
 }
 
+namespace {
+// the stock fields that end before column `end`, then the complement from column `end`
+std::vector<FixedField> withComplement(int end)
+{
+    std::vector<FixedField> fields;
+    for (const FixedField& f : stockLayout().fields())
+        if (f.column + f.width - 1 < end) fields.push_back(f);
+    for (FixedField f : complementLayout().fields()) {
+        f.column += end - 1;
+        fields.push_back(f);
+    }
+    return fields;
+}
+} // namespace
+
+const FixedLayout& addressWithComplementLayout()
+{
+    static const FixedLayout layout("dstbesta", withComplement(kAddressColumns + 1));
+    return layout;
+}
+
+const FixedLayout& recordWithComplementLayout()
+{
+    static const FixedLayout layout("dstbestc", withComplement(stockLayout().length()));
+    return layout;
+}
+
 std::string_view fieldText(std::string_view record, const FixedField& field)
 {
     size_t first = static_cast<size_t>(field.column - 1);
@@ -143,7 +171,7 @@ int fieldYear(std::string_view record, const FixedField& field)
 
 bool writeLayoutDescription(const FixedLayout& layout, const std::string& path)
 {
-    FILE* file = fopen(path.c_str(), "wb");
+    FILE* file = safeOutput::open(path);
     if (!file) return false;
     const char* columns[] = {"column", "width", "name", "type", nullptr};
     csvWriteHead(file, layout.name(), columns, nullptr);
@@ -154,5 +182,6 @@ bool writeLayoutDescription(const FixedLayout& layout, const std::string& path)
                          static_cast<unsigned>(f.width), sep, f.name, sep, f.type);
         csvWrite(file, line, static_cast<size_t>(n));
     }
-    return fclose(file) == 0;
+    safeOutput::close(file);
+    return true;
 }

@@ -34,6 +34,14 @@ const FixedLayout& stockLayout();
 const FixedLayout& movementLayout();
 // the complement the household tool writes beside the stock records, 24 columns
 const FixedLayout& complementLayout();
+// the address key that leads a stock record: its first 23 columns
+constexpr int kAddressColumns = 23;
+// The two micro files of the household tool with the complement: the address key, the
+// complement and a "*" in its last column (dstbesta.txt); the record without its last column,
+// the complement, and the record's last character in the complement's last column
+// (dstbestc.txt).
+const FixedLayout& addressWithComplementLayout();
+const FixedLayout& recordWithComplementLayout();
 
 // The text of the field in the record; the part beyond the end of a short record is missing.
 std::string_view fieldText(std::string_view record, const FixedField& field);

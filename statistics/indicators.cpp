@@ -10,6 +10,7 @@
 #include "platform/dictionary.h"
 #include "platform/exit_status.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "statistics/region_map.h"
 #include "statistics/statistics_preparation.h"
@@ -21,7 +22,7 @@ const double NaN = std::numeric_limits<double>::quiet_NaN();
 // the event kinds of the table, by their column text
 const char* const kinds[] = {"hh_GEM", "BG40DSG", "DG4GAM_", "birth", "strb", "DG1IN", "DG4WB", "DG4ZB", "DG4WBGv", "DG4WBGn"};
 const int kKinds = 10;
-enum { STOCK, INSTITUTION, BABY, MOTHER, DEATH, INFLOW, INTERNAL_OUT, INTERNAL_IN, CHANGE_FROM, CHANGE_TO };
+enum { STOCK, INSTITUTION, MOTHER, BABY, DEATH, FIRST_OCCUPIER, INTERNAL_OUT, INTERNAL_IN, CHANGE_FROM, CHANGE_TO };
 
 using Vectors = std::array<std::vector<long long>, kKinds>;
 using Place = std::tuple<long long, long long, long long>;   // year, region, group
@@ -125,7 +126,7 @@ void Dstmak::indicators()
     for (const auto& [k, n] : tool.baby) add(all, k[0], k[1], k[2], BABY, k[4], n);
     for (const auto& [k, n] : tool.geburt) add(all, k[0], k[1], k[2], MOTHER, k[3], n);
     for (const auto& [k, n] : tool.sterb) add(all, k[0], k[1], k[2], DEATH, k[4], n);
-    for (const auto& [k, n] : tool.aussenzuzug) add(all, k[0], k[2], k[3], INFLOW, k[5], n);
+    for (const auto& [k, n] : tool.neubaubezug) add(all, k[0], k[1], k[2], FIRST_OCCUPIER, k[4], n);
     for (const auto& [k, n] : tool.binnenwegzug) {
         add(all, k[0], k[1], k[3], INTERNAL_OUT, k[5], n);
         add(all, k[0], k[2], k[3], INTERNAL_IN, k[5], n);
@@ -137,9 +138,10 @@ void Dstmak::indicators()
     for (int k = 0; k < kKinds; ++k) prot.text("%d %s\n", k, label(kinds[k]).c_str());
 
     std::string path = tool.path("indikator.csv");
-    FILE* f = fopen(path.c_str(), "wb");
+    FILE* f = safeOutput::open(path);
     if (!f) {
         prot.text("&gt;         indikator.csv %s\n", os::errorText(errno).c_str());
+        exitStatus = 1;
         return;
     }
     int lower = tool.settings.nagwu, upper = tool.settings.nagwo;
@@ -160,7 +162,9 @@ void Dstmak::indicators()
                              static_cast<int>(std::get<1>(place)), sep, static_cast<int>(std::get<2>(place)), sep, k, sep,
                              static_cast<int>(m.sum), sep);
             csvWrite(f, head, static_cast<size_t>(n));
-            if (k == MOTHER) {
+            // the newborns are all of age 0: no age measures; the mothers are no population to
+            // weigh young and old against: no dependency block
+            if (k == BABY) {
                 for (int e = 0; e < 7; ++e) csvWriteText(f, "", 0);
             } else {
                 csvWriteCell(f, "%.0f", m.minAge, 0);
@@ -171,7 +175,7 @@ void Dstmak::indicators()
                 cell(f, m.variance, 0);
                 cell(f, m.billeter, 0);
             }
-            if (k == BABY) {
+            if (k == MOTHER) {
                 for (int e = 0; e < 5; ++e) csvWriteText(f, "", 0);
                 csvWriteText(f, "", 1);
             } else {
@@ -185,6 +189,6 @@ void Dstmak::indicators()
             ++rows;
         }
     }
-    fclose(f);
+    safeOutput::close(f);
     prot.text("&gt;         indikator.csv, %d records\n", rows);
 }

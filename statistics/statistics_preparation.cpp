@@ -11,6 +11,7 @@
 #include "platform/dictionary.h"
 #include "platform/exit_status.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "statistics/region_map.h"
 #include "tables/table_text.h"
@@ -97,7 +98,8 @@ void DstProtocol::close()
 {
     if (!temp) return;
     fflush(stdout);
-    FILE* page = fopen((directory + "prot.htm").c_str(), "wb");
+    if (fflush(temp) != 0 || ferror(temp)) safeOutput::fatalPath(directory + "prot.tmp", errno ? errno : EIO);
+    FILE* page = safeOutput::open(directory + "prot.htm");
     if (page) {
         fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n<title>Protokoll</title>\n<style>\n"
               ".h { background: #99FF99; }\n.w { background: #FFCC99; }\n</style>\n</head>\n<body>\n<pre>\n",
@@ -115,7 +117,10 @@ void DstProtocol::close()
             }
         }
         fputs("</pre>\n</body>\n</html>\n", page);
-        fclose(page);
+        safeOutput::close(page);
+    } else {
+        fprintf(stderr, "open %sprot.htm: %s\n", directory.c_str(), os::errorText(errno).c_str());
+        exitStatus = 1;
     }
     fclose(temp);
     temp = nullptr;
@@ -155,8 +160,14 @@ bool RecordFilter::accept(std::string_view record)
     DstProtocol& prot = tool.prot();
     if (static_cast<int>(record.size()) < layout.length()) {
         if (++tooShort <= kRecordMessages)
-            prot.message('w', "Record %zu: %zu Zeichen, Satzlänge %s ist %d\n", records, record.size(), layout.name(),
-                         layout.length());
+            prot.message('w', "%s: Record %zu: %zu Zeichen, Satzlänge %s ist %d\n", fileName.c_str(), records,
+                         record.size(), layout.name(), layout.length());
+        return false;
+    }
+    if (const void* nul = memchr(record.data(), 0, record.size())) {
+        if (++badField <= kRecordMessages)
+            prot.message('w', "%s: Record %zu: NUL-Zeichen in Spalte %zu\n", fileName.c_str(), records,
+                         static_cast<size_t>(static_cast<const char*>(nul) - record.data()) + 1);
         return false;
     }
     int year = fieldYear(record, date);
@@ -240,18 +251,28 @@ bool readRecords(Dstmak& tool, const std::string& name, const std::function<void
     }
     static std::vector<char> buffer(1 << 20);
     setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+    // lines of at most 1024 bytes, NUL bytes included (the filter counts them); the rest of a
+    // longer line is skipped
     char line[1026];
-    while (fgets(line, sizeof line - 1, file)) {
-        size_t n = strlen(line);
-        bool complete = n > 0 && line[n - 1] == '\n';
-        if (!complete && !feof(file)) {
-            // a line longer than a record can be: the rest is skipped
-            int c;
-            while ((c = getc(file)) != EOF && c != '\n') {}
-        }
-        while (n > 0 && (line[n - 1] == '\n' || line[n - 1] == '\r')) --n;
+    size_t lines = 0;
+    bool open = false;
+    for (;;) {
+        size_t n = 0;
+        int c;
+        while ((c = getc_unlocked(file)) != EOF && c != '\n')
+            if (n < 1024) line[n++] = static_cast<char>(c);
+        if (c == EOF && n == 0) break;
+        open = c == EOF;
+        ++lines;
+        while (n > 0 && line[n - 1] == '\r') --n;
         each(std::string_view(line, n));
+        if (c == EOF) break;
     }
+    if (ferror(file))
+        tool.prot().message('w', "%s: Lesefehler nach Satz %zu: %s\n", name.c_str(), lines, os::errorText(errno).c_str());
+    if (open)
+        tool.prot().message('w', "%s: Satz %zu ohne Zeilenende, die Datei ist vielleicht abgeschnitten\n", name.c_str(),
+                            lines);
     fclose(file);
     return true;
 }
@@ -277,9 +298,10 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
     for (const auto& entry : tree) sorted.push_back(&entry);
     std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
     auto writeRows = [&](const std::string& file, int year, long long& rows, long long& sum) {
-        FILE* f = fopen(path(file).c_str(), "wb");
+        FILE* f = safeOutput::open(path(file));
         if (!f) {
             prot().text("open %s:\n%s\n", path(file).c_str(), os::errorText(errno).c_str());
+            exitStatus = 1;
             return false;
         }
         csvWriteHead(f, title, names.data(), nullptr);
@@ -299,7 +321,7 @@ void Dstmak::writeTree(const char* name, const char* title, const std::vector<co
             ++rows;
             sum += count;
         }
-        fclose(f);
+        safeOutput::close(f);
         return true;
     };
     if (allYears) {
@@ -328,10 +350,22 @@ Dstmak::Dstmak(int count, char** vector)
         std::string given;
         for (int i = 0; i < count; ++i) given += std::string(" ") + vector[i];
         fprintf(stderr, "falscher Aufruf (%d): dstmak%s\n", count, given.c_str());
+        fprintf(stderr, "dstmak list | makro | indi\n"
+                        "  list   die Dateien des Verzeichnisses dirDSTmak\n"
+                        "  makro  Bestands- und Bewegungsdateien dst*.??? in Zähltabellen und Vorlagen von reftyp.csv\n"
+                        "  indi   indikator.csv aus denselben Dateien\n"
+                        "  (dirDSTmak, R02DST, ... in Abschnitt RATEN von %s)\n",
+                si::settingsPath().c_str());
         return;
     }
+    // the tool reads and writes in the directory of its settings only
     std::string dir = si::getString("RATEN", "dirDSTmak", "");
-    if (dir.empty()) dir = "./";
+    if (dir.empty() || !os::isDirectory(dir)) {
+        fprintf(stderr, "dstmak: kein Verzeichnis der Statistikdatensätze \"%s\" (dirDSTmak in Abschnitt RATEN von %s)\n",
+                dir.c_str(), si::settingsPath().c_str());
+        exitStatus = 1;
+        return;
+    }
     if (dir.back() != '/') dir += '/';
     snprintf(directory, sizeof directory, "%s", dir.c_str());
     settings.read();
@@ -408,6 +442,7 @@ void Dstmak::walk()
         if (own) continue;
         if (name.find("dstbest") != std::string::npos) {
             ++files;
+            stockSeen = true;
             stockFile(name);
         } else if (name.find("dstbew") != std::string::npos) {
             ++files;
@@ -418,7 +453,7 @@ void Dstmak::walk()
         }
     }
     if (!indicatorRun) {
-        if (!bestand.empty() || !dsg.empty()) writeStockTables();
+        if (stockSeen) writeStockTables();
         if (movementSeen) writeMovementTables();
     }
 }
@@ -426,17 +461,21 @@ void Dstmak::walk()
 void Dstmak::writeReftypTemplate()
 {
     std::string file = path("reftyp_roh.csv");
-    FILE* f = fopen(file.c_str(), "wb");
+    FILE* f = safeOutput::open(file);
     if (!f) {
         prot().text("&gt;        reftyp_roh.csv %s\n", os::errorText(errno).c_str());
+        exitStatus = 1;
         return;
     }
     std::string agg1 = DD::lookup("tkindi_fert_AGG1"), agg2 = DD::lookup("tkindi_fert_AGG2");
     const char* columns[] = {"GKZ", "GNAME", "TYG", "TYS", "TYB", "TYZZA", "TYQWA", "TYNEE", "TYREA", "TYWBG",
                              "TYAGF", "TYHH", agg1.c_str(), agg2.c_str(), nullptr};
-    csvWriteHead(f, "reftyp", columns, nullptr);
-    char sep[2] = {si::separator, 0};
+    // the cut of the keys is the first line (behind the byte order mark), before the head
+    if (si::csvBom) fputs("\xEF\xBB\xBF", f);
     if (settings.rtgkz > 0) fprintf(f, "%s! cut(%d)\n", "#", settings.rtgkz);
+    csvWriteComment(f, "reftyp", nullptr);
+    csvWriteColumnNames(f, columns);
+    char sep[2] = {si::separator, 0};
     long long divisor = 1;
     for (int k = 0; k < settings.rtgkz; ++k) divisor *= 10;
     int width = std::max(1, r02map::digits(settings.r02map) - settings.rtgkz);
@@ -450,14 +489,14 @@ void Dstmak::writeReftypTemplate()
         for (int k = 0; k < 12; ++k) fprintf(f, "%s1", sep);
         fputc('\n', f);
     }
-    fclose(f);
+    safeOutput::close(f);
     prot().text("&gt;        reftyp_roh.csv %d records\n", static_cast<int>(keys.size()));
 }
 
 void Dstmak::writeReftyaTemplate()
 {
     std::string file = path("reftya_roh.csv");
-    FILE* f = fopen(file.c_str(), "wb");
+    FILE* f = safeOutput::open(file);
     if (f) {
         const char* columns[] = {"W40W41", "TYA", nullptr};
         csvWriteHead(f, "reftya", columns, "Vorlage fuer Eingabedatei reftya.csv");
@@ -468,10 +507,11 @@ void Dstmak::writeReftyaTemplate()
             auto known = reftya.find(key);
             fprintf(f, format, key, known != reftya.end() ? known->second : outsideType(key));
         }
-        fclose(f);
+        safeOutput::close(f);
         prot().text("&gt;        reftya_roh.csv %d records\n", static_cast<int>(outsideKeys.size()));
     } else {
         prot().text("&gt;        reftya_roh.csv %s\n", os::errorText(errno).c_str());
+        exitStatus = 1;
     }
     if (!reftyaFound) return;
     if (!outsideMissing.empty()) {

@@ -100,7 +100,9 @@ public:
     long boys = 0, girls = 0;
 
     // the outside types of reftya.csv
-    bool reftyaRead = false, reftyaFound = false, movementSeen = false;
+    bool reftyaRead = false, reftyaFound = false, movementSeen = false, stockSeen = false;
+    // the report years of the stock files read, so that an empty file still gets its table
+    std::set<long long> stockYears;
     std::map<long long, int> reftya;
     std::set<long long> outsideMissing;
 

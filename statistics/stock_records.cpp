@@ -72,29 +72,24 @@ void Dstmak::stockFile(const std::string& name)
     if (!opened) return;
     if (filter.fileYear && std::find(tool.years.begin(), tool.years.end(), filter.fileYear) == tool.years.end())
         tool.years.push_back(filter.fileYear);
+    if (filter.fileYear) tool.stockYears.insert(filter.fileYear);
     filter.finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
 }
 
 void Dstmak::writeStockTables()
 {
     Dstmak& tool = *this;
-    std::vector<int> years;
-    for (const auto& entry : tool.bestand) years.push_back(static_cast<int>(entry.first[0]));
-    years.erase(std::unique(years.begin(), years.end()), years.end());
+    std::vector<int> years(tool.stockYears.begin(), tool.stockYears.end());
     tool.prot().text("%s, oberste Altersgruppe %d\n", yearList(years).c_str(), tool.highestStockAge);
     tool.prot().setting("tkrate_r01filter", tool.settings.r01filter);
     tool.prot().setting("tkrate_szr02", tool.settings.r02map);
     tool.prot().setting("tkrate_anst", std::to_string(tool.settings.anst));
     const std::vector<const char*> columns = {"year", "region", "BG", "GG", "AG", "number"};
-    tool.writeTree("bestand", "Bestand", columns, tool.bestand, true, true);
-    tool.writeTree("dsg", "Anstaltsbevölkerung", columns, tool.dsg, true, true);
-    // the descriptions of the record layouts, for the user
+    tool.writeTree("bestand", "Bestand", columns, tool.bestand, true, true, tool.stockYears);
+    tool.writeTree("dsg", "Anstaltsbevölkerung", columns, tool.dsg, true, true, tool.stockYears);
+    // the descriptions of the record layouts, for the user: the stock records, and the two
+    // micro files of the household tool with its complement
     writeLayoutDescription(stockLayout(), tool.path("dstbest.csv"));
-    std::vector<FixedField> appended = stockLayout().fields();
-    for (FixedField f : complementLayout().fields()) {
-        f.column += stockLayout().length();
-        appended.push_back(f);
-    }
-    writeLayoutDescription(FixedLayout("dstbesta", appended), tool.path("dstbesta.csv"));
-    writeLayoutDescription(complementLayout(), tool.path("dstbestc.csv"));
+    writeLayoutDescription(addressWithComplementLayout(), tool.path("dstbesta.csv"));
+    writeLayoutDescription(recordWithComplementLayout(), tool.path("dstbestc.csv"));
 }

@@ -1,5 +1,6 @@
 #include "statistics/time_series.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <chrono>
@@ -17,9 +18,11 @@
 #include "platform/operating_system.h"
 #include "platform/option_scanner.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "platform/variant_settings.h"
 #include "statistics/cell_numbers.h"
+#include "statistics/file_end.h"
 #include "tables/table_text.h"
 
 namespace {
@@ -226,8 +229,8 @@ struct Counters {
 };
 
 // Opens the yearly table; the year before the start, an input, is looked for where every input
-// table of a variant is: in the result directory, then ../, then the shared ../_variant, as the
-// file or as its .csv.lnk.
+// in the result directory, then in the shared ../_variant, then in ../, as the file or as its
+// .csv.lnk.
 FILE* openYear(const std::string& resultDir, int year, bool yearBefore, std::string& shown)
 {
     std::string name = "gem" + std::to_string(year) + ".csv";
@@ -239,7 +242,7 @@ FILE* openYear(const std::string& resultDir, int year, bool yearBefore, std::str
     }
     int err = errno;
     if (yearBefore) {
-        for (const char* place : {"/../", "/../_variant/"}) {
+        for (const char* place : {"/../_variant/", "/../"}) {
             std::string dir = resultDir + place;
             std::string file = dir + name;
             FILE* f = std::fopen(file.c_str(), "rb");
@@ -269,9 +272,63 @@ void appendCell(std::string& line, const char* cell, int status)
     line += status == '\n' ? '\n' : si::separator;
 }
 
+// The checks of one yearly table's records, said as warnings on the console; the records are
+// taken as they are all the same. Keys that fall together are found by the order of the lines
+// (a table of the forecast is sorted, and nothing is kept for it); a table that is not sorted
+// is read a second time for its keys (duplicateKeys).
+class RecordCheck {
+public:
+    RecordCheck(const std::string& shown, int year, int ages) : shown_(shown), year_(year), ages_(ages) {}
+
+    void record(const long long* keys, double value, uint64_t line)
+    {
+        ++records_;
+        if (keys[0] != year_)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Jahr %lld in der Tabelle des Jahres %d", shown_.c_str(),
+                          size_t(line), keys[0], year_);
+        if (keys[1] < 0 || keys[2] < 1 || keys[3] < 1)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel %lld;%lld;%lld außerhalb des Bereichs", shown_.c_str(),
+                          size_t(line), keys[1], keys[2], keys[3]);
+        if (keys[4] < 0 || keys[4] >= ages_)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Altersgruppe %lld außerhalb von 0..%d", shown_.c_str(),
+                          size_t(line), keys[4], ages_ - 1);
+        if (!std::isfinite(value) || value < 0 || value > 1e15)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Anzahl %.17g ist keine Personenzahl", shown_.c_str(),
+                          size_t(line), value);
+        bool before = records_ > 1;
+        int order = 0;
+        for (int c = 0; c < 5 && before && order == 0; ++c) order = keys[c] < last_[c] ? -1 : keys[c] > last_[c] ? 1 : 0;
+        if (before && order == 0)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel %lld;%lld;%lld;%lld;%lld doppelt (auch Zeile %zu)",
+                          shown_.c_str(), size_t(line), keys[0], keys[1], keys[2], keys[3], keys[4], size_t(lastLine_));
+        if (order < 0) sorted_ = false;
+        std::memcpy(last_, keys, sizeof last_);
+        lastLine_ = line;
+    }
+    bool sorted() const { return sorted_; }
+
+    // the end of the table: its keys that fell together out of order, an empty table, a last
+    // line that may have been cut
+    void finish(bool lastLineOpen)
+    {
+        if (records_ == 0) Prot::message(SEV_WARNING, "%s: keine Datensätze", shown_.c_str());
+        if (lastLineOpen)
+            Prot::message(SEV_WARNING, "%s: letzte Zeile ohne Zeilenende, die Datei ist vielleicht abgeschnitten",
+                          shown_.c_str());
+    }
+
+private:
+    std::string shown_;
+    int year_, ages_;
+    uint64_t records_ = 0, lastLine_ = 0;
+    long long last_[5] = {0, 0, 0, 0, 0};
+    bool sorted_ = true;
+};
+
 // What reading the yearly tables fills: the result and its key ranges, the grand total, the
 // counters.
 struct YearSink {
+    RecordCheck* check;
     ColumnFunction* functions;
     bool aggregate;
     FILE* out;
@@ -471,9 +528,8 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
             counts.comment = reader.commentLines + 1;
             break;
         }
-        if (!sink.aggregate) {
-            appendCell(line, cell, status);
-        } else if (column < 5) {
+        if (!sink.aggregate) appendCell(line, cell, status);
+        if (column < 5) {
             if (!cellInteger(cell, keys[column]) && !badCell) {
                 badCell = "Schlüssel";
                 badText = cell;
@@ -495,13 +551,15 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
             if (column > 6)
                 Prot::message(SEV_WARNING, "%s: Zeile %zu:%s mehr als 6 Datenspalten", shown.c_str(),
                               size_t(reader.lineNumber()), reader.currentLine().c_str());
+            if (badCell)
+                Prot::message(SEV_WARNING, "%s: Zeile %zu:%s %s \"%s\" ist keine Zahl", shown.c_str(),
+                              size_t(reader.lineNumber()), reader.currentLine().c_str(), badCell, badText.c_str());
+            else
+                sink.check->record(keys, value, reader.lineNumber());
             if (!sink.aggregate) {
                 csvWrite(sink.out, line.data(), line.size());
                 ++sink.counters.outputRecords;
-            } else if (badCell) {
-                Prot::message(SEV_WARNING, "%s: Zeile %zu:%s %s \"%s\" ist keine Zahl", shown.c_str(),
-                              size_t(reader.lineNumber()), reader.currentLine().c_str(), badCell, badText.c_str());
-            } else {
+            } else if (!badCell) {
                 sink.take(keys, value);
             }
         }
@@ -525,6 +583,40 @@ long long oddLine(FILE* in, long long position, bool mark, bool rest, const std:
     counts.empty = reader.emptyLines;
     // the reader's look at the line for the messages leaves the position where it was
     return ftello(in);
+}
+
+// The keys that stand twice in a table that is not sorted: a second reading of the plain data
+// lines, their keys hashed (FNV-1a) with their line numbers, sorted.
+void duplicateKeys(FILE* in, const std::string& shown)
+{
+    std::rewind(in);
+    std::vector<std::pair<uint64_t, uint64_t>> seen;
+    char* text = nullptr;
+    size_t capacity = 0;
+    ssize_t n;
+    uint64_t line = 0;
+    while ((n = getline(&text, &capacity, in)) >= 0) {
+        ++line;
+        const char* p = text;
+        const char* end = text + n;
+        if (line == 1 && n >= 3 && std::memcmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
+        while (end > p && (end[-1] == '\n' || end[-1] == '\r')) --end;
+        long long keys[5];
+        double value;
+        if (end == p || *p == '#' || !plainRecord(p, end, keys, value)) continue;
+        uint64_t hash = 14695981039346656037ULL;
+        for (long long k : keys) {
+            hash ^= static_cast<uint64_t>(k);
+            hash *= 1099511628211ULL;
+        }
+        seen.push_back({hash, line});
+    }
+    std::free(text);
+    std::sort(seen.begin(), seen.end());
+    for (size_t i = 1; i < seen.size(); ++i)
+        if (seen[i].first == seen[i - 1].first)
+            Prot::message(SEV_WARNING, "%s: Zeile %zu: Schlüssel doppelt (auch Zeile %zu)", shown.c_str(),
+                          size_t(seen[i].second), size_t(seen[i - 1].second));
 }
 
 // Reads one yearly table: each data line through the column functions into the result, or
@@ -562,12 +654,14 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
                 }
             } else if (end - line < CELL && sink.aggregate) {
                 if (plainRecord(line, end, keys, value)) {
+                    sink.check->record(keys, value, counts.data + counts.comment + counts.empty + 1);
                     ++counts.data;
                     sink.take(keys, value);
                     continue;
                 }
             } else if (end - line < CELL && sixCells(line, end, cells)) {
-                if (plainText(line, end)) {
+                if (plainText(line, end) && plainRecord(line, end, keys, value)) {
+                    sink.check->record(keys, value, counts.data + counts.comment + counts.empty + 1);
                     ++counts.data;
                     std::string text(line, end);
                     text += '\n';
@@ -579,6 +673,7 @@ void readYear(FILE* in, const std::string& shown, YearSink& sink)
         }
         blocks.resume(oddLine(in, at, mark, ++oddLines > ODD_LINES, shown, sink, counts));
     }
+    sink.check->finish(lastLineOpen(in));
     sink.counters.inputRecords += counts.data;
     sink.counters.commentLines += counts.comment;
     sink.counters.emptyLines += counts.empty;
@@ -639,7 +734,7 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     Prot::writeln(0, "> %s.csv", name.c_str());
 
     std::string outPath = resultDir + "/" + name + ".csv";
-    FILE* out = std::fopen(outPath.c_str(), "wb");
+    FILE* out = safeOutput::open(outPath);
     if (!out) {
         Prot::message(SEV_ERROR, "zrgem open %s: %s\n", outPath.c_str(), std::strerror(errno));
         Prot::setThrow(throwing);
@@ -648,6 +743,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     const char* names[] = {"year", "GKZ", "BG", "GG", "AG", "@sum;(@number;)", nullptr};
     size_t headLines = size_t(csvWriteHead(out, "@zr_run;", names, nullptr));
 
+    // the age groups of the variant, for the check of the records
+    int ages = si::varInt("METHODE", "NAG", 101, directory, version);
     Counters counters;
     Aggregate result;
     KeyRange inRange[5], outRange[5];
@@ -656,8 +753,10 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
         std::string shown;
         FILE* in = openYear(resultDir, year, year == startYear - 1, shown);
         if (!in) continue;
-        YearSink sink{functions, aggregate, out, result, inRange, outRange, total, counters};
+        RecordCheck check(shown, year, ages);
+        YearSink sink{&check, functions, aggregate, out, result, inRange, outRange, total, counters};
         readYear(in, shown, sink);
+        if (!check.sorted()) duplicateKeys(in, shown);
         std::fclose(in);
     }
 
@@ -678,7 +777,8 @@ int zrgem(const std::string& name, const std::vector<std::string>& columns, cons
     } else {
         Prot::writeln(0, "Zusammenfassung der GEM-Dateien ohne Aggregation");
     }
-    std::fclose(out);
+    // flushed, closed and renamed into place; a failure ends the process naming the table
+    safeOutput::close(out);
 
     // the end counts
     std::string counts = std::to_string(counters.inputRecords) + " " + DD::lookup("inputRecords") + " + " +
@@ -729,6 +829,13 @@ int zrgemTool(int argc, char** argv)
         for (int i = 0; i < argc; ++i) text += std::string(" ") + argv[i];
         os::messageBox(USAGE, "%s", text.c_str());
         return 0;
+    }
+    // the result directory comes from the settings; without one nothing is written anywhere
+    std::string resultDir = si::Directory + si::Version;
+    if (si::Directory.empty() || si::Version.empty() || !os::isDirectory(resultDir)) {
+        os::messageBox("zrgem", "kein Ergebnisverzeichnis \"%s\" (Directory=%s, Version=%s in %s): nichts geschrieben",
+                       resultDir.c_str(), si::Directory.c_str(), si::Version.c_str(), si::settingsPath().c_str());
+        return 1;
     }
     DD::load(language, {});
     int level = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);

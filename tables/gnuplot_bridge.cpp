@@ -237,3 +237,16 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
     }
     return status;
 }
+
+bool plotPictureComplete(const std::string& path)
+{
+    static const unsigned char signature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    static const unsigned char end[12] = {0, 0, 0, 0, 'I', 'E', 'N', 'D', 0xAE, 0x42, 0x60, 0x82};
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return false;
+    unsigned char head[8] = {}, tail[12] = {};
+    bool whole = fread(head, 1, 8, f) == 8 && std::memcmp(head, signature, 8) == 0 && fseek(f, -12, SEEK_END) == 0 &&
+                 fread(tail, 1, 12, f) == 12 && std::memcmp(tail, end, 12) == 0;
+    fclose(f);
+    return whole;
+}

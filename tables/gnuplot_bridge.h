@@ -24,6 +24,10 @@ FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, c
 // closes the stream; in file mode runs the command file. The status of gnuplot, 0 for no stream.
 int plotClose(FILE* protocol, int level, FILE* stream, const std::string& installDirectory, const char* name);
 
+// true when the file is a whole PNG picture: its signature at the start and the end chunk
+// (IEND) at the end; a picture cut by a full disk or a killed gnuplot is not
+bool plotPictureComplete(const std::string& path);
+
 // common head lines of the plots
 const char* plotTerminal();    // set term pngcairo ... background rgb '<background>'
 const char* plotSeparator();   // set datafile separator '<column separator>'

@@ -58,3 +58,16 @@ TEST_F(Hhprog, ReferenceFileErrorsAndEmptyMap)
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(s.read("hh/Quoten/index.html").find("1 Gebiete, 1 Typen<br>"), std::string::npos);
 }
+
+TEST_F(Hhprog, WithoutItsDirectoryNothingIsWritten)
+{
+    for (const char* settings : {"[DEFAULTS]\nRelease=9.4\n", "[DEFAULTS]\nRelease=9.4\n[HHPROG]\nDirectory=nothere/\n"}) {
+        s.write("Data/veldor.ini", settings);
+        RunResult r = s.run({"hhprog"});
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find("HHPROG: kein Verzeichnis \""), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find("(Directory in Abschnitt HHPROG von ./Data/veldor.ini oder -d): nichts geschrieben"),
+                  std::string::npos) << r.err;
+        EXPECT_FALSE(s.exists("hhprog.ini") || s.exists("Prognose") || s.exists("Quoten") || s.exists("nothere"));
+    }
+}

@@ -3,8 +3,10 @@
 // = population, households times size = persons) on a town built like the demo's.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <sstream>
 #include <tuple>
@@ -136,6 +138,65 @@ TEST_F(HouseholdChain, OneYearOfTheChainWorkedOutByHand)
     std::string page = s.read("hh/Prognose/index.html");
     EXPECT_NE(page.find("ZPKZ_Ewg[1][ 0..34] += ZPKZi_Ewj[1][ 5][30] (0 + 10 = 10)\n"), std::string::npos);
     EXPECT_EQ(countOf(page, "] += ZPKZi_Ewj["), 1);
+    // the size estimation links each household type's inputs, result and change, on a page of
+    // the region and year, instead of showing them inline
+    std::string detail = s.read("hh/Prognose/p/hdo2024_1.htm");
+    for (const char* anchor : {"id=e2>HDOe", "id=a2>HDOa", "id=r2>HDOar", "id=e5>HDOe"})
+        EXPECT_NE(detail.find(anchor), std::string::npos) << anchor;
+    std::string pages;
+    for (const auto& entry : std::filesystem::directory_iterator(s.path("hh/Prognose/p")))
+        if (entry.path().filename().string().rfind("00", 0) == 0)
+            pages += s.read("hh/Prognose/p/" + entry.path().filename().string());
+    EXPECT_NE(pages.find("<tr><th>2</th><td><a href=\"../../Quoten/p/hdo2_1_002024.txt\" target=_blank>hdo2_1_002024.txt</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#e2\" target=_blank>HDOe</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#a2\" target=_blank>HDOa</a></td>"
+                         "<td><a href=\"hdo2024_1.htm#r2\" target=_blank>HDOar</a></td></tr>\n"),
+              std::string::npos);
+    EXPECT_EQ(countOf(pages, "<th>Ziel</th><th>Abweichung %</th>"), 0);   // not inline
+    // every result of the step as a table under its heading, in the order of the equations
+    const std::vector<std::vector<std::string>> sections = {
+        {"B2 2024", "B1", "B1sum"},
+        {"B2.1", "ZPK", "ZPKZ_Ew", "ZPKZi_Ewj", "ZPKZ_Ewg", "ZPEZw", "ZPEAZw", "ZPEPZw", "ZPEA", "ZHEA", "ZPEAZwf",
+         "ZPEPZwf", "ZPEPZm", "ZPEZ", "ZFK", "ZH2", "ZPESs", "ZH2is", "QSH2i", "ZH2ib", "ZH2n", "ZH2z", "ZH2in", "ZPES",
+         "ZPE", "B1agg", "B2"},
+        {"B2.2", "ZPP1a", "ZPP1b", "ZPP2", "ZPP3", "B3"},
+        {"B2.3", "ZPNg", "ZPN", "ZPN2", "ZPN3", "ZPN4", "ZPVg", "ZPV", "ZPV2", "ZPV3", "ZPV4", "ZH4", "B4"},
+        {"B2.4", "ZP1", "ZPM2", "ZPM3", "ZPM4", "ZPM5", "ZH5"},
+        {"B2.5"}};
+    size_t at = 0;
+    for (const auto& section : sections) {
+        size_t heading = page.find(">" + section[0] + " ", at);
+        ASSERT_NE(heading, std::string::npos) << section[0];
+        at = heading;
+        for (size_t k = 1; k < section.size(); ++k) {
+            size_t link = page.find(">" + section[k] + ", &Sigma; = ", at);
+            EXPECT_NE(link, std::string::npos) << section[k] << " under " << section[0];
+            if (link != std::string::npos) at = link;
+        }
+    }
+
+    // every table of the tool has as many column names (the last comment line) as cells in each row
+    for (const char* file : {"Prognose/person", "Prognose/haushalt", "Prognose/hdo2", "Prognose/kinder",
+                             "Prognose/person_agg", "Prognose/haushalt_agg", "Prognose/hdo2_agg", "Prognose/kinder_agg",
+                             "Quoten/hdo", "Quoten/hnws", "Quoten/zqa"}) {
+        std::istringstream in(s.read(std::string("hh/") + file + ".csv"));
+        size_t names = 0, rows = 0;
+        for (std::string line; std::getline(in, line);) {
+            size_t cells = static_cast<size_t>(std::count(line.begin(), line.end(), ';')) + 1;
+            if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
+            if (line.empty()) continue;
+            if (line[0] == '#') {
+                names = cells;
+                continue;
+            }
+            EXPECT_EQ(cells, names) << file << ": " << line;
+            ++rows;
+        }
+        EXPECT_GT(rows, 0u) << file;
+    }
+    // the aggregate has the region column of neither its names nor its rows
+    EXPECT_NE(s.read("hh/Prognose/haushalt_agg.csv").find("\n#Jahr;Gebietstyp;HDO;Haushaltsgröße;Anzahl\n2024;1;1;1;12\n"),
+              std::string::npos);
 }
 
 // A town like the demo's: three regions of two types, the persons grouped into households by
@@ -156,6 +217,16 @@ TEST(HouseholdIdentities, PersonsAndHouseholdSizesOfADemoLikeTown)
     ASSERT_EQ(std::system(generate.c_str()), 0) << generate;
     RunResult quotas = s.run({"hhprog", "-P", "0", "-M", "1"});
     ASSERT_EQ(quotas.status, 0) << quotas.err;
+    // each report of replaced values covers its quotas over both types, once
+    s.write("hh/hhprog.ini", "[HHPROG]\nR02map=3\nQtypCol=1\nZeitreihenplot=0\nProtokollumfang=3\n");
+    ASSERT_EQ(s.run({"hhprog", "-P", "0", "-M", "1"}).status, 0);
+    s.write("hh/hhprog.ini", "[HHPROG]\nR02map=3\nQtypCol=1\nZeitreihenplot=0\nProtokollumfang=0\n");
+    std::string quotaPage = s.read("hh/Quoten/index.html");
+    for (const char* label : {"Q10", "Q11", "QK", "Q1", "Q2", "Q12", "Q13", "Q14 bis Q21", "Q3w, Q22m, Q25", "Q4 bis QN4",
+                              "Q5 bis Q35", "Q6 bis Q50"})
+        EXPECT_LE(countOf(quotaPage, std::string(": ") + label + "</span>"), 1) << label;
+    EXPECT_EQ(countOf(quotaPage, ": Q26</span>"), 0);
+    EXPECT_GT(countOf(quotaPage, "Werten ersetzt"), 0) << "no report at all";
     // the population of 2024 and 2025: that of the stock, a little changed by age and region
     std::string gem;
     std::map<std::pair<int, long>, double> population;
@@ -224,4 +295,88 @@ TEST(HouseholdIdentities, PersonsAndHouseholdSizesOfADemoLikeTown)
     EXPECT_LT(one / all, 0.55);
     EXPECT_GT(people / all, 1.7);
     EXPECT_LT(people / all, 2.2);
+}
+
+TEST_F(HouseholdChain, MicroFilesReadThroughTheTemplatesOfDstmak)
+{
+    // the micro files of bits 2 and 4, and the templates that dstmak writes for them
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nBOM=0\n[HHPROG]\nDirectory=hh/\n"
+                               "[RATEN]\ndirDSTmak=work/\nR02DST=3\n");
+    ASSERT_EQ(s.run({"hhprog", "-P", "0", "-M", "6"}).status, 0);
+    s.write("work/dstbest2023.txt", s.read("hh/dstbest.txt"));
+    ASSERT_EQ(s.run({"dstmak", "makro"}).status, 0);
+
+    struct Field {
+        std::string name;
+        size_t column, width;
+    };
+    auto layout = [&](const std::string& file) {
+        std::map<std::string, Field> fields;
+        for (const auto& row : rowsOf(s.read(file))) {
+            Field f{row[2], std::stoul(row[0]), std::stoul(row[1])};
+            fields[f.name] = f;
+        }
+        return fields;
+    };
+    auto lines = [&](const std::string& file) {
+        std::vector<std::string> all;
+        std::istringstream in(s.read(file));
+        for (std::string line; std::getline(in, line);) all.push_back(line);
+        return all;
+    };
+    auto field = [](const std::string& line, const Field& f) { return line.substr(f.column - 1, f.width); };
+    std::map<std::string, Field> a = layout("work/dstbesta.csv"), c = layout("work/dstbestc.csv"),
+                                 stock = layout("work/dstbest.csv");
+    std::vector<std::string> records = lines("hh/dstbest.txt"), withA = lines("hh/Quoten/dstbesta.txt"),
+                             withC = lines("hh/Quoten/dstbestc.txt");
+    ASSERT_EQ(withA.size(), records.size());
+    ASSERT_EQ(withC.size(), records.size());
+    // the address key leads the short file, which ends in "*" where the complement's last column is
+    EXPECT_EQ(a.count("R01") + a.count("RN1") + a.count("HE3A") + a.count("DSNB"), 4u);
+    EXPECT_EQ(a.count("R02"), 0u);
+    for (size_t i = 0; i < records.size(); ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_EQ(withA[i].size(), 47u);
+        ASSERT_EQ(withC[i].size(), 373u);
+        EXPECT_EQ(field(withA[i], a["DSNB"]), "*");
+        EXPECT_EQ(field(withC[i], c["DSNB"]), "1");   // the record's last column, DS350
+        for (const char* key : {"R01", "R03U1", "R03U2", "R03U3", "RN1"}) {
+            EXPECT_EQ(field(withA[i], a[key]), field(records[i], stock[key])) << key;
+            EXPECT_EQ(field(withC[i], c[key]), field(records[i], stock[key])) << key;
+        }
+        for (const char* key : {"P02", "A01", "HZUO", "Z02"})
+            EXPECT_EQ(field(withC[i], c[key]), field(records[i], stock[key])) << key;
+        // both files hold the same complement
+        for (const char* key : {"HHW", "PDOM", "HK", "HP", "HN", "HV", "HPWA", "HPMA", "HE1A", "HE3A"})
+            EXPECT_EQ(field(withA[i], a[key]), field(withC[i], c[key])) << key;
+        // the woman of 40 lives alone: her household has one person, the others more
+        EXPECT_EQ(field(withC[i], c["HHW"]), i == 6 ? "1" : "0");
+    }
+}
+
+TEST_F(HouseholdChain, AFullDiskNamesTheFileAndLeavesNoCutTable)
+{
+    ASSERT_EQ(s.run({"hhprog", "-P", "0"}).status, 0);
+    const char* files[] = {"q.csv", "hdo.csv", "hnws.csv", "zqa.csv"};
+    std::map<std::string, std::string> whole;
+    long total = 0;
+    for (const char* f : files) {
+        whole[f] = s.read(std::string("hh/Quoten/") + f);
+        total += static_cast<long>(whole[f].size());
+    }
+    // (the micro files are off: the four tables are all this phase writes through the limit)
+    for (long limit : {0L, 100L, total / 3, total / 2, total - 1}) {
+        for (const char* f : files) std::remove(s.path(std::string("hh/Quoten/") + f).c_str());
+        RunResult r = s.run({"hhprog", "-P", "0"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(limit)});
+        EXPECT_EQ(r.status, 1) << limit;
+        EXPECT_NE(r.err.find("hh/Quoten/"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find("No space left on device"), std::string::npos) << limit << r.err;
+        // a table is there whole (but for the time it was written) or not at all
+        for (const char* f : files) {
+            std::string path = std::string("hh/Quoten/") + f;
+            if (!s.exists(path)) continue;
+            std::string text = s.read(path), expected = whole[f];
+            EXPECT_EQ(text.size(), expected.size()) << limit << " " << f;
+        }
+    }
 }

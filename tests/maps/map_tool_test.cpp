@@ -9,6 +9,7 @@
 #include "maps/map_drawing.h"
 #include "maps/region_values.h"
 #include "maps/shapefile_reader.h"
+#include "tables/gnuplot_bridge.h"
 #include "tests/maps/map_fixtures.h"
 #include "tests/protocol_fixture.h"
 #include "tests/sandbox.h"
@@ -275,4 +276,25 @@ TEST_F(MapRun, BadInputIsNamedAndWritesNothing)
     EXPECT_FALSE(s.exists("map/karte.png"));
     fs::remove(s.path("map/regions.shx"));
     expectFailure({"regions"}, "map/regions.shx: Datei fehlt");
+}
+
+TEST_F(MapRun, AFailedWriteOrACutPictureIsSaidAndLeavesNothing)
+{
+    // the data for gnuplot cannot be written: the file and the cause, no picture, no success line
+    RunResult r = s.run({"shp2plt", "-d", "map", "-r", "gem2040.csv", "-g", "karte.png", "regions"},
+                        {"VELDOR_WRITE_LIMIT=10"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("map/karte.dat: No space left on device"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("shp2plt: map/karte.png ("), std::string::npos) << r.out;
+    EXPECT_FALSE(s.exists("map/karte.png") || s.exists("map/karte.dat"));
+
+    // a picture counts when it is whole: signature in front, end chunk behind
+    ASSERT_EQ(draw({"regions"}).status, 0);
+    std::string png = s.read("map/karte.png");
+    EXPECT_TRUE(plotPictureComplete(s.path("map/karte.png")));
+    for (size_t cut : {size_t(0), size_t(8), png.size() / 2, png.size() - 1}) {
+        s.write("map/cut.png", png.substr(0, cut));
+        EXPECT_FALSE(plotPictureComplete(s.path("map/cut.png"))) << cut;
+    }
+    EXPECT_FALSE(plotPictureComplete(s.path("map/none.png")));
 }

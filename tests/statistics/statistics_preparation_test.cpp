@@ -95,6 +95,13 @@ TEST_F(Dstmak, KeysCutByRtgkzAndYearFromTheFirstRecord)
     RunResult r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(s.read("work/reftyp_roh.csv"), "#! cut(2)\n101;\"\";1;1;1;1;1;1;1;1;1;1;1;1\n");
+    // with the byte order mark, the comment and the column names the cut is still the first line
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[CSV]\nSpaltentrennzeichen=;\nKommentar=1\nSpaltenname=1\nBOM=1\n"
+                               "[RATEN]\ndirDSTmak=work/\nR02DST=5\nRTGKZ=2\n");
+    ASSERT_EQ(s.run({"dstmak", "makro"}).status, 0);
+    std::string reftyp = s.read("work/reftyp_roh.csv");
+    EXPECT_EQ(reftyp.substr(0, 14), "\xEF\xBB\xBF#! cut(2)\n#") << reftyp;
+    EXPECT_NE(reftyp.find("\n101;\"\";1;"), std::string::npos);
     EXPECT_TRUE(s.exists("work/bestand_2023.csv"));
 }
 
@@ -139,12 +146,65 @@ TEST_F(Dstmak, MovementRecordsIntoTheEventTables)
               std::string::npos);
 }
 
+TEST_F(Dstmak, EveryIndicatorKindFedByItsOwnTable)
+{
+    // one person or event of each kind in region 101, group 1, 2024, each at its own age, so
+    // that every row of indikator.csv shows by its age which table fed it
+    settings("R02DST=3\nNEUB=1\n");
+    std::string stock = person(101, 1, 0, "40");
+    stock.replace(226, 8, "20241231");
+    std::string institution = person(101, 2, 0, "80");
+    institution.replace(226, 8, "20241231");
+    institution[179] = '1';                                                                          // ANSTE
+    s.write("work/dstbest2024.txt", stock + institution);
+    std::string records;
+    records += event(101, 1, 2024, "1", "1", "1").set("G01", "31").set("G02", "0").text + "\n";   // boy, mother 31
+    records += event(101, 2, 1950, "2", "2", "1").text + "\n";                                    // death at 74
+    records += event(101, 1, 1989, "1", "3", "1").set("NEUB", "1").text + "\n";                   // first occupier, 35
+    records += event(101, 1, 1990, "1", "3", "1").set("W40", "009").set("W41", "1").text + "\n";  // from outside, 34
+    records += event(102, 2, 1980, "2", "4", "1").set("RQZ", "1010000").text + "\n";              // 101 -> 102 at 44
+    records += event(101, 1, 1970, "2", "9", "1").set("B05", "4").set("P05QZ", "163").text + "\n"; // 2 -> 1 at 54
+    s.write("work/dstbew2024.txt", records);
+    RunResult r = s.run({"dstmak", "indi"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string table = s.read("work/indikator.csv");
+    // year, region, group, kind, count, the age measures, the dependency block (20..64). The stock
+    // holds both persons (the institution stays in it with ANST=0): mean 60.5, two peaks give
+    // 40.5, variance (40² + 80² - 120²/2) / 2 = 400, Billeter (0 - 1) / 1. The mothers keep no
+    // dependency block, the newborns (all of age 0) no age measures. The arrival from outside
+    // (34) feeds no kind; the first occupier (35) feeds kind 5.
+    const char* rows[] = {
+        "2024;101;1;0;2;40;80;60.5;40.5;41;400;-1;0;1;1;0;1;1\n",
+        "2024;101;1;1;1;80;80;80.5;80;80.5;0;nan;0;0;1;nan;nan;nan\n",
+        "2024;101;1;2;1;31;31;31.5;31;31.5;0;0;;;;;;\n",
+        "2024;101;1;3;1;;;;;;;;1;0;0;nan;nan;nan\n",
+        "2024;101;1;4;1;74;74;74.5;74;74.5;0;nan;0;0;1;nan;nan;nan\n",
+        "2024;101;1;5;1;35;35;35.5;35;35.5;0;0;0;1;0;0;0;0\n",
+        "2024;101;1;6;1;44;44;44.5;44;44.5;0;0;0;1;0;0;0;0\n",
+        "2024;101;1;9;1;54;54;54.5;54;54.5;0;nan;0;1;0;0;0;0\n",   // joining group 1 ...
+        "2024;101;2;8;1;54;54;54.5;54;54.5;0;nan;0;1;0;0;0;0\n",   // ... from group 2
+        "2024;102;1;7;1;44;44;44.5;44;44.5;0;0;0;1;0;0;0;0\n",     // internal move into 102
+    };
+    for (const char* row : rows) EXPECT_NE(table.find(row), std::string::npos) << row;
+    // every other row (3 places of 10 kinds) counts nobody
+    int lines = 0, filled = 0;
+    for (size_t at = 0; at < table.size(); at = table.find('\n', at) + 1, ++lines)
+        filled += table.compare(at + 12, 3, ";0;") != 0;
+    EXPECT_EQ(lines, 30);
+    EXPECT_EQ(filled, 10);
+}
+
 TEST_F(Dstmak, WrongCallAndBadMap)
 {
     settings("R02DST=9\n");
     s.write("work/prot.htm", "");   // the page of an earlier run is no data set
     RunResult r = s.run({"dstmak"});
-    EXPECT_EQ(r.err, "falscher Aufruf (0): dstmak\n");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err.substr(0, 62), "falscher Aufruf (0): dstmak\ndstmak list | makro | indi\n  list ");
+    EXPECT_NE(r.err.find("\n  makro  "), std::string::npos);
+    EXPECT_NE(r.err.find("\n  indi   "), std::string::npos);
+    r = s.run({"dstmak", "foo"});
+    EXPECT_EQ(r.err.substr(0, 51), "falscher Aufruf (1): dstmak foo\ndstmak list | makro");
     r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(s.read("work/prot.htm").find("9: ungültige Abbildung in kleinräumige Gliederung"), std::string::npos);
@@ -196,4 +256,60 @@ TEST(FixedWidthFields, NumberTooLongForItsTypeIsNoNumber)
     record.replace(static_cast<size_t>(p12.column - 1), 40, std::string(20, ' ') + "-9223372036854775807");
     EXPECT_TRUE(fieldNumber(record, p12, v));
     EXPECT_EQ(v, -9223372036854775807LL);
+}
+
+TEST_F(Dstmak, WithoutItsDirectoryNothingIsWritten)
+{
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n[RATEN]\nR02DST=3\n");
+    s.write("dstbest2023.txt", person(101, 1, 0, "30"));
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("dstmak: kein Verzeichnis der Statistikdatensätze \"\" (dirDSTmak in Abschnitt RATEN von "),
+              std::string::npos) << r.err;
+    EXPECT_FALSE(s.exists("prot.htm") || s.exists("bestand_2023.csv") || s.exists("reftyp_roh.csv"));
+    settings("R02DST=3\n");
+    r = s.run({"dstmak", "indi"});   // work/ is not there
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("\"work/\""), std::string::npos) << r.err;
+}
+
+TEST_F(Dstmak, DamagedRecordsAreCountedAndSaid)
+{
+    settings("R02DST=3\n");
+    // a NUL byte inside a record, a record cut by the end of the file
+    std::string nul = person(101, 1, 0, "30");
+    nul[100] = '\0';
+    std::string cut = person(102, 2, 0, "41");
+    s.write("work/dstbest2023.txt", person(101, 1, 0, "30") + nul + cut.substr(0, 200));
+    s.write("work/dstbest2022.txt", "");   // empty: its table is still written, empty
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(s.read("work/bestand_2023.csv"), "2023;101;1;1;30;1\n");
+    EXPECT_TRUE(s.exists("work/bestand_2022.csv"));
+    EXPECT_EQ(s.read("work/bestand_2022.csv"), "");
+    // on the console as in the protocol
+    for (const char* said : {"dstbest2023.txt: Record 2: NUL-Zeichen in Spalte 101\n",
+                             "dstbest2023.txt: Record 3: 200 Zeichen, Satzlänge dstbest ist 350\n",
+                             "dstbest2023.txt: Satz 3 ohne Zeilenende, die Datei ist vielleicht abgeschnitten\n",
+                             "verworfen 1 zu kurz, 1 mit ungültigen Feldern, 0 aus anderem Berichtsjahr\n",
+                             "dstbest2022.txt: leerer Statistikdatensatz\n"}) {
+        EXPECT_NE(r.out.find(said), std::string::npos) << said << r.out;
+        EXPECT_NE(s.read("work/prot.htm").find(std::string(said).substr(0, 30)), std::string::npos) << said;
+    }
+}
+
+TEST_F(Dstmak, AFullDiskNamesTheTableAndEndsWithStatusOne)
+{
+    settings("R02DST=3\n");
+    s.write("work/dstbest2023.txt", person(101, 1, 0, "30") + person(102, 2, 0, "41"));
+    for (int limit : {0, 20, 200, 2000}) {
+        RunResult r = s.run({"dstmak", "makro"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(limit)});
+        EXPECT_EQ(r.status, 1) << limit;
+        EXPECT_NE(r.err.find("Fatal output error in csv: work/"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find(": No space left on device"), std::string::npos) << limit << r.err;
+        EXPECT_EQ(r.out.find("Ende "), std::string::npos) << limit;
+    }
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("Ende "), std::string::npos);
 }

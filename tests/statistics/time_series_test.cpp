@@ -21,6 +21,7 @@ struct Series : Sandbox {
         write("Data/veldor.ini", SETTINGS);
         write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\n");
         write("var/gem2023.csv", "2023;1001;1;1;0;1\n");
+        std::filesystem::remove(path("var/_variant/gem2023.csv"));   // the sandbox's shared copy comes first
         write("var/v/gem2024.csv", "#head\n2024;1001;1;1;0;2\n2024;1001;1;1;91;3\n\n2024;2002;1;2;95;4\n");
         write("var/v/gem2025.csv", "2025;1001;1;1;0;5\n2025;2002;1;2;95;6\n");
     }
@@ -163,6 +164,13 @@ TEST(TimeSeriesTool, YearBeforeThroughALinkAndTheUsage)
         << r.out;
     EXPECT_EQ(s.result().substr(0, 17), "2023;1001;1;1;0;8");
 
+    // the shared _variant comes before ../
+    s.write("var/gem2023.csv", "2023;1001;1;1;0;9\n");
+    std::filesystem::remove(s.path("var/_variant/gem2023.csv.lnk"));
+    s.write("var/_variant/gem2023.csv", "2023;1001;1;1;0;7\n");
+    r = s.zrgem({"-a", "$i,$i,$i,$i,^0"});
+    EXPECT_EQ(s.result().substr(0, 17), "2023;1001;1;1;0;7");
+
     r = s.zrgem({"-x"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "usage: zrgem -o zr_gem -a \"$i,$i,$i,$i,$i\" -r: zrgem -x\n");
@@ -209,4 +217,65 @@ TEST(TimeSeriesForecast, RunzrTwoSumsTheYearsByDistrictAndCappedAge)
     }
     // the start year's table by hand: district 10, sex 1, ages 2 and 3 together
     EXPECT_DOUBLE_EQ(series[2023].at({10, 1, 1, 2}), (15 + 16) + (25 + 26));
+}
+
+TEST(TimeSeriesTool, SuspectRecordsAreWarnedAboutAndTakenAsTheyAre)
+{
+    // each line of a yearly table that a count table should not hold: the warning names file,
+    // line and value, and the record still counts as the settled reading does
+    Series s;
+    struct Case {
+        const char* table;     // gem2024.csv
+        const char* warning;
+    };
+    const Case cases[] = {
+        {"2024;1001;1;1;0;nan\n", "var/v/gem2024.csv: Zeile 1: Anzahl nan ist keine Personenzahl"},
+        {"2024;1001;1;1;0;inf\n", "var/v/gem2024.csv: Zeile 1: Anzahl inf ist keine Personenzahl"},
+        {"2024;1001;1;1;0;1e308\n", "var/v/gem2024.csv: Zeile 1: Anzahl 1e+308 ist keine Personenzahl"},
+        {"#k\n2024;1001;1;1;0;-3\n", "var/v/gem2024.csv: Zeile 2: Anzahl -3 ist keine Personenzahl"},
+        {"2024;1001;1;1;0;2\n2024;1001;1;1;0;2\n", "var/v/gem2024.csv: Zeile 2: Schlüssel 2024;1001;1;1;0 doppelt (auch Zeile 1)"},
+        {"2024;1001;1;1;5;2\n2024;1001;1;1;0;2\n2024;1001;1;1;5;1\n",
+         "var/v/gem2024.csv: Zeile 3: Schlüssel doppelt (auch Zeile 1)"},
+        {"", "var/v/gem2024.csv: keine Datensätze"},
+        {"#nur Kopf\n", "var/v/gem2024.csv: keine Datensätze"},
+        {"2024;1001;1;1;150;2\n", "var/v/gem2024.csv: Zeile 1: Altersgruppe 150 außerhalb von 0..100"},
+        {"2031;1001;1;1;0;2\n", "var/v/gem2024.csv: Zeile 1: Jahr 2031 in der Tabelle des Jahres 2024"},
+        {"2024;1001;1;1;0;2\n2024;1001;1;1;1;3", "var/v/gem2024.csv: letzte Zeile ohne Zeilenende"},
+    };
+    for (const Case& c : cases) {
+        for (const char* args : {"$i,$i,$i,$i,$i", "$i,$i,$i,$i,^90"}) {
+            s.write("var/v/gem2024.csv", c.table);
+            RunResult r = s.zrgem({"-r", "-a", args});
+            EXPECT_EQ(r.status, 1);
+            EXPECT_NE(r.out.find(c.warning), std::string::npos) << c.table << args << "\n" << r.out;
+            EXPECT_TRUE(s.exists("var/v/zr_gem.csv"));
+        }
+    }
+    // a clean table says nothing
+    s.write("var/v/gem2024.csv", "2024;1001;1;1;0;2\n2024;1001;1;1;1;3\n");
+    RunResult r = s.zrgem({"-r", "-a", "$i,$i,$i,$i,$i"});
+    EXPECT_EQ(r.out.find("Warnung"), std::string::npos) << r.out;
+    EXPECT_EQ(countOf(r.out, "Zeile"), 0) << r.out;
+}
+
+TEST(TimeSeriesTool, WithoutAResultDirectoryNothingIsWritten)
+{
+    Series s;
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\n");
+    RunResult r = s.zrgem({});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("zrgem: kein Ergebnisverzeichnis \"\" (Directory=, Version= in "), std::string::npos) << r.err;
+    EXPECT_FALSE(s.exists("zr_gem.csv"));
+    s.write("Data/veldor.ini", "[DEFAULTS]\nRelease=9.4\nDirectory=var/\nVersion=nothere\n");
+    r = s.zrgem({});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("kein Ergebnisverzeichnis \"var/nothere\""), std::string::npos) << r.err;
+    EXPECT_FALSE(s.exists("var/nothere/zr_gem.csv"));
+
+    // a full disk: the table's path and the cause, and no table
+    s.write("Data/veldor.ini", SETTINGS);
+    r = s.run({"zrgem", "-a", "$i,$i,$i,$i,0"}, {"VELDOR_WRITE_LIMIT=10"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("var/v/zr_gem.csv: No space left on device"), std::string::npos) << r.err;
+    EXPECT_FALSE(s.exists("var/v/zr_gem.csv"));
 }
