@@ -142,6 +142,7 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
+        if (opt::get("$ODE", 0) == 0 && orvane) RK::checkCombinations(*orvane);
         if (std::vector<std::string> old = removeEarlierOutputs(); !old.empty())
             Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());
         if (opt::get("$ODE", 0) != 0) {

@@ -275,7 +275,8 @@ void movementCells(std::string& out, const Orvane& c, const MovementLayout& layo
             continue;
         }
         size_t k = static_cast<size_t>(p.component);
-        appendValue(out, c, values[k] * YearStep::displaySign[k], k + 1 == NMOVEMENTS, sep);
+        // a zero stays 0 whatever the display sign ("-0" is no movement)
+        appendValue(out, c, values[k] * YearStep::displaySign[k] + 0.0, k + 1 == NMOVEMENTS, sep);
     }
 }
 
