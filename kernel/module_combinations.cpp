@@ -22,6 +22,20 @@ void RK::checkCombinations(const Orvane& c)
         if (_(M_1)) VCHECK(_(N_0), irw);
     }
     if ((_(A_1) && _(B_0) && _(M_2)) || (_(A_0) && _(B_0) && _(C_0) && _(M_2))) VCHECK(_(C_0), irw);
+    // in-migration by cohort compares the targets of in-migration, balance and out-migration
+    // cell by cell: the tables they will be read into must have one shape
+    if (_(B_1) && _(M_2) && !_(N_0) && !_(C_0) && !_(C_6)) {
+        struct Targets {
+            LA3 DR2ZA, BR21WS;
+        } C;
+        C.DR2ZA.make("C.DR2ZA", {size_t(c.NKTYA()), size_t(c.NKBG()), size_t(c.NKGG())}, 0.0);
+        C.BR21WS.make("C.BR21WS", {size_t(c.NNTYA()), size_t(c.NNBG()), size_t(c.NNGG())}, 0.0);
+        LA3 DR2W("DR2W", {size_t(c.NCTYA()), size_t(c.NCBG()), size_t(c.NCGG())}, 0.0);
+        VCHECK(C.DR2ZA.size() == C.BR21WS.size() && C.BR21WS.size() == DR2W.size() &&
+                   C.DR2ZA[0].size() == C.BR21WS[0].size() && C.BR21WS[0].size() == DR2W[0].size() &&
+                   C.DR2ZA[0][0].size() == C.BR21WS[0][0].size() && C.BR21WS[0][0].size() == DR2W[0][0].size(),
+               irw);
+    }
     // internal migration balance
     if (!_(I_0) && !_(P_0)) VCHECK(inrange(P_1, P_(), P_2), "source\\c\\rkabg");
 }
