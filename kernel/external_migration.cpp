@@ -708,7 +708,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 12.
     if (_(K_0) && ((_(A_0) && _(B_1) && _(M_1)) || (_(B_1) && !_(N_0))))
-        Prot::writeln(2, "zur Anpassung Zuzug Zielwert Zuzug (K1) notwendig");
+        Prot::message(SEV_WARNING, "zur Anpassung Zuzug Zielwert Zuzug (K1) notwendig");
 
     // 13. to the in-migration types
     if ((!_(K_0) && !_(K_6)) || cohortInMigration) RK::ALL(c);
@@ -734,6 +734,36 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
 }
 
 // ---------------------------------------------------------------- RK::SZW
+
+namespace {
+
+// The factors of in-migration Z and out-migration B (an outflow, below 0) that bring the balance
+// Z + B to S. Both take S / (Z + B) as long as that is not negative. A balance of the other sign
+// than its target would turn both flows round: then the flow on the target's side changes
+// alone (in-migration for a target above the balance, out-migration for one below), and where
+// that flow is 0 the other one goes to 0, the nearest a balance of that sign can come.
+struct Factors {
+    double in = 1, out = 1;
+};
+Factors jointFactors(double S, double Z, double B, bool report)
+{
+    const double f = S / (Z + B);
+    if (f >= 0) return {f, f};
+    Factors r;
+    if (S > Z + B) {
+        if (Z > 0) r.in = (S - B) / Z;
+        else r.out = 0;
+    } else {
+        if (B < 0) r.out = (S - Z) / B;
+        else r.in = 0;
+    }
+    if (report)
+        Prot::writeln(1, "Saldo %.15g und Zielwert %.15g haben verschiedene Vorzeichen: Faktor Zuzug %.15g, "
+                         "Faktor Wegzug %.15g", Z + B, S, r.in, r.out);
+    return r;
+}
+
+} // namespace
 
 void RK::SZW(Orvane& c, YearStep& y)
 {
@@ -806,20 +836,20 @@ void RK::SZW(Orvane& c, YearStep& y)
     for (;; ++k) {
         double B = DR3R.sum(), Zs = C.DR3ZAQ.sum();
         if (std::fabs(B + Zs) >= 1e-30) {
-            double f = S / (Zs + B);
-            total *= f;
-            C.DR3ZAQ.forEach([f](f64& v) { v *= f; });
+            const Factors f = jointFactors(S, Zs, B, k == 0);
+            total *= f.in;
+            C.DR3ZAQ.forEach([&f](f64& v) { v *= f.in; });
             for (size_t t = 0; t < ntyb; ++t)
                 for (size_t b = 0; b < nbg; ++b)
                     for (size_t g = 0; g < ngg; ++g)
                         for (size_t a = 0; a < nag; ++a)
-                            if (C.BR30[t][b][g][a] != 0) DR3R[t][b][g][a] *= f;
+                            if (C.BR30[t][b][g][a] != 0) DR3R[t][b][g][a] *= f.out;
             for (int z = 0; z < C.NGZ; ++z) {
                 size_t t = Z(typeOfRegion[Z(z)]);
                 for (size_t b = 0; b < nbg; ++b)
                     for (size_t g = 0; g < ngg; ++g)
                         for (size_t a = 0; a < nag; ++a)
-                            if (C.BR30[t][b][g][a] != 0) DG4WA0[Z(z)][b][g][a] *= f;
+                            if (C.BR30[t][b][g][a] != 0) DG4WA0[Z(z)][b][g][a] *= f.out;
             }
         }
         // the stock of each type against the sum of its regions
