@@ -784,7 +784,14 @@ void RK::SZW(Orvane& c, YearStep& y)
     LA4 DG4WA0("DG4WA0", {Z(C.NGZ), nbg, ngg, nag}, 0.0);
     // the base leaves out those gone abroad from demolished dwellings; so does each region's share
     const bool demolition = !_(E_0) && y.DG4OAR.exists();
-    for (int z = 0; z < C.NGZ; ++z) {
+    // under C 6 the regions' out-migration is given: the work table starts from it
+    const bool byRegion = C_() == 6;
+    if (byRegion)
+        y.DG4WA.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+            DG4WA0[z][b][g][a] = v;
+            DR3R[Z(C.region(int(z)).tyb)][b][g][a] += v;
+        });
+    for (int z = 0; z < C.NGZ && !byRegion; ++z) {
         const RegionRow& r = C.region(z);
         const size_t q = Z(r.tyqwa), t = Z(r.tyb);
         for (size_t b = 0; b < nbg; ++b)
@@ -898,6 +905,15 @@ void RK::SZW(Orvane& c, YearStep& y)
                 for (size_t g = 0; g < ngg; ++g)
                     for (size_t a = 0; a < nag; ++a)
                         C.DR4WA[ta][q][b][g][a] *= safe(C.DR3WA[q][b][g][a], old[q][b][g][a], 0);
+    // the given out-migration of the regions takes the adjustment itself
+    if (byRegion)
+        for (int z = 0; z < C.NGZ; ++z)
+            for (size_t b = 0; b < nbg; ++b)
+                for (size_t g = 0; g < ngg; ++g)
+                    for (size_t a = 0; a < nag; ++a) {
+                        const double v = DG4WA0[Z(z)][b][g][a];
+                        if (v != 0 || y.DG4WA.get(Z(z), b, g, a) != 0) y.DG4WA.set(Z(z), b, g, a, v);
+                    }
     laPrint(2, C.DR4WA, "C.NTYA\0NTYQWA\0NBG\0NGG\0NAG\0", "@DR4WA; @adjusted;");
     laPrint(2, C.DR3ZAQ, "C.NTYA\0NBG\0NGG\0NAG\0", "@DR3ZAQ; @adjusted;");
     laPrint(2, DR3R, "C.NTYB\0NBG\0NGG\0NAG\0", "@DR3R; @adjusted;");
