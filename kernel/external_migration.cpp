@@ -270,9 +270,10 @@ void adjustInMigrationByCohort(Orvane& C, const LA3& DR2W)
                 double br21 = C.BR21[Z(C.ENMBG(int(b)))][Z(C.ENMGG(int(g)))][Z(C.ENMAG(int(a)))];
                 double ziel = br21 - (r.stock + r.deaths + wa + r.oar + r.ian + bgw);
                 double zuzug = overTypes(C.DR3ZAQ, b, g, a);
-                if (zuzug != 0) {
-                    double fak = ziel / zuzug;
-                    if (fak < 0) {
+                // in-migration can't take people away: a target below the rest is out of its reach
+                if (zuzug != 0 || ziel < 0) {
+                    double fak = zuzug != 0 ? ziel / zuzug : 0.0;
+                    if (fak < 0 || zuzug == 0) {
                         Prot::message(SEV_WARNING,
                                       "BG %d GG %d AG %d eckreg %g = BR21E %g + BG40DSG %g, FAK %g = (ZIEL %g / ZUZUG "
                                       "%g), ZIEL = BR21 %g - (BR30 %g + S %g + WA %g + OAR %g + IAN %g + BGW %g) führt "
@@ -750,16 +751,20 @@ Factors jointFactors(double S, double Z, double B, bool report)
     const double f = S / (Z + B);
     if (f >= 0) return {f, f};
     Factors r;
+    bool reachable = true;
     if (S > Z + B) {
         if (Z > 0) r.in = (S - B) / Z;
-        else r.out = 0;
+        else r.out = 0, reachable = false;
     } else {
         if (B < 0) r.out = (S - Z) / B;
-        else r.in = 0;
+        else r.in = 0, reachable = false;
     }
-    if (report)
-        Prot::writeln(1, "Saldo %.15g und Zielwert %.15g haben verschiedene Vorzeichen: Faktor Zuzug %.15g, "
-                         "Faktor Wegzug %.15g", Z + B, S, r.in, r.out);
+    if (!report) return r;
+    Prot::writeln(1, "Saldo %.15g und Zielwert %.15g haben verschiedene Vorzeichen: Faktor Zuzug %.15g, "
+                     "Faktor Wegzug %.15g", Z + B, S, r.in, r.out);
+    if (!reachable)
+        Prot::message(SEV_WARNING, "Zielwert %.15g mit Außenzuzug %.15g und Außenwegzug %.15g nicht erreichbar", S, Z,
+                      -B);
     return r;
 }
 
