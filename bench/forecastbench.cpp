@@ -162,9 +162,8 @@ void generate(int n, const fs::path& dir)
                                       std::to_string(1000 * n) + "*(1+0.005*($JAHR-" + y + "))\n");
     if (movements < 2) return;
     const std::string span = std::to_string(START) + ".." + std::to_string(START + YEARS);
-    // internal migration: 5 % move inside their type and 3 % to the next type, so that the
-    // rates of a type stay below 1 however many types there are
-    const int tyb = (n + 49) / 50;
+    // internal migration between the types of 50 regions: 5 % move inside their type and 3 % to
+    // the next type, so that the rates of a type stay below 1 however many types there are
     std::ostringstream strm;
     for (int t = 1; t <= tyb; ++t) {
         strm << t << ";" << t << ";*;*;0..100;0.05\n";
