@@ -169,7 +169,14 @@ void generate(int n, const fs::path& dir)
                                       std::to_string(1000 * n) + "*(1+0.005*($JAHR-" + y + "))\n");
     if (movements < 2) return;
     const std::string span = std::to_string(START) + ".." + std::to_string(START + YEARS);
-    writeFile(dir / ("strm" + y + ".csv"), "*;*;*;*;0..100;0.01\n");
+    // internal migration between the types of 50 regions: 5 % move inside their type and 3 % to
+    // the next type, so that the rates of a type stay below 1 however many types there are
+    std::ostringstream strm;
+    for (int t = 1; t <= tyb; ++t) {
+        strm << t << ";" << t << ";*;*;0..100;0.05\n";
+        if (tyb > 1) strm << t << ";" << t % tyb + 1 << ";*;*;0..100;0.03\n";
+    }
+    writeFile(dir / ("strm" + y + ".csv"), strm.str());
     // new building in the first seventh of the regions, demolition in the last eleventh
     const std::string building = "100001.." + std::to_string(100000 + std::max(1, n / 7));
     const std::string demolition = std::to_string(100001 + n - std::max(1, n / 11)) + ".." + std::to_string(100000 + n);

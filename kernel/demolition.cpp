@@ -196,7 +196,7 @@ void demolitionArrivals(Orvane& c, YearStep& y)
             for (size_t a = 0; a < nag; ++a)
                 if (-DR2OBR[b][g][a] > DR2IB[b][g][a])
                     Prot::message(SEV_WARNING, "@BG; %d, @GG; %d, @AG; %d: DR2OBR @DG4OBR; %g &gt; DR2IB @DR2IB; %g",
-                                  int(b) + 1, int(g) + 1, int(a), -DR2OBR[b][g][a], DR2IB[b][g][a]);
+                                  int(b) + 1, int(g) + 1, int(a), 0.0 - DR2OBR[b][g][a], DR2IB[b][g][a]);
     // 10. those who stay arrive in the types as all arrivals do
     C.DR3IBR.make("C.DR3IBR", {ntyb, nbg, ngg, nag}, 0.0);
     for (size_t t = 0; t < ntyb; ++t)

@@ -140,6 +140,14 @@ Rest cohortTotals(const Orvane& C, size_t b, size_t g, size_t a)
     return r;
 }
 
+// the part of the external balance target left to out- and in-migration: first occupiers from
+// abroad and those who leave demolished dwellings for abroad cross the border too
+double balanceTarget(const Orvane& C)
+{
+    Rest r = typeTotals(C);
+    return C.BR21WS.sum() - r.ian - r.oar;
+}
+
 // group change of the whole area at one cohort, in and out
 double groupChange(const Orvane& C, size_t b, size_t g, size_t a)
 {
@@ -157,10 +165,13 @@ LA3 specialGroupsByCohort(const Orvane& C)
     return d;
 }
 
-// out-migration adjusted per cohort to the stock target of module M 2
+// out-migration adjusted per cohort to the stock target of module M 2. With A 0, B 1 and C 3 the
+// out-migration keeps the target of wegvol and there is no cohort target: the step then only
+// keeps each source type's stock from going below zero.
 void adjustOutMigrationByCohort(Orvane& C, YearStep& y)
 {
-    VCHECK(_(C_0), SOURCE);
+    const bool toTarget = _(M_2);
+    if (!(_(A_0) && _(B_1) && _(C_3))) VCHECK(_(C_0), SOURCE);
     const size_t nbg = Z(C.NBG), ngg = Z(C.NGG), nag = Z(C.NAG), nq = Z(C.NTYQWA);
     LA4 before = C.DR3WA;
     // stock and deaths of the regions of each source type
@@ -177,10 +188,11 @@ void adjustOutMigrationByCohort(Orvane& C, YearStep& y)
             for (size_t a = 0; a < nag; ++a) {
                 double Zc = C.DR3ZAQ.exists() ? overTypes(C.DR3ZAQ, b, g, a) : 0.0;
                 Rest r = cohortTotals(C, b, g, a);
-                double target = C.BR21[Z(C.ENMBG(int(b)))][Z(C.ENMGG(int(g)))][Z(C.ENMAG(int(a)))];
                 double rest = r.sum() + Zc + groupChange(C, b, g, a);
                 double out = 0;
                 for (size_t q = 0; q < nq; ++q) out += C.DR3WA[q][b][g][a];
+                double target = toTarget ? C.BR21[Z(C.ENMBG(int(b)))][Z(C.ENMGG(int(g)))][Z(C.ENMAG(int(a)))]
+                                         : rest - out;
                 double need = target - rest;
                 if (out == 0) {
                     if (need != 0) {
@@ -259,9 +271,10 @@ void adjustInMigrationByCohort(Orvane& C, const LA3& DR2W)
                 double br21 = C.BR21[Z(C.ENMBG(int(b)))][Z(C.ENMGG(int(g)))][Z(C.ENMAG(int(a)))];
                 double ziel = br21 - (r.stock + r.deaths + wa + r.oar + r.ian + bgw);
                 double zuzug = overTypes(C.DR3ZAQ, b, g, a);
-                if (zuzug != 0) {
-                    double fak = ziel / zuzug;
-                    if (fak < 0) {
+                // in-migration can't take people away: a target below the rest is out of its reach
+                if (zuzug != 0 || ziel < 0) {
+                    double fak = zuzug != 0 ? ziel / zuzug : 0.0;
+                    if (fak < 0 || zuzug == 0) {
                         Prot::message(SEV_WARNING,
                                       "BG %d GG %d AG %d eckreg %g = BR21E %g + BG40DSG %g, FAK %g = (ZIEL %g / ZUZUG "
                                       "%g), ZIEL = BR21 %g - (BR30 %g + S %g + WA %g + OAR %g + IAN %g + BGW %g) führt "
@@ -293,6 +306,95 @@ void adjustInMigrationByCohort(Orvane& C, const LA3& DR2W)
                 }
             }
     if (missed) Prot::message(SEV_WARNING, "@rk2irz_fmt1200;", missed);
+}
+
+// K 6: the first occupiers from abroad taken off the in-migration that the regions receive, so
+// that the regions' DG4ZA, DR4ZA and DR3ZAQ stay one flow. Each area and in-migration type gives
+// up the share that its first occupiers have of it, every region of the type alike; where the
+// first occupiers outnumber the in-migration, the in-migration of that cell is all theirs.
+void firstOccupiersOffRegions(Orvane& C, YearStep& y, const LA5& DG5ZA)
+{
+    if (!C.DR3ZAN.exists() || !C.DR4ZA.exists()) return;
+    const size_t nta = Z(C.NTYA), nzza = Z(C.NTYZZA), nbg = Z(C.NBG), ngg = Z(C.NGG), nag = Z(C.NAG);
+    LA5 share("share", {nta, nzza, nbg, ngg, nag}, 0.0);
+    double over = 0;
+    for (size_t ta = 0; ta < nta; ++ta)
+        for (size_t t = 0; t < nzza; ++t)
+            for (size_t b = 0; b < nbg; ++b)
+                for (size_t g = 0; g < ngg; ++g)
+                    for (size_t a = 0; a < nag; ++a) {
+                        double& in = C.DR4ZA[ta][t][b][g][a];
+                        const double nb = C.DR3ZAN[ta][t][b][g][a];
+                        double q = safe(nb, in, 0);
+                        if (q > 1) over += nb - in, q = 1;
+                        share[ta][t][b][g][a] = q;
+                        C.DR3ZAQ[ta][b][g][a] -= in * q;
+                        in -= in * q;
+                    }
+    for (size_t ta = 0; ta < nta; ++ta)
+        for (size_t z = 0; z < DG5ZA[ta].size(); ++z) {
+            const size_t t = Z(C.region(int(z)).tyzza);
+            for (size_t b = 0; b < nbg; ++b)
+                for (size_t g = 0; g < ngg; ++g)
+                    for (size_t a = 0; a < nag; ++a) {
+                        const double v = DG5ZA[ta][z][b][g][a] * share[ta][t][b][g][a];
+                        if (v != 0) y.DG4ZA.add(z, b, g, a, -v);
+                    }
+        }
+    if (over > 0)
+        Prot::message(SEV_WARNING,
+                      "Neubauerstbezug aus dem Ausland übersteigt den Außenzuzug aus zuvg um %.15g Personen",
+                      over);
+}
+
+// K 6: the regions' in-migration follows what the targets made of DR3ZAQ, cohort by cohort
+// with the factor of the whole area; a cohort that had none takes the regions' stock shares
+void followAdjustedInMigration(Orvane& C, YearStep& y, const LA4& before)
+{
+    const size_t nta = Z(C.NTYA), nbg = Z(C.NBG), ngg = Z(C.NGG), nag = Z(C.NAG);
+    LA3 fak("fak", {nbg, ngg, nag}, 1.0);
+    bool changed = false;
+    for (size_t b = 0; b < nbg; ++b)
+        for (size_t g = 0; g < ngg; ++g)
+            for (size_t a = 0; a < nag; ++a) {
+                const double was = overTypes(before, b, g, a), now = overTypes(C.DR3ZAQ, b, g, a);
+                if (was == now) continue;
+                changed = true;
+                fak[b][g][a] = safe(now, was, 0);
+                for (size_t ta = 0; ta < nta; ++ta)
+                    for (size_t t = 0; t < C.DR4ZA[ta].size(); ++t) {
+                        double& v = C.DR4ZA[ta][t][b][g][a];
+                        v = was != 0 ? safe(v * C.DR3ZAQ[ta][b][g][a], before[ta][b][g][a], v * fak[b][g][a])
+                                     : 0.0;
+                    }
+            }
+    if (!changed) return;
+    // a cohort that had no in-migration: spread by the regions' stock in the in-migration types
+    LA4 stock("stock", {Z(C.NTYZZA), nbg, ngg, nag}, 0.0);
+    C.BG40.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+        stock[Z(C.region(int(z)).tyzza)][b][g][a] += v;
+    });
+    for (int z = 0; z < C.NGZ; ++z) {
+        const size_t t = Z(C.region(z).tyzza);
+        for (size_t b = 0; b < nbg; ++b)
+            for (size_t g = 0; g < ngg; ++g)
+                for (size_t a = 0; a < nag; ++a) {
+                    const double was = overTypes(before, b, g, a);
+                    if (was != 0) {
+                        const double v = y.DG4ZA.get(Z(z), b, g, a);
+                        if (v != 0) y.DG4ZA.set(Z(z), b, g, a, v * fak[b][g][a]);
+                        continue;
+                    }
+                    const double now = overTypes(C.DR3ZAQ, b, g, a);
+                    if (now == 0) continue;
+                    double all = 0;
+                    for (size_t k = 0; k < stock.size(); ++k) all += stock[k][b][g][a];
+                    const double v = now * safe(C.BG40.get(Z(z), b, g, a), all, 1.0 / C.NGZ);
+                    if (v != 0) y.DG4ZA.add(Z(z), b, g, a, v);
+                    for (size_t ta = 0; ta < nta; ++ta)
+                        C.DR4ZA[ta][t][b][g][a] += C.DR3ZAQ[ta][b][g][a] * safe(C.BG40.get(Z(z), b, g, a), all, 1.0 / C.NGZ);
+                }
+    }
 }
 
 // a table by external area and type, in the type-level form of the external outputs
@@ -355,6 +457,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
     const size_t nbg = Z(C.NBG), ngg = Z(C.NGG), nag = Z(C.NAG), nta = Z(C.NTYA), nq = Z(C.NTYQWA);
     int newTable = 0;
     LA3 DR2W("DR2W");
+    LA5 DG5ZA("DG5ZA");
 
     // 1. out-migration by rates
     if (C_() != 6) {
@@ -446,6 +549,9 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
     // 4. in-migration
     C.DR2ZA.make("C.DR2ZA", {Z(C.NKTYA()), Z(C.NKBG()), Z(C.NKGG())}, 1.0);
     const bool cohortInMigration = _(B_1) && _(M_2);
+    // whether DR3ZAQ holds persons (read from zuvol, zudq or zuvg) rather than quotas that a
+    // target turns into persons later
+    bool inPersons = K_() >= 5;
     if (!_(K_0) || cohortInMigration) {
         C.DR3ZAQ.make("C.DR3ZAQ", {nta, nbg, ngg, nag}, 0.0);
         if (!_(N_0) && _(B_1))
@@ -457,6 +563,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
         else if (!_(K_0)) {
             if (_(K_6)) sayWhyTargetIsRead();
             readTable(fileTable[FT_ZUVOL], C.DR2ZA, "NKTYA\0NKBG\0NKGG\0");
+            inPersons = true;
         }
         if (K_() < 5 && !_(K_0)) {
             C.QR3ZA.make("C.QR3ZA", {nta, nbg, ngg, nag}, 0.0);
@@ -491,7 +598,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
                         for (size_t a = 0; a < nag; ++a)
                             C.QR3ZA[ta][b][g][a] = safe(C.DR3ZAQ[ta][b][g][a], overTypes(C.DR3ZAQ, b, g, a), 0);
         } else if (_(K_6)) {
-            LA5 DG5ZA("DG5ZA", {nta, Z(C.NGZ), nbg, ngg, nag}, 0.0);
+            DG5ZA.make("DG5ZA", {nta, Z(C.NGZ), nbg, ngg, nag}, 0.0);
             readTable(fileTable[FT_ZUVG], DG5ZA, "C.NTYA\0NGZ\0NBG\0NGG\0NAG\0");
             C.DR4ZA.make("C.DR4ZA", {nta, Z(C.NTYZZA), nbg, ngg, nag}, 0.0);
             for (size_t ta = 0; ta < nta; ++ta)
@@ -508,12 +615,18 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
                             }
                 }
         }
-        // first occupiers of new building from abroad are part of the in-migration, not added to it
-        if (y.DR3ZANQ_.exists())
-            for (size_t ta = 0; ta < nta; ++ta)
-                for (size_t b = 0; b < nbg; ++b)
-                    for (size_t g = 0; g < ngg; ++g)
-                        for (size_t a = 0; a < nag; ++a) C.DR3ZAQ[ta][b][g][a] -= y.DR3ZANQ_[ta][b][g][a];
+        // first occupiers of new building from abroad are part of the in-migration, not added to
+        // it: taken off the persons read; a target that sets the in-migration (B 1) counts them
+        // beside DR3ZAQ itself
+        if (y.DR3ZANQ_.exists() && inPersons && _(B_0)) {
+            if (_(K_6))
+                firstOccupiersOffRegions(C, y, DG5ZA);
+            else
+                for (size_t ta = 0; ta < nta; ++ta)
+                    for (size_t b = 0; b < nbg; ++b)
+                        for (size_t g = 0; g < ngg; ++g)
+                            for (size_t a = 0; a < nag; ++a) C.DR3ZAQ[ta][b][g][a] -= y.DR3ZANQ_[ta][b][g][a];
+        }
     }
 
     // 5. the target of the external balance
@@ -522,6 +635,8 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
         readTable(fileTable[FT_SALDVOL], C.BR21WS, "NNTYA\0NNBG\0NNGG\0");
     }
     const double Zin = C.DR3ZAQ.exists() ? C.DR3ZAQ.sum() : 0.0;
+    LA4 zaqBefore("zaqBefore");
+    if (_(K_6) && C.DR3ZAQ.exists()) zaqBefore = C.DR3ZAQ;
 
     // 6. out-migration adjusted in total
     if (_(A_1) && _(B_0) && !_(M_2)) {
@@ -533,7 +648,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
             if (W == 0) {
                 Prot::message(SEV_WARNING, "@rk2irw_fmt1310;");
             } else {
-                f = (C.BR21WS.sum() - Zin) / W;
+                f = (balanceTarget(C) - Zin) / W;
                 adjust = true;
                 if (f < 0) {
                     Prot::message(SEV_WARNING, "@rk2irw_fmt1400;", C.BR21WS.sum(), Zin);
@@ -575,7 +690,7 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
         double f = 1;
         bool adjust = false;
         if (_(N_1)) {
-            f = safe(C.BR21WS.sum() - W, Zin, 0);
+            f = safe(balanceTarget(C) - W, Zin, 0);
             adjust = true;
             if (f < 0) {
                 Prot::message(SEV_WARNING, "@rk2irz_fmt0900;");
@@ -612,9 +727,11 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
     // 11. out- and in-migration together
     if ((_(A_1) && _(B_1) && (_(M_1) || _(M_2))) || _(N_1)) RK::SZW(c, y);
 
+    if (_(K_6) && zaqBefore.exists()) followAdjustedInMigration(C, y, zaqBefore);
+
     // 12.
     if (_(K_0) && ((_(A_0) && _(B_1) && _(M_1)) || (_(B_1) && !_(N_0))))
-        Prot::writeln(2, "zur Anpassung Zuzug Zielwert Zuzug (K1) notwendig");
+        Prot::message(SEV_WARNING, "zur Anpassung Zuzug Zielwert Zuzug (K1) notwendig");
 
     // 13. to the in-migration types
     if ((!_(K_0) && !_(K_6)) || cohortInMigration) RK::ALL(c);
@@ -641,6 +758,40 @@ int RK::IRW(MonteCarlo& mc, Orvane& c, YearStep& y)
 
 // ---------------------------------------------------------------- RK::SZW
 
+namespace {
+
+// The factors of in-migration Z and out-migration B (an outflow, below 0) that bring the balance
+// Z + B to S. Both take S / (Z + B) as long as that is not negative. A balance of the other sign
+// than its target would turn both flows round: then the flow on the target's side changes
+// alone (in-migration for a target above the balance, out-migration for one below), and where
+// that flow is 0 the other one goes to 0, the nearest a balance of that sign can come.
+struct Factors {
+    double in = 1, out = 1;
+};
+Factors jointFactors(double S, double Z, double B, bool report)
+{
+    const double f = S / (Z + B);
+    if (f >= 0) return {f, f};
+    Factors r;
+    bool reachable = true;
+    if (S > Z + B) {
+        if (Z > 0) r.in = (S - B) / Z;
+        else r.out = 0, reachable = false;
+    } else {
+        if (B < 0) r.out = (S - Z) / B;
+        else r.in = 0, reachable = false;
+    }
+    if (!report) return r;
+    Prot::writeln(1, "Saldo %.15g und Zielwert %.15g haben verschiedene Vorzeichen: Faktor Zuzug %.15g, "
+                     "Faktor Wegzug %.15g", Z + B, S, r.in, r.out);
+    if (!reachable)
+        Prot::message(SEV_WARNING, "Zielwert %.15g mit Außenzuzug %.15g und Außenwegzug %.15g nicht erreichbar", S, Z,
+                      -B);
+    return r;
+}
+
+} // namespace
+
 void RK::SZW(Orvane& c, YearStep& y)
 {
     Trace::enter("RKSZW");
@@ -658,7 +809,16 @@ void RK::SZW(Orvane& c, YearStep& y)
     LA4 base = outMigrationStock(C, "Ausgangsbevölkerung", "Ausgangsbevölkerung für Außenwegzug (ohne DR3ZAR)", 4);
     LA4 DR3R("DR3R", {ntyb, nbg, ngg, nag}, 0.0);
     LA4 DG4WA0("DG4WA0", {Z(C.NGZ), nbg, ngg, nag}, 0.0);
-    for (int z = 0; z < C.NGZ; ++z) {
+    // the base leaves out those gone abroad from demolished dwellings; so does each region's share
+    const bool demolition = !_(E_0) && y.DG4OAR.exists();
+    // under C 6 the regions' out-migration is given: the work table starts from it
+    const bool byRegion = C_() == 6;
+    if (byRegion)
+        y.DG4WA.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+            DG4WA0[z][b][g][a] = v;
+            DR3R[Z(C.region(int(z)).tyb)][b][g][a] += v;
+        });
+    for (int z = 0; z < C.NGZ && !byRegion; ++z) {
         const RegionRow& r = C.region(z);
         const size_t q = Z(r.tyqwa), t = Z(r.tyb);
         for (size_t b = 0; b < nbg; ++b)
@@ -666,7 +826,9 @@ void RK::SZW(Orvane& c, YearStep& y)
                 for (size_t a = 0; a < nag; ++a) {
                     double wa = C.DR3WA[q][b][g][a];
                     if (wa == 0) continue;
-                    double v = -safe(C.BG40.get(Z(z), b, g, a), base[q][b][g][a], 1 / NG1QWA[q]) * wa;
+                    double stock = C.BG40.get(Z(z), b, g, a);
+                    if (demolition) stock += y.DG4OAR.get(Z(z), b, g, a);
+                    double v = -safe(stock, base[q][b][g][a], 1 / NG1QWA[q]) * wa;
                     DG4WA0[Z(z)][b][g][a] = v;
                     DR3R[t][b][g][a] += v;
                 }
@@ -693,7 +855,7 @@ void RK::SZW(Orvane& c, YearStep& y)
         S = C.BR21.sum() - typeTotals(C).sum();
         Prot::writeln(1, "@rk2szw_fmt1000;", C.BR21.sum());
     } else if (_(N_1)) {
-        S = C.BR21WS.sum();
+        S = balanceTarget(C);
     }
     Prot::writeln(1, "@rk2szw_fmt1100;", WA + ZA, S);
     Prot::writeln(1, "@rk2szw_fmt1110; (%.15g)", S);
@@ -708,20 +870,20 @@ void RK::SZW(Orvane& c, YearStep& y)
     for (;; ++k) {
         double B = DR3R.sum(), Zs = C.DR3ZAQ.sum();
         if (std::fabs(B + Zs) >= 1e-30) {
-            double f = S / (Zs + B);
-            total *= f;
-            C.DR3ZAQ.forEach([f](f64& v) { v *= f; });
+            const Factors f = jointFactors(S, Zs, B, k == 0);
+            total *= f.in;
+            C.DR3ZAQ.forEach([&f](f64& v) { v *= f.in; });
             for (size_t t = 0; t < ntyb; ++t)
                 for (size_t b = 0; b < nbg; ++b)
                     for (size_t g = 0; g < ngg; ++g)
                         for (size_t a = 0; a < nag; ++a)
-                            if (C.BR30[t][b][g][a] != 0) DR3R[t][b][g][a] *= f;
+                            if (C.BR30[t][b][g][a] != 0) DR3R[t][b][g][a] *= f.out;
             for (int z = 0; z < C.NGZ; ++z) {
                 size_t t = Z(typeOfRegion[Z(z)]);
                 for (size_t b = 0; b < nbg; ++b)
                     for (size_t g = 0; g < ngg; ++g)
                         for (size_t a = 0; a < nag; ++a)
-                            if (C.BR30[t][b][g][a] != 0) DG4WA0[Z(z)][b][g][a] *= f;
+                            if (C.BR30[t][b][g][a] != 0) DG4WA0[Z(z)][b][g][a] *= f.out;
             }
         }
         // the stock of each type against the sum of its regions
@@ -770,12 +932,20 @@ void RK::SZW(Orvane& c, YearStep& y)
                 for (size_t g = 0; g < ngg; ++g)
                     for (size_t a = 0; a < nag; ++a)
                         C.DR4WA[ta][q][b][g][a] *= safe(C.DR3WA[q][b][g][a], old[q][b][g][a], 0);
+    // the given out-migration of the regions takes the adjustment itself
+    if (byRegion)
+        for (int z = 0; z < C.NGZ; ++z)
+            for (size_t b = 0; b < nbg; ++b)
+                for (size_t g = 0; g < ngg; ++g)
+                    for (size_t a = 0; a < nag; ++a) {
+                        const double v = DG4WA0[Z(z)][b][g][a];
+                        if (v != 0 || y.DG4WA.get(Z(z), b, g, a) != 0) y.DG4WA.set(Z(z), b, g, a, v);
+                    }
     laPrint(2, C.DR4WA, "C.NTYA\0NTYQWA\0NBG\0NGG\0NAG\0", "@DR4WA; @adjusted;");
     laPrint(2, C.DR3ZAQ, "C.NTYA\0NBG\0NGG\0NAG\0", "@DR3ZAQ; @adjusted;");
     laPrint(2, DR3R, "C.NTYB\0NBG\0NGG\0NAG\0", "@DR3R; @adjusted;");
     if (_(B_1) && _(M_2)) Prot::writeln(1, "@rk2szw_fmt2400;", total);
     Prot::writeln(1, "@rk2szw_fmt2500;", DR3R.sum(), C.DR3ZAQ.sum(), C.DR4WA.sum());
-    (void)y;
 }
 
 // ---------------------------------------------------------------- the out-migration base

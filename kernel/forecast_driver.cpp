@@ -144,6 +144,7 @@ int RK::PRO(Orvane* orvane)
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
         RK::input();
+        if (opt::get("$ODE", 0) == 0 && orvane) RK::checkCombinations(*orvane);
         std::vector<std::string> old = removeEarlierOutputs();
         for (const std::string& name : removeLongTables()) old.push_back(name);
         if (!old.empty()) Prot::writeln(1, "@earlierResultsRemoved; %s", joined(old).c_str());

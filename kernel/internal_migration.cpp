@@ -199,9 +199,22 @@ void fromFit(GemTable& to, const std::vector<int>& regions, const LA4& from)
 
 // ---------------------------------------------------------------- the rate check
 
+// the name of the flow rate table in force, "strm2024.csv" rather than its stem
+std::string flowRateFile()
+{
+    const FileEntry& e = fileTable[FT_STRM];
+    if (e.name.find("%d") == std::string::npos || e.fileNumber < 0) return e.name + ".csv";
+    char name[64];
+    std::snprintf(name, sizeof name, e.name.c_str(), e.fileNumber);
+    return std::string(name) + ".csv";
+}
+
+// rates of one internal type that sum above 1 leave a negative number of stayers; the run goes
+// on with them, and the warning names the table and the first cohorts
 void checkFlowRates(const Orvane& c)
 {
     if (!c.BR3R.exists()) return;
+    const std::string file = flowRateFile();
     int count = 0;
     for (int t = 0; t < c.NTYB; ++t)
         cohorts(c.BR3R[Z(t)], [&](size_t b, size_t g, size_t a, double s) {
@@ -209,11 +222,11 @@ void checkFlowRates(const Orvane& c)
             if (Compare(1 - s, 1, c.SUMTOL) <= 0) return;
             if (++count <= 10)
                 Prot::writeln(1, "%s: TYBv %d, BG %d, GG %d, AG %d: Summe der Raten %.15g &gt; 1",
-                              fileTable[FT_STRM].name.c_str(), t + 1, int(b) + 1, int(g) + 1, int(a), 1 - s);
+                              file.c_str(), t + 1, int(b) + 1, int(g) + 1, int(a), 1 - s);
         });
     if (count)
-        Prot::message(SEV_ERROR, "%s: bei %d Kohorten ist die Summe der Raten eines Binnentyps größer als 1",
-                      fileTable[FT_STRM].name.c_str(), count);
+        Prot::message(SEV_WARNING, "%s: bei %d Kohorten ist die Summe der Raten eines Binnentyps größer als 1",
+                      file.c_str(), count);
 }
 
 // ---------------------------------------------------------------- the region level

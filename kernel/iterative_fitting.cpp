@@ -161,6 +161,21 @@ void writeExport(const TypeFit& f)
     fclose(out);
 }
 
+// the flows between the regions at level 4: the dense table, or the list form's origins by
+// cohort with its destination weights
+void printFlows(const TypeFit& f, const char* title)
+{
+    if (!Prot::level(4)) return;
+    if (!f.sparse) {
+        laPrint(4, f.DG5FI, "C.NGZt\0NGZt\0NBG\0NGG\0NAG\0", title);
+        return;
+    }
+    laPrint(4, f.DG5FIs.origin, REGION_NAMES, title);
+    LA1 weights("DG5FIs", {f.DG5FIs.destination.size()}, 0.0);
+    for (size_t zn = 0; zn < weights.size(); ++zn) weights[zn] = f.DG5FIs.destination[zn];
+    laPrint(4, weights, "C.NGZt\0", title, LA_RATE);
+}
+
 } // namespace
 
 int abgleichInnenwanderung(TypeFit& f)
@@ -235,8 +250,11 @@ int abgleichInnenwanderung(TypeFit& f)
         }
         for (LA4* t : {&f.STAYER, &f.DG4ZB, &f.DG4IBR, &f.DG4ZA})
             for (size_t z = 0; z < t->size(); ++z) cohorts((*t)[z], [&](size_t, size_t, size_t, double& v) { v *= FAN[z]; });
+        printFlows(f, "nach Spaltenabgleich mit FAN");
         laPrint(4, f.STAYER, REGION_NAMES, "@STAYER; nach Spaltenabgleich");
         laPrint(4, f.DG4ZB, REGION_NAMES, "@DG4ZB; DG4ZB (Anteil TYB nach Spaltenabgleich)");
+        if (f.DG4IBR.exists()) laPrint(4, f.DG4IBR, REGION_NAMES, "@DG4IBR; DG4IBR (Anteil TYB nach Spaltenabgleich)");
+        if (f.DG4ZA.exists()) laPrint(4, f.DG4ZA, REGION_NAMES, "@DG4ZA; DG4ZA (Anteil TYB nach Spaltenabgleich)");
 
         // g. and h. each region sends what it sent before
         rowSums(f, ZSUMFI);
@@ -257,6 +275,7 @@ int abgleichInnenwanderung(TypeFit& f)
         if (f.STAYER.exists())
             for (size_t z = 0; z < n; ++z)
                 cohorts(f.STAYER[z], [&](size_t b, size_t g, size_t a, double& v) { v *= FAKZFI[z][b][g][a]; });
+        printFlows(f, "nach Zeilenabgleich");
         laPrint(4, f.STAYER, REGION_NAMES, "@STAYER; nach Zeilenabgleich");
 
         // i. the arrivals keep the type's totals

@@ -212,7 +212,7 @@ void newBuildingOrigins(MonteCarlo& mc, Orvane& c, YearStep& y)
             for (size_t a = 0; a < nag; ++a)
                 if (DR2IBN[b][g][a] > -DR2OB[b][g][a])
                     Prot::message(SEV_WARNING, "@BG; %d, @GG; %d, @AG; %d: @DG4IBN; %g &gt; @DG4OB; %g", int(b) + 1,
-                                  int(g) + 1, int(a), DR2IBN[b][g][a], -DR2OB[b][g][a]);
+                                  int(g) + 1, int(a), DR2IBN[b][g][a], 0.0 - DR2OB[b][g][a]);
 
     // 9. the types give in proportion to their moves out
     C.DR3OBN.make("C.DR3OBN", {ntyb, nbg, ngg, nag}, 0.0);

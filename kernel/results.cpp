@@ -314,7 +314,8 @@ void movementCells(std::string& out, const Orvane& c, const MovementLayout& layo
         }
         size_t k = static_cast<size_t>(p.component);
         size_t at = out.size();
-        appendValue(out, c, values[k] * YearStep::columnSign[k], k + 1 == NMOVEMENTCOLUMNS, sep);
+        // a zero stays 0 whatever the display sign ("-0" is no movement)
+        appendValue(out, c, values[k] * YearStep::columnSign[k] + 0.0, k + 1 == NMOVEMENTCOLUMNS, sep);
         if (cells) (*cells)[k] = {at, out.size() - at - 1};
     }
 }

@@ -205,7 +205,8 @@ void Orvane::releaseYear() {
     for (LA4* a : {&BR30, &BR30B, &DR3S, &DR3WA, &DR3ZAQ, &DR3IN, &DR3IBN, &DR3OBN, &DR3IAN, &DR3OR, &DR3OBR,
                    &DR3IBR, &DR3OAR})
         a->release();
-    for (LA2* a : {&BR0A, &BR21E, &BG21E}) a->release();
+    // the limits BR21E, BG21E stay for the report at the end of the run
+    BR0A.release();
     for (LA1* a : {&BR0N, &MR0Z}) a->release();
     for (LA3* a : {&BR21, &DR2WBGv, &DR2WBGn}) a->release();
     for (LA5* a : {&DR4WA, &DR4ZA, &DR3ZAN, &DR3ZAR}) a->release();
@@ -213,6 +214,7 @@ void Orvane::releaseYear() {
 
 void Orvane::releaseAll() {
     releaseYear();
+    for (LA2* a : {&BR21E, &BG21E}) a->release();
     BGEM.release();
     BG40.release();
     for (LA4* a : {&BR3R, &PR3S, &QR3ZA, &PR4WBGzs}) a->release();

@@ -20,6 +20,7 @@
 #include "platform/variant_settings.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
+#include "kernel/year_step.h"
 #include "tables/gnuplot_bridge.h"
 #include "tables/input_reader.h"
 #include "tables/table_text.h"
@@ -186,9 +187,8 @@ void populationCharts(const Orvane& c)
         }
         plotClose(Prot::stream(), Prot::protocolLevel(), p, si::appDir, name);
         Prot::writeln(1, "@zrplot; %s%s/%s", si::Directory.c_str(), si::Version.c_str(), name);
-        char alt[512];
-        DD::expKey(alt, sizeof alt, "@zrplot;");
-        Prot::raw("<img alt=\"%s %s\" src=\"agg%03lld.png\">\n", alt, title.c_str(), agg);
+        // the title begins with the word of the chart already
+        Prot::raw("<img alt=\"%s\" src=\"agg%03lld.png\">\n", title.c_str(), agg);
     }
 }
 
@@ -512,6 +512,8 @@ void closeGstrom(Orvane& c)
 void cleanUpPrognose(Orvane* orvane)
 {
     Orvane& c = *orvane;
+    // the last year's population against the limits of the regions and types
+    limitsReport(c);
     // 1. region keys no table has used
     unusedKeys();
     // 2. the summary

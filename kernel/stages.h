@@ -26,6 +26,7 @@ public:
     static void ASM(Orvane& c, YearStep& y);
     static void ABG(Orvane& c, const LA4& BR30);
     static void input();                                  // input stage: declare and read all tables
+    static void checkCombinations(const Orvane& c);       // the module combinations, before the first year
     static void REF();                                    // reads the reference table of regions
     // rows of the outputs by aggregate level lev: their number, the key of row i, the largest key
     static int refRows(int lev);

@@ -68,6 +68,9 @@ double againstLimits(const Orvane& c, const char* line, const char* below, const
 
 bool limited(double lower, double upper) { return lower != 0 || !std::isinf(upper); }
 
+} // namespace
+
+// the regions and types of the last year against their limits, once at the end of the run
 void limitsReport(const Orvane& c)
 {
     if (_(P_0) || !c.BG40.exists()) return;
@@ -96,10 +99,4 @@ void limitsReport(const Orvane& c)
     Prot::writeln(3, "Gesamte absolute Abweichung von den Zielwerten %g", ABSDEV);
 }
 
-} // namespace
-
-void targetReport(const Orvane& c)
-{
-    stockTargets(c);
-    limitsReport(c);
-}
+void targetReport(const Orvane& c) { stockTargets(c); }

@@ -553,7 +553,11 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
         // 8. new building, demolition, external migration
         if (!_(D_0)) RK::EBB(c, y);
-        if (!_(E_0)) RK::REA(c, y);
+        if (!_(E_0)) {
+            RK::REA(c, y);
+            // the regions' last movers: external migration counts those gone abroad already
+            demolitionRegions(c, y);
+        }
         y.irwPrinted = RK::IRW(mc, c, y);
         externalTypeOutputs(c);
 
@@ -570,7 +574,6 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         }
         if (!_(P_0)) {
             // the limits need the out-migration of the regions now
-            if (!_(E_0)) demolitionRegions(c, y);
             outMigrationBase(mc, c, y);
             // the working balance serves the moves into new building and out of demolition
             if (building && !_(I_0)) {
@@ -590,10 +593,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         if (!_(I_0))
             for (GemTable* t : {&y.DG4OB, &y.DG4WB, &y.DG4OI, &y.DG4II, &y.DG4ZB}) c.makeGem(*t, t->name);
         if (!_(D_0)) newBuildingRegions(c, y);
-        if (_(P_0)) {
-            if (!_(E_0)) demolitionRegions(c, y);
-            outMigrationBase(mc, c, y);
-        }
+        if (_(P_0)) outMigrationBase(mc, c, y);
         if (!_(I_0)) {
             checkFlowRates(c);
             balanceInternalMigration(c, y);

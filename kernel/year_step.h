@@ -115,6 +115,7 @@ void groupChange(MonteCarlo& mc, Orvane& c, YearStep& y);
 void midyearConventions(Orvane& c, YearStep& y);
 // the end population of the year against the stock target (M) and the limits (P)
 void targetReport(const Orvane& c);
+void limitsReport(const Orvane& c);
 
 // shared by births and deaths (births): the rate tables by type, with the type column counted as
 // the reference table counts it (column 3 TYG, 4 TYS); the targets per region of modules G and S,

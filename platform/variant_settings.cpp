@@ -20,7 +20,7 @@ double GP = 0, GPAR = 0;
 
 const Module modules[17] = {
     {'A', "ANPASSUNG_WEGZUG", 1},  {'B', "ANPASSUNG_ZUZUG", 1},
-    {'C', "ZIELWERT_WEGZUG", 6},   {'D', "NEUBAU", 2},
+    {'C', "ZIELWERT_WEGZUG", 6},   {'D', "NEUBAU", 3},
     {'E', "RUECKBAU", 4},          {'G', "GEBURTENECKWERT", 2},
     {'I', "BINNENWANDERUNG", 1},   {'K', "AUSSENWANDERUNGSDATEN", 6},
     {'M', "ZIELWERT_BESTAND", 2},  {'N', "ZIELWERT_AUSSENWANDERUNGSSALDO", 4},
