@@ -133,10 +133,11 @@ void protocolHead(int cores, double ddMillis)
 {
     Prot::heading(1, "@run;", "%s", DD::lookup("prot_prog").c_str());
     Prot::write(1, "<a href=\"https://veldor.example.org/\" target=_blank>VELDOR</a>");
-    Prot::write(1, " %s %s", si::release.c_str(), "Win64");
+    // the system the run is on, where the program's first home wrote its own
+    Prot::write(1, " %s %s", si::release.c_str(), os::systemInfo().platform.c_str());
     Prot::write(1, " PPL");
     Prot::write(1, " %d", BUILD);
-    Prot::write(1, ", %d cores, %s, %s", cores, os::parallel() ? "parallel" : "seriell",
+    Prot::write(1, ", %d cores, %s, %s", cores, os::parallel() ? "parallel" : DD::literal("seriell"),
                 si::logfile ? "logfile" : "nologfile");
     Prot::write(1, ", @language; %s", language.c_str());
     Prot::write(3, ", %s", si::localeName.c_str());

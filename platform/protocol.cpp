@@ -57,7 +57,7 @@ void put(const char* text)
 std::string expandFormat(const char* format, va_list ap, size_t expandSize = 1024, size_t formatSize = 1024)
 {
     std::vector<char> expanded(expandSize), formatted(formatSize);
-    DD::expKey(expanded.data(), expandSize, format);
+    DD::expKey(expanded.data(), expandSize, DD::literal(format));
     vsnprintf(formatted.data(), formatSize, expanded.data(), ap);
     return formatted.data();
 }
@@ -373,7 +373,7 @@ void Prot::console(int severity, bool withLog, const char* format, ...)
     char text[2048];
     va_list ap;
     va_start(ap, format);
-    vsnprintf(text, sizeof text, format, ap);
+    vsnprintf(text, sizeof text, DD::literal(format), ap);
     va_end(ap);
     static const char* const prefix[4] = {"", "!h", "!w", "!e"};
     if (severity < 0 || severity > 3) severity = SEV_ERROR;
