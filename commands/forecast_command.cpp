@@ -94,7 +94,7 @@ void openProtFile()
         return 0;
     };
     for (const char* pattern : {"[0-9][0-9][0-9][0-9][0-9][0-9].htm", "[0-9][0-9][0-9][0-9][0-9][0-9].csv",
-                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", ".~*"})
+                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", "results.htm", ".~*"})
         os::glob(prot, pattern, remove);
     os::glob(dir, ".~*", remove);
     std::string index = prot + "/index.html";
@@ -102,6 +102,8 @@ void openProtFile()
         os::messageBox(index.c_str(), "open protocol file: %s", std::strerror(err));
         std::exit(1);
     }
+    // first of all, the way to what the forecast says
+    Prot::raw("<p class=results><a href=\"results.htm\">%s</a></p>\n", DD::lookup("resultsOverview").c_str());
 }
 
 void writeCharsetTest(FILE* out)

@@ -212,6 +212,7 @@ int RK::PRO(Orvane* orvane)
         snprintf(seconds, sizeof seconds, "%.3f", (timers.back() - timers.front()) / 1000.0);
         Prot::writeln(0, "@rk0pro_end;", Prot::count(SEV_HINT), Prot::count(SEV_WARNING), Prot::count(SEV_ERROR),
                       seconds, "");
+        writeResultsOverview(*orvane, result == 0);
         Prot::close();
     }
     return result;

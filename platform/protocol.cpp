@@ -1,5 +1,6 @@
 #include "platform/protocol.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -30,6 +31,8 @@ bool g_flush = false;
 int g_anchor = 0;
 std::vector<std::string> g_toc;
 int g_counters[4] = {0, 0, 0, 0};
+int g_firstAnchor[4] = {0, 0, 0, 0};
+std::vector<std::string> g_outputNames;
 bool g_throw = true;
 unsigned g_codePage = 0;
 int g_checkE = -1;
@@ -147,6 +150,7 @@ int Prot::open(const std::string& path, const std::string& stylePath)
 void Prot::openFilePages()
 {
     g_anchor = 0;
+    g_outputNames.clear();
     auto page = [](const char* name, const char* key) -> FILE* {
         FILE* f = safeOutput::open(filePath(name), false, true);
         if (!f) return nullptr;
@@ -318,6 +322,7 @@ void Prot::message(int severity, const char* format, ...)
     char label[80];
     snprintf(label, sizeof label, "<span class=%s>%s %d</span>", name, word.c_str(), n);
     int anchor = ++g_anchor;
+    if (g_firstAnchor[severity] == 0) g_firstAnchor[severity] = anchor;
     char entry[160];
     snprintf(entry, sizeof entry, "<a href=\"#%d\">%s</a><br>\n", anchor, label);
     g_toc.push_back(entry);
@@ -433,6 +438,7 @@ void Prot::reset()
 {
     g_throw = true;
     for (int& c : g_counters) c = 0;
+    for (int& a : g_firstAnchor) a = 0;
     g_alike.clear();
     g_alikeOrder.clear();
 }
@@ -456,9 +462,14 @@ void Prot::addInputFile(const std::string& name, const std::string& fullPath)
     fprintf(g_inp, "<a href=\"%s\" target=_top>%s</a><br>\n", target.c_str(), shown.c_str());
 }
 
+const std::vector<std::string>& Prot::outputFiles() { return g_outputNames; }
+
+int Prot::firstAnchor(int severity) { return severity >= 0 && severity <= 3 ? g_firstAnchor[severity] : 0; }
+
 void Prot::addOutputFile(const std::string& name)
 {
     if (!g_out) return;
+    if (std::find(g_outputNames.begin(), g_outputNames.end(), name) == g_outputNames.end()) g_outputNames.push_back(name);
     fprintf(g_out, "<a href=\"../%s\" target=_blank>%s</a><br>\n", name.c_str(), name.c_str());
 }
 
