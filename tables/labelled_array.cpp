@@ -420,7 +420,7 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
     case LA_NUMBER: fprintf(f, " &Sigma;: %s", csvFormatDouble(sum, kind).c_str()); break;
     case LA_DIFF: fprintf(f, " %s: %s", DD::lookup("meanabs").c_str(), csvFormatDouble(sum, 3).c_str()); break;
     case LA_UNKNOWN:
-        if (sum > 0) fprintf(f, " Anzahl undefinierte Werte: %.0f", sum);
+        if (sum > 0) fprintf(f, DD::literal(" Anzahl undefinierte Werte: %.0f"), sum);
         break;
     default: break;
     }
