@@ -137,6 +137,7 @@ int RK::PRO(Orvane* orvane)
     setSystemVariableResolver(stateVariable);
     ForecastLink link = forecastLinkOf(orvane);
     setForecastLink(&link);
+    Prot::inputSection(DD::lookup("inp_before"));
     try {
         systemReport();
         RK::report();
@@ -173,6 +174,7 @@ int RK::PRO(Orvane* orvane)
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);
                 Prot::heading(2, toc.c_str(), "@run; @rk0pro_forecast; %d", label);
+                Prot::inputSection(std::to_string(label));
                 RK::INI(orvane);
                 RK::PAG(*mc, orvane);
                 RK::releaseYear();

@@ -138,10 +138,10 @@ void mirroredTics(FILE* p, const char* ax, double top)
     fprintf(p, ")\n");
 }
 
-// the distinct colours of the series of a chart, for eyes that tell red from green badly too
+// the distinct colours of the series of a chart, none of them grey
 const char* const SERIES_COLOURS[] = {"#0072B2", "#E69F00", "#009E73", "#CC79A7", "#56B4E9", "#D55E00",
-                                      "#F0E442", "#000000", "#999999", "#6A3D9A", "#B15928", "#1B9E77",
-                                      "#E7298A", "#66A61E", "#A6761D"};
+                                      "#B8A100", "#6A3D9A", "#1B9E77", "#E7298A", "#66A61E", "#A6761D",
+                                      "#1F78B4", "#B15928", "#7570B3"};
 
 const char* seriesColour(size_t i) { return SERIES_COLOURS[i % (sizeof SERIES_COLOURS / sizeof *SERIES_COLOURS)]; }
 

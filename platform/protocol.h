@@ -34,6 +34,8 @@ public:
     static bool throwing();
     static void setFlush(bool on);
     static void addInputFile(const std::string& name, const std::string& fullPath);
+    // the part of the run whose reads follow in inp.htm (a year), shown as a group there
+    static void inputSection(const std::string& label);
     static void addOutputFile(const std::string& name);
     // the names given to addOutputFile since the file pages were opened, each once, in order
     static const std::vector<std::string>& outputFiles();
