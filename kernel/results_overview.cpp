@@ -269,7 +269,8 @@ const char* const STYLE =
 void writeResultsOverview(const Orvane& c, bool finished)
 {
     if (!Prot::stream()) return;
-    const bool chart = finished && populationChart(c);
+    // the chart only where the run asks for charts: a run without them starts no gnuplot
+    const bool chart = finished && ini::PLOT_DATEN != 0 && populationChart(c);
     const std::string path = Prot::filePath("results.htm");
     FILE* f = safeOutput::open(path);
     if (!f) {
