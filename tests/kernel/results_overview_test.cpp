@@ -78,6 +78,10 @@ TEST(ResultsOverview, DemoAccountClosesAndMatchesTheTables)
     const std::string page = s.read("demo/demo/prot/results.htm");
     const std::string index = s.read("demo/demo/prot/index.html");
 
+    // what gnuplot says goes into the protocol, not among the German lines of the console
+    EXPECT_EQ(s.result.out.find("decimal_sign"), std::string::npos) << s.result.out;
+    EXPECT_EQ(s.result.err.find("decimal_sign"), std::string::npos) << s.result.err;
+    EXPECT_EQ(s.result.err.find("frames in animation"), std::string::npos) << s.result.err;
     // the protocol opens with the way to the overview
     EXPECT_NE(index.find("<div id=doc>\n<p class=results><a href=\"results.htm\">Ergebnisübersicht</a></p>\n<h1"),
               std::string::npos);
