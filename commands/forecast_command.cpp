@@ -94,7 +94,7 @@ void openProtFile()
         return 0;
     };
     for (const char* pattern : {"[0-9][0-9][0-9][0-9][0-9][0-9].htm", "[0-9][0-9][0-9][0-9][0-9][0-9].csv",
-                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", ".~*"})
+                                "[0-9][0-9][0-9][0-9][0-9][0-9].txt", "inp.htm", "out.htm", "results.htm", ".~*"})
         os::glob(prot, pattern, remove);
     os::glob(dir, ".~*", remove);
     std::string index = prot + "/index.html";
@@ -102,6 +102,8 @@ void openProtFile()
         os::messageBox(index.c_str(), "open protocol file: %s", std::strerror(err));
         std::exit(1);
     }
+    // first of all, the way to what the forecast says
+    Prot::raw("<p class=results><a href=\"results.htm\">%s</a></p>\n", DD::lookup("resultsOverview").c_str());
 }
 
 void writeCharsetTest(FILE* out)
@@ -133,10 +135,11 @@ void protocolHead(int cores, double ddMillis)
 {
     Prot::heading(1, "@run;", "%s", DD::lookup("prot_prog").c_str());
     Prot::write(1, "<a href=\"https://veldor.example.org/\" target=_blank>VELDOR</a>");
-    Prot::write(1, " %s %s", si::release.c_str(), "Win64");
+    // the system the run is on, where the program's first home wrote its own
+    Prot::write(1, " %s %s", si::release.c_str(), os::systemInfo().platform.c_str());
     Prot::write(1, " PPL");
     Prot::write(1, " %d", BUILD);
-    Prot::write(1, ", %d cores, %s, %s", cores, os::parallel() ? "parallel" : "seriell",
+    Prot::write(1, ", %d cores, %s, %s", cores, os::parallel() ? "parallel" : DD::literal("seriell"),
                 si::logfile ? "logfile" : "nologfile");
     Prot::write(1, ", @language; %s", language.c_str());
     Prot::write(3, ", %s", si::localeName.c_str());

@@ -423,8 +423,13 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
     if (gam) DG4GAM_.print(3);
     laPrint(3, DG4BGWG_, "C.NTYG\0NBG\0NBG\0NGG\0", nullptr, LA_NUMBER);
 
-    // 10. the youngest cohort of the year
-    DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { C.BG40.add(z, b, g, a, v); });
+    // 10. the youngest cohort of the year, counted into the run's account by group
+    std::vector<double>& born = C.accountByYear[periodLabel(JAHR)].births;
+    born.assign(nbg, 0.0);
+    DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+        C.BG40.add(z, b, g, a, v);
+        born[b] += v;
+    });
     if (laActive(3)) {
         std::vector<LAListRow> rows;
         DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {

@@ -139,6 +139,7 @@ int RK::PRO(Orvane* orvane)
     setSystemVariableResolver(stateVariable);
     ForecastLink link = forecastLinkOf(orvane);
     setForecastLink(&link);
+    Prot::inputSection(DD::lookup("inp_before"));
     try {
         systemReport();
         RK::report();
@@ -179,6 +180,7 @@ int RK::PRO(Orvane* orvane)
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);
                 Prot::heading(2, toc.c_str(), "@run; @rk0pro_forecast; %d", label);
+                Prot::inputSection(std::to_string(label));
                 RK::INI(orvane);
                 RK::PAG(*mc, orvane);
                 RK::releaseYear();
@@ -220,6 +222,7 @@ int RK::PRO(Orvane* orvane)
         snprintf(seconds, sizeof seconds, "%.3f", (timers.back() - timers.front()) / 1000.0);
         Prot::writeln(0, "@rk0pro_end;", Prot::count(SEV_HINT), Prot::count(SEV_WARNING), Prot::count(SEV_ERROR),
                       seconds, "");
+        writeResultsOverview(*orvane, result == 0);
         Prot::close();
     }
     return result;

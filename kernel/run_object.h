@@ -154,6 +154,17 @@ public:
     std::map<int, LA2> fertilityByYear;         // BR1G: TYG, BG
     std::map<int, LA3> lifeExpectancyByYear;    // TYS, BG, GG: life expectancy at birth
 
+    // ---- the account of the run, by period label, for the results overview ----
+    // persons by population group: the stock at the end of the year and what changed it
+    struct GroupAccount {
+        std::vector<double> end, births, deaths, arrivals, departures, groupJoined, groupLeft;
+    };
+    std::vector<double> startByGroup;             // the stock before the first year
+    std::map<int, GroupAccount> accountByYear;
+    // persons by aggregate row (DIFF_G) before the first year and at the end of each year
+    std::vector<double> aggregateStart;
+    std::map<int, std::vector<double>> aggregateByYear;
+
     // makes a region table in the storage of the run
     void makeGem(GemTable& t, const std::string& name, double fill = 0);
     // the same for a table whose every element the caller writes first (dense storage only)

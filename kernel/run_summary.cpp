@@ -98,6 +98,54 @@ std::string quoted(const std::string& text)
     return q;
 }
 
+// the name of population group b (from 1) in legends: the dictionary may name each group
+// ("BG_1"), else the word for a group and its number
+std::string groupName(int b)
+{
+    const std::string key = "BG_" + std::to_string(b);
+    return DD::has(key) ? DD::lookup(key) : DD::lookup("BG") + " " + std::to_string(b);
+}
+
+// the name of sex g (1 male, 2 female)
+std::string sexName(int g)
+{
+    return g == 1 ? DD::lookup("male") : g == 2 ? DD::lookup("female") : DD::lookup("GG") + " " + std::to_string(g);
+}
+
+// a step of 1, 2 or 5 times a power of ten that cuts 0 .. top into about four parts
+double tickStep(double top)
+{
+    double raw = top / 4;
+    if (!(raw > 0)) return 1;
+    double power = std::pow(10.0, std::floor(std::log10(raw)));
+    for (double f : {1.0, 2.0, 5.0})
+        if (f * power >= raw) return f * power;
+    return 10 * power;
+}
+
+// tics of an axis that runs from -top to top, labelled with the persons on either side
+// (no minus sign below the axis); ax is "x" or "y"
+void mirroredTics(FILE* p, const char* ax, double top)
+{
+    const double step = tickStep(top);
+    const double edge = std::ceil(top / step) * step;
+    fprintf(p, "set %stics (", ax);
+    bool first = true;
+    for (double v = -edge; v <= edge + step / 2; v += step) {
+        const double shown = std::fabs(v) < step / 2 ? 0 : std::fabs(v);
+        fprintf(p, "%s\"%.15g\" %.15g", first ? "" : ", ", shown, std::fabs(v) < step / 2 ? 0 : v);
+        first = false;
+    }
+    fprintf(p, ")\n");
+}
+
+// the distinct colours of the series of a chart, none of them grey
+const char* const SERIES_COLOURS[] = {"#0072B2", "#E69F00", "#009E73", "#CC79A7", "#56B4E9", "#D55E00",
+                                      "#B8A100", "#6A3D9A", "#1B9E77", "#E7298A", "#66A61E", "#A6761D",
+                                      "#1F78B4", "#B15928", "#7570B3"};
+
+const char* seriesColour(size_t i) { return SERIES_COLOURS[i % (sizeof SERIES_COLOURS / sizeof *SERIES_COLOURS)]; }
+
 // keys of the reference table that no table of the run named
 void unusedKeys()
 {
@@ -109,7 +157,7 @@ void unusedKeys()
     if (text.empty()) return;
     Prot::raw("%s", text.c_str());
     Prot::raw(":\n");
-    Prot::message(SEV_WARNING, "Unbenutzte Gebietskennzeichen aus \"reftyp.csv\"");
+    Prot::message(SEV_WARNING, "%s", DD::literal("Unbenutzte Gebietskennzeichen aus \"reftyp.csv\""));
 }
 
 // population by aggregate: series (group, sex) over the years
@@ -162,16 +210,35 @@ void populationCharts(const Orvane& c)
             fprintf(p, "set ylabel '%s | %s'\n", DD::lookup("female").c_str(), DD::lookup("male").c_str());
         else
             fprintf(p, "set ylabel '%s'\n", DD::lookup("inhabitant").c_str());
+        // the first sex is drawn below the axis: the label reads from the top, so that each
+        // word stands on its own side, and the tics count persons on both sides
+        std::map<std::pair<int, int>, double> height;
+        double top = 0;
+        for (const auto& [key, values] : a.series)
+            for (const auto& [year, v] : values)
+                top = std::max(top, std::fabs(height[{year, key.second}] += v));
+        if (twoSexes) {
+            fprintf(p, "set ylabel rotate by -90\n");
+            mirroredTics(p, "y", top);
+        }
+        // room below the rotated years for the label of the axis
+        fprintf(p, "set bmargin 4.5\nset xlabel '%s'\nset format y '%%.0f'\n", quoted(DD::lookup("year")).c_str());
+        for (size_t i = 0; i < a.series.size(); ++i) fprintf(p, "set linetype %zu lc rgb '%s'\n", i + 1, seriesColour(i));
         fprintf(p, "plot");
         size_t line = 0;
         for (const auto& [key, values] : a.series) {
             // group 0 is the whole population when the groups are not told apart
-            std::string group = key.first == 0 ? DD::lookup("inhabitant") : "BG " + std::to_string(key.first);
-            fprintf(p, "%c '-' title '%s", line == 0 ? ' ' : ',', group.c_str());
+            std::string group = key.first == 0 ? DD::lookup("inhabitant") : groupName(key.first);
+            fprintf(p, "%c '-' title '%s", line == 0 ? ' ' : ',', quoted(group).c_str());
             if (sexes.size() > 1) fprintf(p, "%c%d", si::separator, key.second);
             fprintf(p, "' with filledcurves lt %zu fillstyle transparent solid 0.75", ++line);
         }
         if (twoSexes) fprintf(p, ", 0 notitle lt -1");
+        // what the sex numbers behind the group names stand for
+        if (sexes.size() > 1)
+            for (const auto& [g, seen] : sexes)
+                fprintf(p, ", keyentry with lines lc rgb '%s' title '%d = %s'", plot::background.c_str(), g,
+                        quoted(sexName(g)).c_str());
         fprintf(p, "\n");
         // stacked: each series on top of the ones before it; the first sex downwards
         std::map<std::pair<int, int>, double> below;
@@ -231,12 +298,16 @@ void movementCharts()
     static const char* const movementKeys[] = {"DG4S",  "DG4WA", "DG4OBN", "DG4WB", "DG4OI",
                                                "DG4OBR", "DG4OAR", "DG4IBR", "DG4ZA", "DG4IBN",
                                                "DG4IAN", "DG4ZB", "DG4II", "DG4WBGv", "DG4WBGn"};
+    // each chart counts persons of one movement in a year: said on the axes and in the key,
+    // and each movement has a colour of its own
+    fprintf(p, "set bmargin 4.5\nset xlabel '%s'\n", quoted(DD::lookup("year")).c_str());
     for (const auto& [agg, kinds] : data)
         for (const auto& [kind, years] : kinds) {
             std::string what = kind >= 1 && kind <= 15 ? DD::lookup(movementKeys[kind - 1]) : std::to_string(kind);
             fprintf(p, "set output '%s%s/prot/bewgemagg%03lld%02u.png'\nset title '%s %s %s'\nset ylabel '%s'\n",
-                    si::Directory.c_str(), si::Version.c_str(), agg, kind, DD::lookup("rk1agg_AGG_G").c_str(),
-                    std::to_string(agg).c_str(), what.c_str(), DD::lookup("inhabitant").c_str());
+                    si::Directory.c_str(), si::Version.c_str(), agg, kind, quoted(DD::lookup("rk1agg_AGG_G")).c_str(),
+                    std::to_string(agg).c_str(), quoted(what).c_str(), quoted(DD::lookup("personsPerYear")).c_str());
+            fprintf(p, "set key title '%s'\nset linetype 1 lc rgb '%s'\n", quoted(what).c_str(), seriesColour(kind - 1));
             fprintf(p, "plot '-' using 2:xtic(1) title '%u'\n", kind);
             for (const auto& [year, v] : years) fprintf(p, "%u%c%.15g\n", unsigned(year), si::separator, v);
             fprintf(p, "e\n");
@@ -297,7 +368,7 @@ std::vector<Line> fertilityLines(const Orvane& c)
             for (size_t b = 0; b < groups; ++b) {
                 Line& l = lines[t * groups + b];
                 l.title = "TYG " + std::to_string(t + 1);
-                if (groups > 1) l.title += ", BG " + std::to_string(b + 1);
+                if (groups > 1) l.title += ", " + groupName(int(b) + 1);
                 l.values[year] = BR1G[t][b];
             }
     }
@@ -316,8 +387,8 @@ std::vector<Line> expectancyLines(const Orvane& c)
                 for (size_t g = 0; g < sexes; ++g) {
                     Line& l = lines[(t * groups + b) * sexes + g];
                     l.title = "TYS " + std::to_string(t + 1);
-                    if (groups > 1) l.title += ", BG " + std::to_string(b + 1);
-                    if (sexes == 2) l.title += ", " + DD::lookup(g == 0 ? "male" : "female");
+                    if (groups > 1) l.title += ", " + groupName(int(b) + 1);
+                    if (sexes == 2) l.title += ", " + sexName(int(g) + 1);
                     l.values[year] = e0[t][b][g];
                 }
     }
@@ -330,8 +401,8 @@ void targetCharts(const Orvane& c)
 {
     const bool births = c.module('G') != 0, deaths = c.module('S') != 0;
     if (!births && !deaths) return;
-    const char* birthText = "Geburteneckwert";
-    const char* deathText = "Sterbefalleckwert";
+    const char* birthText = DD::literal("Geburteneckwert");
+    const char* deathText = DD::literal("Sterbefalleckwert");
     const char* name = births && deaths ? "eckgebstrb" : births ? "eckgeb" : "eckstrb";
     FILE* p = plotOpen(Prot::stream(), Prot::protocolLevel(), si::appDir, name);
     if (!p) {
@@ -365,17 +436,6 @@ void targetCharts(const Orvane& c)
 }
 
 // ---------------------------------------------------------------- the pyramid animation
-
-// a step of 1, 2 or 5 times a power of ten that cuts 0 .. top into about four parts
-double tickStep(double top)
-{
-    double raw = top / 4;
-    if (!(raw > 0)) return 1;
-    double power = std::pow(10.0, std::floor(std::log10(raw)));
-    for (double f : {1.0, 2.0, 5.0})
-        if (f * power >= raw) return f * power;
-    return 10 * power;
-}
 
 // one frame per year of pyramid.csv: women to the left, men to the right by age, the
 // population groups stacked in their colours; the scale is the same for every frame
@@ -440,7 +500,7 @@ void pyramidAnimation()
             const int colour = key.first + 1;
             fprintf(p, "%s '-' using 1:2:3:4:5:6 with boxxyerror lc %d", first ? "" : ",", colour);
             if (named.insert(key.first).second)
-                fprintf(p, " title 'BG %d'", key.first);
+                fprintf(p, " title '%s'", quoted(groupName(key.first)).c_str());
             else
                 fprintf(p, " notitle");
             first = false;

@@ -45,6 +45,8 @@ public:
 
 // the summary of a finished run: unused region keys, charts, pyramid link, gstrom close
 void cleanUpPrognose(Orvane* orvane);
+// prot/results.htm, the overview of the run's results; finished is false for a run that stopped
+void writeResultsOverview(const Orvane& c, bool finished);
 
 // period label of a counter value under $MONATE
 int periodLabel(int year);

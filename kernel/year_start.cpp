@@ -232,6 +232,7 @@ void firstYear()
     readStartPopulation();
 
     AGGREGATES = aggregateCount();
+    accountStart(C);
     const int before = periodLabel(ini::STARTJAHR - 1);
     if (ini::DIFF_G != 0) writeAggregates(C, C.BGEM, before);
     if (ini::PYRAMIDE == 0)

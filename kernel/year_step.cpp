@@ -651,6 +651,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     if (ini::STRunden) roundMovements(y);
     Trace::enter("RKOUT");
     writeYearOutputs(c, y, periodLabel(JAHR));
+    accountYear(c, y, periodLabel(JAHR));
     Trace::leave();
     c.BG40.name = "C.BG40";
     y.release();

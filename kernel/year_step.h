@@ -184,6 +184,9 @@ int abgleichInnenwanderung(TypeFit& f);
 
 // number of rows of the aggregate outputs by DIFF_G, and the row of a region
 int aggregateRows();
+// the run's account for its results overview: the stock before the first year, then each year
+void accountStart(Orvane& c);
+void accountYear(Orvane& c, const YearStep& y, int label);
 int aggregateRowOf(const Orvane& c, int gz);
 // the year's population table (entry 38) from a region table, under the period label
 void writePopulation(const Orvane& c, const GemTable& t, int label);

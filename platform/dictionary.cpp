@@ -185,6 +185,42 @@ std::string DD::lookup(const std::string& key, const std::string& def)
 
 bool DD::has(const std::string& key) { return g_dict.count(key) != 0; }
 
+bool DD::german() { return g_language.empty() || g_language == "de"; }
+
+namespace {
+// the printf conversions of a text in their order ("%d", "%.2f", ...), "%%" left out
+std::string conversions(const std::string& text)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') continue;
+        if (i + 1 < text.size() && text[i + 1] == '%') {
+            ++i;
+            continue;
+        }
+        size_t j = i + 1;
+        while (j < text.size() && std::strchr("-+ #0123456789.*hlLqjzt", text[j])) ++j;
+        out.append(text, i, j + 1 - i);
+        out += ' ';
+        i = j;
+    }
+    return out;
+}
+} // namespace
+
+const char* DD::literal(const char* german)
+{
+    if (!german || DD::german()) return german;
+    // the map does not move its texts, so the pointer holds until the dictionary is cleared
+    auto it = g_dict.find(std::string("de:") + german);
+    if (it == g_dict.end()) return german;
+    // a translation is a format too: one whose values differ from the German would misread them
+    if (conversions(it->second) != conversions(german)) return german;
+    return it->second.c_str();
+}
+
+std::string DD::literal(const std::string& german) { return literal(german.c_str()); }
+
 int DD::expKey(char* target, size_t size, const char* src)
 {
     bool found = false;

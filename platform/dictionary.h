@@ -19,6 +19,13 @@ public:
     // 1 when any key was found
     static int expKey(char* target, size_t size, const char* src);
     static std::string expKey(const std::string& src);      // through a 1024-byte buffer
+    // A message the system writes as literal German text: unchanged in a German run (or before
+    // any dictionary is loaded); in another language the text of the key "de:" + text when the
+    // dictionary has one, else the German text as it stands. The result stays valid for the run.
+    static const char* literal(const char* german);
+    static std::string literal(const std::string& german);
+    // true when the loaded language is German or none is loaded
+    static bool german();
     static void clear();
 };
 

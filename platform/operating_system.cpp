@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cctype>
 #include <clocale>
+#include <locale.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +23,7 @@
 
 #include <tbb/parallel_for.h>
 
+#include "platform/dictionary.h"
 #include "platform/protocol.h"
 #include "platform/text_format.h"
 
@@ -130,7 +133,9 @@ os::SystemInfo os::systemInfo()
 {
     SystemInfo info;
     utsname u;
-    info.x64 = uname(&u) == 0 && std::strstr(u.machine, "64") != nullptr;
+    const bool known = uname(&u) == 0;
+    info.x64 = known && std::strstr(u.machine, "64") != nullptr;
+    info.platform = known ? std::string(u.sysname) + " " + u.machine : "unknown";
     long n = sysconf(_SC_NPROCESSORS_ONLN);
     info.cores = n > 0 ? int(n) : 1;
     return info;
@@ -168,6 +173,24 @@ std::string os::dateTime()
     time_t now = time(nullptr);
     tm local;
     localtime_r(&now, &local);
+    // a German run keeps the locale of the settings; another language its own, where the
+    // machine has it, else the neutral one
+    if (!DD::german()) {
+        static std::string timeLanguage;
+        static locale_t timeLocale = locale_t(0);
+        if (timeLanguage != DD::language()) {
+            if (timeLocale) freelocale(timeLocale);
+            timeLanguage = DD::language();
+            timeLocale = locale_t(0);
+            std::string lang = timeLanguage, upper = lang;
+            for (char& c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
+            for (const std::string& name : {lang + "_" + upper + ".UTF-8", std::string(lang == "en" ? "en_GB.UTF-8" : ""),
+                                            std::string(lang == "en" ? "en_US.UTF-8" : "")})
+                if (!name.empty() && !timeLocale) timeLocale = newlocale(LC_TIME_MASK, name.c_str(), locale_t(0));
+            if (!timeLocale) timeLocale = newlocale(LC_TIME_MASK, "C", locale_t(0));
+        }
+        if (timeLocale && strftime_l(buffer, sizeof buffer, "%c", &local, timeLocale) != 0) return buffer;
+    }
     if (strftime(buffer, sizeof buffer, "%c", &local) == 0) return "strftime failed";
     return buffer;
 }

@@ -35,7 +35,8 @@ public:
     // First character of text; for an empty text ";" when the decimal point is ",", else ",".
     static char separatorDefault(const std::string& text, char decimalPoint);
 
-    struct SystemInfo { bool x64; int cores; };
+    // platform: the system and machine the program runs on ("Linux x86_64")
+    struct SystemInfo { bool x64; int cores; std::string platform; };
     static SystemInfo systemInfo();
     struct MemoryInfo {
         unsigned long load;  // percent of memory in use

@@ -1,6 +1,7 @@
 #include "platform/protocol.h"
 #include "platform/progress_line.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -31,6 +32,14 @@ bool g_flush = false;
 int g_anchor = 0;
 std::vector<std::string> g_toc;
 int g_counters[4] = {0, 0, 0, 0};
+int g_firstAnchor[4] = {0, 0, 0, 0};
+std::vector<std::string> g_outputNames;
+// the reads of inp.htm, kept until the page is closed so that it opens with one row per table
+struct InputRead {
+    std::string section, shown, target, line;
+};
+std::vector<InputRead> g_inputReads;
+std::string g_inputSection;
 bool g_throw = true;
 unsigned g_codePage = 0;
 int g_checkE = -1;
@@ -58,7 +67,7 @@ void put(const char* text)
 std::string expandFormat(const char* format, va_list ap, size_t expandSize = 1024, size_t formatSize = 1024)
 {
     std::vector<char> expanded(expandSize), formatted(formatSize);
-    DD::expKey(expanded.data(), expandSize, format);
+    DD::expKey(expanded.data(), expandSize, DD::literal(format));
     vsnprintf(formatted.data(), formatSize, expanded.data(), ap);
     return formatted.data();
 }
@@ -148,6 +157,9 @@ int Prot::open(const std::string& path, const std::string& stylePath)
 void Prot::openFilePages()
 {
     g_anchor = 0;
+    g_outputNames.clear();
+    g_inputReads.clear();
+    g_inputSection.clear();
     auto page = [](const char* name, const char* key) -> FILE* {
         FILE* f = safeOutput::open(filePath(name), false, true);
         if (!f) return nullptr;
@@ -319,6 +331,7 @@ void Prot::message(int severity, const char* format, ...)
     char label[80];
     snprintf(label, sizeof label, "<span class=%s>%s %d</span>", name, word.c_str(), n);
     int anchor = ++g_anchor;
+    if (g_firstAnchor[severity] == 0) g_firstAnchor[severity] = anchor;
     char entry[160];
     snprintf(entry, sizeof entry, "<a href=\"#%d\">%s</a><br>\n", anchor, label);
     g_toc.push_back(entry);
@@ -374,7 +387,7 @@ void Prot::console(int severity, bool withLog, const char* format, ...)
     char text[2048];
     va_list ap;
     va_start(ap, format);
-    vsnprintf(text, sizeof text, format, ap);
+    vsnprintf(text, sizeof text, DD::literal(format), ap);
     va_end(ap);
     static const char* const prefix[4] = {"", "!h", "!w", "!e"};
     if (severity < 0 || severity > 3) severity = SEV_ERROR;
@@ -437,6 +450,7 @@ void Prot::reset()
 {
     g_throw = true;
     for (int& c : g_counters) c = 0;
+    for (int& a : g_firstAnchor) a = 0;
     g_alike.clear();
     g_alikeOrder.clear();
 }
@@ -457,12 +471,73 @@ void Prot::addInputFile(const std::string& name, const std::string& fullPath)
         target = file.lexically_relative(fs::absolute(filePath("")).lexically_normal()).generic_string();
         if (target.empty()) target = fileUrl(file.string());
     }
-    fprintf(g_inp, "<a href=\"%s\" target=_top>%s</a><br>\n", target.c_str(), shown.c_str());
+    char line[4096];
+    snprintf(line, sizeof line, "<a href=\"%s\" target=_top>%s</a><br>\n", target.c_str(), shown.c_str());
+    g_inputReads.push_back({g_inputSection, shown, target, line});
 }
+
+void Prot::inputSection(const std::string& label) { g_inputSection = label; }
+
+namespace {
+
+// the readable name of an input table: the dictionary text of "inp_" and its name without the
+// year and the extension (fruc2024.csv: inp_fruc), or nothing
+std::string inputTableName(const std::string& shown)
+{
+    std::string stem = shown.substr(0, shown.rfind('.'));
+    while (!stem.empty() && std::isdigit(static_cast<unsigned char>(stem.back()))) stem.pop_back();
+    return DD::has("inp_" + stem) ? DD::lookup("inp_" + stem) : std::string();
+}
+
+// inp.htm: first one row per table read (its readable name, how often and in which parts of
+// the run), then every read in the order of the run, grouped by those parts
+void writeInputPage(FILE* f)
+{
+    fputs("<style>\nbody { font-family: \"DejaVu Sans\", Arial, sans-serif; font-size: 10pt; }\n"
+          "table { border-collapse: collapse; background: #FFFFFF; }\n"
+          "td, th { padding: 1px 8px; border-bottom: 1px solid #D7E7F7; text-align: left; }\n"
+          "th { background: #E0E0F0; font-weight: normal; }\ndetails { margin: 2px 0; }\n"
+          "summary { cursor: pointer; }\n</style>\n",
+          f);
+    std::vector<std::string> order;
+    std::map<std::string, std::vector<const InputRead*>> byTarget;
+    for (const InputRead& r : g_inputReads) {
+        auto& reads = byTarget[r.target];
+        if (reads.empty()) order.push_back(r.target);
+        reads.push_back(&r);
+    }
+    fprintf(f, "<table>\n<tr><th>%s</th><th>%s</th><th>%s</th><th>%s</th></tr>\n", DD::lookup("inp_table").c_str(),
+            DD::lookup("inp_meaning").c_str(), DD::lookup("inp_reads").c_str(), DD::lookup("inp_when").c_str());
+    for (const std::string& target : order) {
+        const auto& reads = byTarget[target];
+        const std::string& first = reads.front()->section, &last = reads.back()->section;
+        std::string when = first == last ? first : first + " &ndash; " + last;
+        fprintf(f, "<tr><td><a href=\"%s\" target=_top>%s</a></td><td>%s</td><td>%zu</td><td>%s</td></tr>\n",
+                target.c_str(), reads.front()->shown.c_str(), inputTableName(reads.front()->shown).c_str(), reads.size(),
+                when.c_str());
+    }
+    fputs("</table>\n", f);
+    fprintf(f, "<p>%s</p>\n", DD::lookup("inp_everyRead").c_str());
+    for (size_t i = 0; i < g_inputReads.size();) {
+        size_t j = i;
+        while (j < g_inputReads.size() && g_inputReads[j].section == g_inputReads[i].section) ++j;
+        fprintf(f, "<details><summary>%s (%zu)</summary>\n", g_inputReads[i].section.c_str(), j - i);
+        for (; i < j; ++i) fputs(g_inputReads[i].line.c_str(), f);
+        fputs("</details>\n", f);
+    }
+    g_inputReads.clear();
+}
+
+} // namespace
+
+const std::vector<std::string>& Prot::outputFiles() { return g_outputNames; }
+
+int Prot::firstAnchor(int severity) { return severity >= 0 && severity <= 3 ? g_firstAnchor[severity] : 0; }
 
 void Prot::addOutputFile(const std::string& name)
 {
     if (!g_out) return;
+    if (std::find(g_outputNames.begin(), g_outputNames.end(), name) == g_outputNames.end()) g_outputNames.push_back(name);
     fprintf(g_out, "<a href=\"../%s\" target=_blank>%s</a><br>\n", name.c_str(), name.c_str());
 }
 
@@ -473,6 +548,7 @@ std::string Prot::filePath(const std::string& name) { return g_directory + g_var
 
 void Prot::close()
 {
+    if (g_inp) writeInputPage(g_inp);
     for (FILE** f : {&g_inp, &g_out}) {
         if (!*f) continue;
         fputs("</body>\n</html>\n", *f);

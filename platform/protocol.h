@@ -3,6 +3,7 @@
 #pragma once
 #include <cstdio>
 #include <string>
+#include <vector>
 
 enum Severity { SEV_NONE = 0, SEV_HINT = 1, SEV_WARNING = 2, SEV_ERROR = 3 };
 
@@ -33,7 +34,13 @@ public:
     static bool throwing();
     static void setFlush(bool on);
     static void addInputFile(const std::string& name, const std::string& fullPath);
+    // the part of the run whose reads follow in inp.htm (a year), shown as a group there
+    static void inputSection(const std::string& label);
     static void addOutputFile(const std::string& name);
+    // the names given to addOutputFile since the file pages were opened, each once, in order
+    static const std::vector<std::string>& outputFiles();
+    // the anchor in index.html of the first message of a severity shown in this run; 0 for none
+    static int firstAnchor(int severity);
     static bool level(int level);
     static int protocolLevel();
     static std::string filePath(const std::string& name);

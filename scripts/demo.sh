@@ -22,6 +22,7 @@ echo
 echo "results:   $(pwd)/demo/demo/ (gem2024.csv .. gem2040.csv population by region, group, sex and age;"
 echo "           bew.csv, bewgem.csv population movements; README.md tells their columns;"
 echo "           population_long.csv, movements_long.csv all years for R and pandas)"
+echo "overview:  $(pwd)/demo/demo/prot/results.htm (population chart, districts, components of change)"
 echo "protocol:  $(pwd)/demo/demo/prot/index.html"
 echo "statistics preparation: $(pwd)/demo/prot.htm"
 ./App/orvane shp2plt -d demo/ -r demo/gem2024.csv,demo/gem2040.csv -s 2024:2040 -c -l \

@@ -26,6 +26,30 @@ bool g_separatorBuilt = false;
 
 // the open streams: true for a pipe, false for a command file
 std::map<FILE*, bool> g_streams;
+// the error log of each pipe: what gnuplot says goes into the protocol, not onto the console
+std::map<FILE*, std::string> g_pipeLogs;
+
+// the lines gnuplot wrote to its error stream, as a warning block of the protocol; the note on
+// the decimal sign and the count of frames of an animation are no warnings
+void reportLog(FILE* protocol, const std::string& logPath)
+{
+    FILE* log = fopen(logPath.c_str(), "r");
+    if (!log) return;
+    char line[256];
+    bool warned = false;
+    while (fgets(line, sizeof line, log)) {
+        if (std::strncmp(line, "decimal_sign", 12) == 0) continue;
+        if (std::strstr(line, "frames in animation sequence")) continue;
+        if (protocol) {
+            if (!warned) fputs("<pre>gnuplot warning\n", protocol);
+            fputs(line, protocol);
+        }
+        warned = true;
+    }
+    if (warned && protocol) fputs("</pre>\n", protocol);
+    fclose(log);
+    remove(logPath.c_str());
+}
 int g_pipes = 0;
 struct sigaction g_oldPipeAction;
 
@@ -159,8 +183,10 @@ FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, c
         }
         errno = 0;
         FILE* pipe = nullptr;
+        // with saveLog the error stream goes to a log of this plot, read into the protocol at the close
+        std::string logPath = plot::saveLog && protocol ? Prot::filePath(std::string("gnuplot_") + name + ".log") : "";
         if (onSearchPath(program))
-            pipe = popen(program.c_str(), "w");
+            pipe = popen(logPath.empty() ? program.c_str() : (program + " 2>" + quotePath(logPath)).c_str(), "w");
         else
             errno = ENOENT;
         int e = errno;
@@ -173,6 +199,7 @@ FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, c
             return nullptr;
         }
         g_streams[pipe] = true;
+        if (!logPath.empty()) g_pipeLogs[pipe] = logPath;
         return pipe;
     }
     std::string path = commandFile(name);
@@ -197,6 +224,10 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
     if (isPipe) {
         int status = exitCode(pclose(stream));
         pipeClosed();
+        if (auto log = g_pipeLogs.find(stream); log != g_pipeLogs.end()) {
+            reportLog(protocol, log->second);
+            g_pipeLogs.erase(log);
+        }
         if (level > 2)
             fprintf(protocol, "<pre>CD=%s\n%d=PLOT_CLOSE_PIPE\n</pre>\n", os::currentDirectory().c_str(), status);
         if (status != 0) Prot::message(SEV_WARNING, "gnuplot call failed");
@@ -218,23 +249,7 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
                 status, command);
         if (status != 0) fprintf(protocol, "<code>%s</code><br>\n", strerror(e));
     }
-    if (plot::saveLog) {
-        if (FILE* log = fopen(logPath.c_str(), "r")) {
-            char line[256];
-            bool warned = false;
-            while (fgets(line, sizeof line, log)) {
-                if (std::strncmp(line, "decimal_sign", 12) == 0) continue;
-                if (protocol) {
-                    if (!warned) fputs("<pre>gnuplot warning\n", protocol);
-                    fputs(line, protocol);
-                }
-                warned = true;
-            }
-            if (warned && protocol) fputs("</pre>\n", protocol);
-            fclose(log);
-            remove(logPath.c_str());
-        }
-    }
+    if (plot::saveLog) reportLog(protocol, logPath);
     return status;
 }
 

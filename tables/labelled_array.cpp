@@ -142,6 +142,11 @@ std::string tooltipped(const std::string& shown, const std::string& key) {
     return "<a title=\"" + DD::lookup(key) + "\"><span class=tooltip>" + shown + "</span></a>";
 }
 
+// the readable name of an array beside its code, where the dictionary has one
+std::string longName(const std::string& key) {
+    return known(key) ? ": <span class=longname>" + DD::lookup(key) + "</span>" : std::string();
+}
+
 double autoTotal(int kind, const double* data, size_t n) {
     double s = 0;
     switch (kind) {
@@ -377,7 +382,7 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
     LADest dest;
     dest.format = matrixFormat();
     if (ini::AUSGABE_EINZELWERTE <= 0) {
-        if (prot) fprintf(prot, "%s %s<br>\n", word.c_str(), shown.c_str());
+        if (prot) fprintf(prot, "%s %s%s<br>\n", word.c_str(), shown.c_str(), longName(key).c_str());
         return LADest{};
     }
     if (ini::AUSGABE_EINZELWERTE == 1) {
@@ -393,9 +398,9 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
         if (prot) {
             // a link holds no link: the explanation of the name becomes the link's own title
             std::string linkTitle = known(key) ? " title=\"" + DD::lookup(key) + "\"" : "";
-            fprintf(prot, "%s <a href=\"%s\" target=_blank%s>%s%s</a><br>\n", word.c_str(), file.c_str(),
+            fprintf(prot, "%s <a href=\"%s\" target=_blank%s>%s%s</a>%s<br>\n", word.c_str(), file.c_str(),
                     linkTitle.c_str(), known(key) ? ("<span class=tooltip>" + std::string(name) + "</span>").c_str() : name,
-                    extra.c_str());
+                    extra.c_str(), longName(key).c_str());
         }
         dest.f = f;
         dest.sideFile = true;
@@ -420,7 +425,7 @@ LADest laTitle(FILE* stream, const char* name, int kind, double sum, const char*
     case LA_NUMBER: fprintf(f, " &Sigma;: %s", csvFormatDouble(sum, kind).c_str()); break;
     case LA_DIFF: fprintf(f, " %s: %s", DD::lookup("meanabs").c_str(), csvFormatDouble(sum, 3).c_str()); break;
     case LA_UNKNOWN:
-        if (sum > 0) fprintf(f, " Anzahl undefinierte Werte: %.0f", sum);
+        if (sum > 0) fprintf(f, DD::literal(" Anzahl undefinierte Werte: %.0f"), sum);
         break;
     default: break;
     }

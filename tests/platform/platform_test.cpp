@@ -4,9 +4,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "platform/dictionary.h"
+#include "platform/operating_system.h"
 #include "platform/option_scanner.h"
 #include "platform/settings.h"
 
@@ -109,6 +111,31 @@ TEST_F(Dictionary, ExpandsMacrosRecursivelyWithoutTildes)
     EXPECT_EQ(DD::expKey(small, sizeof small, "@long;"), 1);
     EXPECT_EQ(std::string(small).size(), 127u);
     EXPECT_EQ(DD::expKey(small, sizeof small, "plain"), 0);
+}
+
+TEST(Dictionary2, LiteralGermanTextsFollowTheLanguage)
+{
+    std::string dir = tempDir("ddlit");
+    std::filesystem::create_directories(dir + "/App");
+    const char* const texts = "<data-dictionary><k id=\"de:%d Gebiete ohne Grenze\">%d regions without a bound</k>"
+                              "<k id=\"de:Falsch %d\">Wrong %s</k></data-dictionary>";
+    std::ofstream(dir + "/App/datadict_en.xml") << texts;
+    std::ofstream(dir + "/App/datadict_de.xml") << texts;
+    std::string saved = si::appDir;
+    si::appDir = dir + "/App/";
+    const char* german = "%d Gebiete ohne Grenze";
+    DD::clear();
+    DD::load("en", {});
+    EXPECT_STREQ(DD::literal(german), "%d regions without a bound");
+    EXPECT_STREQ(DD::literal("Falsch %d"), "Falsch %d");       // a translation that would misread its value
+    EXPECT_STREQ(DD::literal("Unbekannt"), "Unbekannt");       // none in the dictionary
+    EXPECT_TRUE(std::regex_search(os::dateTime(), std::regex("^(Mon|Tue|Wed|Thu|Fri|Sat|Sun) ")));
+    DD::clear();
+    DD::load("de", {});
+    EXPECT_EQ(DD::literal(german), german);                     // a German run keeps its text
+    DD::clear();
+    si::appDir = saved;
+    std::filesystem::remove_all(dir);
 }
 
 TEST(Dictionary2, EmptyLanguageLooksForTheBareName)

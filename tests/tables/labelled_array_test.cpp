@@ -211,7 +211,7 @@ TEST_F(LaTest, RegionKeysAndTooltip) {
     // only a line when single values are off
     ini::AUSGABE_EINZELWERTE = 0;
     out = capture([&](FILE* f) { laPrint1(a, f, "C.NGZ\0", nullptr, LA_RATE); });
-    EXPECT_EQ(out, "[rate] <a title=\"Neubau je Gebiet\"><span class=tooltip>DG1IN</span></a><br>\n");
+    EXPECT_EQ(out, "[rate] <a title=\"Neubau je Gebiet\"><span class=tooltip>DG1IN</span></a>: <span class=longname>Neubau je Gebiet</span><br>\n");
 }
 
 TEST_F(LaTest, SideFilesNumberedByFormat) {
