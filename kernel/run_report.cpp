@@ -180,14 +180,14 @@ void RK::report()
     // the conventions of the mean of the year, off unless their option is set
     if (on) {
         const double births = opt::get("$MIDYEAR_BIRTHS", 0), exposure = opt::get("$MIDYEAR_EXPOSURE", 0);
-        Prot::raw("<table>\n<caption>Konventionen des Jahres</caption>\n");
+        Prot::raw("<table>\n<caption>%s</caption>\n", DD::literal("Konventionen des Jahres"));
         Prot::raw("<tr><th class=l>$MIDYEAR_BIRTHS</th><td>%g</td><td>%s</td></tr>\n", births,
-                  births != 0 ? "Geburten auf die mittlere Zahl der Frauen (Jahresanfang + Jahresende) / 2"
-                              : "Geburten auf die Frauen am Jahresanfang");
+                  DD::literal(births != 0 ? "Geburten auf die mittlere Zahl der Frauen (Jahresanfang + Jahresende) / 2"
+                                          : "Geburten auf die Frauen am Jahresanfang"));
         Prot::raw("<tr><th class=l>$MIDYEAR_EXPOSURE</th><td>%g</td><td>%s</td></tr>\n", exposure,
-                  exposure != 0 ? "Fortziehende sterben ein halbes Jahr, Zuziehende zur halben Rate des nächsten "
-                                  "Alters (Neugeborene 2/3)"
-                                : "alle Ströme auf derselben Bevölkerung");
+                  DD::literal(exposure != 0 ? "Fortziehende sterben ein halbes Jahr, Zuziehende zur halben Rate des "
+                                              "nächsten Alters (Neugeborene 2/3)"
+                                            : "alle Ströme auf derselben Bevölkerung"));
         Prot::raw("</table>\n");
     }
 
