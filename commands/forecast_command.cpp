@@ -19,6 +19,8 @@
 #include "tables/expression.h"
 #include "tables/labelled_array.h"
 #include "commands/run_failure.h"
+#include "ensemble/ensemble_driver.h"
+#include "tables/input_reader.h"
 
 int callbackFlag = 0;
 std::string language = "de";
@@ -27,7 +29,7 @@ char** commandArgv = nullptr;
 
 namespace {
 
-const char* const USAGE = "usage: orvane -c -d directory -l language -p -v version -w working_dir";
+const char* const USAGE = "usage: orvane -c -d directory -j jobs -l language -p -v version -w working_dir";
 constexpr int BUILD = 1924;
 
 // runs a command line through the shell; a start that fails is shown with the current directory
@@ -179,16 +181,38 @@ int orvane(int argc, char** argv)
     int errors = 0;
     VariantRequest request;
     bool optionFailed = false;
+    std::vector<std::string> optionTexts;
+    int jobs = 0;
+    // -e seed:directory: this run is a member of the ensemble of the variant in that directory
+    std::string memberOf;
+    double memberSeed = 0;
     int c;
-    while ((c = scan(argc, argv, "cd:l:o:pv:w:")) != -1) {
+    while ((c = scan(argc, argv, "cd:e:j:l:o:pv:w:")) != -1) {
         switch (c) {
         case 'c': callbackFlag = 1; break;
         case 'd':
             si::Directory = scan.optarg;
             request.directoryGiven = true;
             break;
+        case 'e': {
+            std::string text = scan.optarg;
+            size_t colon = text.find(':');
+            char* end = nullptr;
+            memberSeed = std::strtod(text.c_str(), &end);
+            if (colon == std::string::npos || end != text.c_str() + colon || memberSeed < 0) ++errors;
+            else memberOf = text.substr(colon + 1);
+            break;
+        }
+        case 'j': {
+            char* end = nullptr;
+            long n = std::strtol(scan.optarg, &end, 10);
+            if (*scan.optarg == 0 || *end != 0 || n < 1) ++errors;
+            else jobs = int(n);
+            break;
+        }
         case 'l': language = scan.optarg; break;
         case 'o':
+            optionTexts.push_back(scan.optarg);
             // a forecast under a mistyped option is not the one asked for
             if (!runOptionText(scan.optarg)) optionFailed = true;
             // -o includes the effect of -p
@@ -210,6 +234,21 @@ int orvane(int argc, char** argv)
         return 1;
     }
     if (optionFailed) return 1;
+    const bool member = !memberOf.empty();
+    if (member) {
+        // a member is one of many processes on the machine: its loops run on one core; it draws
+        // from its own seed, or is the deterministic forecast (seed 0), and starts no ensemble
+        os::setParallel(false);
+        setMemberOf(memberOf);
+        opt::set("$ENSEMBLE", 0);
+        if (memberSeed >= 1) {
+            opt::set("$SEED", memberSeed);
+            if (opt::get("$MONTE_CARLO", 0) == 0) opt::set("$MONTE_CARLO", 1);
+        } else {
+            opt::set("$MONTE_CARLO", 0);
+        }
+    }
+    const int ensembleMembers = static_cast<int>(opt::get("$ENSEMBLE", 0));
     int cores = os::systemInfo().cores;
     ini::RUNFORECAST = si::varInt("DEFAULTS", "RUNFORECAST", 1, si::Directory, si::Version);
     ini::AUSGABE_PROTOKOLL = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
@@ -263,6 +302,17 @@ int orvane(int argc, char** argv)
             // the run object takes the dimensions and modules of the repaired variant file
             run.loadSettings();
             status = RK::PRO(&run);
+            if (status == 0 && ensembleMembers > 0) {
+                EnsembleRequest ensemble;
+                ensemble.members = ensembleMembers;
+                ensemble.jobs = jobs;
+                ensemble.directory = si::Directory;
+                ensemble.version = si::Version;
+                ensemble.language = language;
+                ensemble.optionTexts = optionTexts;
+                ensemble.variantSeed = opt::get("$MONTE_CARLO", 0);
+                status = runEnsemble(ensemble);
+            }
             // the front end's closing step, after the protocol is closed
             if (callbackFlag && ini::RUNFORECAST == 1) runCallback("CALLBACK2");
         }

@@ -192,6 +192,17 @@ std::string tableFileName(const FileEntry& file, int number)
 }
 
 const std::string& readingName() { return g_readingName; }
+
+namespace {
+// An ensemble member works in its own directory: after that, its tables are looked for where
+// the variant's own forecast finds them.
+std::string g_memberOf;
+} // namespace
+
+void setMemberOf(const std::string& variantDirectory)
+{
+    g_memberOf = variantDirectory.empty() ? std::string() : withSlash(variantDirectory);
+}
 CsvReader* readingReader() { return g_readingReader; }
 
 std::map<long long, long>& regionKeyUse()
@@ -209,6 +220,7 @@ namespace {
 // beside the base. A link name.lnk is followed at each place.
 std::vector<std::string> searchPlaces(const std::string& base)
 {
+    if (!g_memberOf.empty()) return {base, g_memberOf, g_memberOf + "../", g_memberOf + "../_variant/"};
     return {base, base + "../", base + "../_variant/"};
 }
 
