@@ -176,7 +176,13 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
         if (drawn) fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", alt.c_str(), name.c_str());
         else fprintf(f, "<p>%s: could not launch gnuplot</p>\n", alt.c_str());
     };
-    for (const auto& [area, s] : population) {
+    // the study area first, then the aggregates
+    std::vector<std::string> areas;
+    if (population.count("all")) areas.push_back("all");
+    for (const auto& [area, s] : population)
+        if (area != "all") areas.push_back(area);
+    for (const std::string& area : areas) {
+        const Series& s = population[area];
         std::string title = areaTitle(area);
         fprintf(f, "<h2>%s</h2>\n", title.c_str());
         std::string base = "ensemble_" + fileSafe(area);

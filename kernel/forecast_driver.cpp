@@ -156,8 +156,10 @@ int RK::PRO(Orvane* orvane)
             std::mt19937_64 ownStream = runGenerator();
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
             if (ownSeed) {
-                // the stream goes on where the input tables left it
+                // the stream goes on where the input tables left it; a run of its own seed
+                // draws up to the limit its options give, not the one before the first year
                 mc->seed = ownSeed;
+                mc->limit = static_cast<int>(opt::get("$RANDOMLIMIT", 100));
                 runGenerator() = ownStream;
                 Prot::writeln(1, "@monte_carlo_seed; %llu", (unsigned long long)ownSeed);
             }
