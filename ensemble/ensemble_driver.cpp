@@ -35,6 +35,16 @@ std::string memberName(int i)
     return name;
 }
 
+// the first error of a failed run, from the console lines of its directory
+std::string firstError(const std::string& runDirectory)
+{
+    std::ifstream in(runDirectory + "prot.tmp");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("!e", 0) == 0) return line.substr(2);
+    return {};
+}
+
 // the last line the run wrote to its console that says something
 std::string lastWords(const std::string& consoleFile)
 {
@@ -152,7 +162,8 @@ int runEnsemble(const EnsembleRequest& r)
                 return;
             }
         } else if (m.error.empty()) {
-            m.error = !run.failure.empty() ? run.failure : lastWords(run.consoleFile);
+            m.error = !run.failure.empty() ? run.failure : firstError(work + m.name + "/");
+            if (m.error.empty()) m.error = lastWords(run.consoleFile);
             if (m.error.empty()) m.error = "exit status " + std::to_string(run.status);
         }
         ++failed;
