@@ -19,6 +19,7 @@
 #include "tables/expression.h"
 #include "tables/labelled_array.h"
 #include "commands/run_failure.h"
+#include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
 #include "tables/input_reader.h"
 
@@ -249,6 +250,21 @@ int orvane(int argc, char** argv)
         }
     }
     const int ensembleMembers = static_cast<int>(opt::get("$ENSEMBLE", 0));
+    EnsembleRequest ensemble;
+    ensemble.members = ensembleMembers;
+    ensemble.jobs = jobs;
+    ensemble.language = language;
+    ensemble.optionTexts = optionTexts;
+    ensemble.variantSeed = opt::get("$MONTE_CARLO", 0);
+    bool ensembleRan = false;
+    if (ensembleMembers > 0 && clusterJoin().rank != 0) {
+        // a further rank of a cluster: only members, the variant's own forecast is rank 0's
+        ensemble.directory = si::Directory;
+        ensemble.version = si::Version;
+        int status = runEnsemble(ensemble);
+        clusterLeave();
+        return status;
+    }
     int cores = os::systemInfo().cores;
     ini::RUNFORECAST = si::varInt("DEFAULTS", "RUNFORECAST", 1, si::Directory, si::Version);
     ini::AUSGABE_PROTOKOLL = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
@@ -302,16 +318,13 @@ int orvane(int argc, char** argv)
             // the run object takes the dimensions and modules of the repaired variant file
             run.loadSettings();
             status = RK::PRO(&run);
-            if (status == 0 && ensembleMembers > 0) {
-                EnsembleRequest ensemble;
-                ensemble.members = ensembleMembers;
-                ensemble.jobs = jobs;
+            if (ensembleMembers > 0) {
                 ensemble.directory = si::Directory;
                 ensemble.version = si::Version;
-                ensemble.language = language;
-                ensemble.optionTexts = optionTexts;
-                ensemble.variantSeed = opt::get("$MONTE_CARLO", 0);
-                status = runEnsemble(ensemble);
+                ensemble.variantRunOk = status == 0;
+                ensembleRan = true;
+                int ensembleStatus = runEnsemble(ensemble);
+                if (status == 0) status = ensembleStatus;
             }
             // the front end's closing step, after the protocol is closed
             if (callbackFlag && ini::RUNFORECAST == 1) runCallback("CALLBACK2");
@@ -327,5 +340,12 @@ int orvane(int argc, char** argv)
     Prot::summariseAlike();
     Trace::clear();
     DD::clear();
+    // the further ranks of a cluster wait for rank 0: a forecast that did not run releases them
+    if (ensembleMembers > 0 && !ensembleRan) {
+        ensemble.variantRunOk = false;
+        runEnsemble(ensemble);
+        if (status == 0) status = 1;
+    }
+    clusterLeave();
     return status;
 }

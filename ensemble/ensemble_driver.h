@@ -13,6 +13,7 @@ struct EnsembleRequest {
     std::string language = "de";
     std::vector<std::string> optionTexts;  // the -o texts of the variant's own run
     double variantSeed = 0;                // $MONTE_CARLO of the variant's own run
+    bool variantRunOk = true;              // the variant's own forecast (on rank 0) ended well
 };
 
 // the seed of the variant: $MONTE_CARLO when it is a seed, a draw of the system's random source
@@ -24,4 +25,7 @@ uint64_t memberSeed(uint64_t variantSeed, int member);
 
 // Runs the ensemble after the variant's own forecast and writes <directory><version>/ensemble/.
 // 0, or 1 when a member failed (the others' results are kept) or nothing could be gathered.
+// Under mpirun or srun every rank calls it: rank 0 after the variant's own forecast, the others
+// at once; the members are dealt out to the ranks, and rank 0 gathers their summaries and writes
+// the quantiles and the page.
 int runEnsemble(const EnsembleRequest& request);
