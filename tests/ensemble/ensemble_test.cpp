@@ -6,12 +6,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cmath>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
 #include "tests/sandbox.h"
 
@@ -263,4 +265,30 @@ TEST(EnsembleStatistics, TheMeanApproachesTheForecastAndBirthsSpreadAsBinomialDr
     std::printf("variance of the births of a region and year: %g (binomial 16)\n", pooled / 40);
     // all 40 cells together: standard error about 0.22
     EXPECT_NEAR(pooled / 40, 16, 1.0);
+}
+
+TEST(EnsembleCluster, OneRankAndTwoRanksWriteTheSameQuantiles)
+{
+    if (!clusterBuiltIn() || std::system("command -v mpirun >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "built without MPI or no mpirun";
+    Area s(4);
+    auto mpirun = [&](int ranks) {
+        std::string cmd = "cd '" + s.root() + "' && env -u LC_ALL LANG=C.UTF-8 XDG_CONFIG_HOME='" + s.root() +
+                          "/cfg' OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 mpirun -np " +
+                          std::to_string(ranks) + " --oversubscribe ./App/orvane orvane -d var/ -v v -o " +
+                          "'option($ENSEMBLE 5)' >.mpi.out 2>&1 </dev/null";
+        return std::system(cmd.c_str());
+    };
+    ASSERT_EQ(mpirun(1), 0) << s.read(".mpi.out");
+    std::string q1 = s.read("var/v/ensemble/ensemble_quantiles.csv");
+    std::string c1 = s.read("var/v/ensemble/ensemble_components_quantiles.csv");
+    ASSERT_EQ(mpirun(2), 0) << s.read(".mpi.out");
+    EXPECT_NE(s.read(".mpi.out").find("2 ranks"), std::string::npos);
+    EXPECT_EQ(s.read("var/v/ensemble/ensemble_quantiles.csv"), q1);
+    EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), c1);
+    // and without the launcher, the same
+    ASSERT_EQ(s.ensemble(5, 2).status, 0);
+    EXPECT_EQ(s.read("var/v/ensemble/ensemble_quantiles.csv"), q1);
+    // rank 1's members reached rank 0
+    EXPECT_EQ(plain(s.read("var/v/ensemble/members.csv")).size(), 6u);
 }
