@@ -21,6 +21,7 @@
 #include "commands/run_failure.h"
 #include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
+#include "ensemble/scenario_comparison.h"
 #include "tables/input_reader.h"
 
 int callbackFlag = 0;
@@ -325,6 +326,19 @@ int orvane(int argc, char** argv)
                 ensembleRan = true;
                 int ensembleStatus = runEnsemble(ensemble);
                 if (status == 0) status = ensembleStatus;
+            }
+            // scenarios side by side: the further variants of [SZENARIEN], each as if run alone
+            if (status == 0 && !member) {
+                ScenarioRequest scenarios;
+                scenarios.directory = si::Directory;
+                scenarios.variants = scenariosOf(si::Directory, si::Version);
+                if (!scenarios.variants.empty()) {
+                    scenarios.variants.insert(scenarios.variants.begin(), si::Version);
+                    scenarios.jobs = jobs;
+                    scenarios.language = language;
+                    scenarios.optionTexts = optionTexts;
+                    status = runScenarios(scenarios);
+                }
             }
             // the front end's closing step, after the protocol is closed
             if (callbackFlag && ini::RUNFORECAST == 1) runCallback("CALLBACK2");

@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 
+#include "ensemble/result_tables.h"
 #include "platform/settings.h"
 
 const char* const componentNames[COMPONENTS] = {"births", "deaths", "moves_in", "moves_out", "net_migration"};
@@ -21,32 +22,6 @@ namespace {
 constexpr int MOVEMENTS = 15;
 constexpr int movementSign[MOVEMENTS] = {-1, -1, -1, -1, -1, -1, -1, +1, +1, +1, +1, +1, +1, -1, +1};
 bool isMove(int k) { return k >= 1 && k <= 12; }
-
-// the data rows of a result table: its cells, without the byte order mark and the comment lines
-bool readResultTable(const std::string& path, std::vector<std::vector<std::string>>& rows, std::string& error)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": " + std::strerror(errno);
-        return false;
-    }
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> cells;
-        size_t start = 0;
-        for (;;) {
-            size_t end = line.find(si::separator, start);
-            cells.push_back(line.substr(start, end - start));
-            if (end == std::string::npos) break;
-            start = end + 1;
-        }
-        rows.push_back(std::move(cells));
-    }
-    return true;
-}
 
 bool whole(const std::string& text, long long& value)
 {

@@ -1,0 +1,34 @@
+#include "ensemble/result_tables.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "platform/settings.h"
+
+// the data rows of a result table: its cells, without the byte order mark and the comment lines
+bool readResultTable(const std::string& path, std::vector<std::vector<std::string>>& rows, std::string& error)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line[0] == '#') continue;
+        std::vector<std::string> cells;
+        size_t start = 0;
+        for (;;) {
+            size_t end = line.find(si::separator, start);
+            cells.push_back(line.substr(start, end - start));
+            if (end == std::string::npos) break;
+            start = end + 1;
+        }
+        rows.push_back(std::move(cells));
+    }
+    return true;
+}
+
