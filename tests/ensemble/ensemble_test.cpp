@@ -292,3 +292,41 @@ TEST(EnsembleCluster, OneRankAndTwoRanksWriteTheSameQuantiles)
     // rank 1's members reached rank 0
     EXPECT_EQ(plain(s.read("var/v/ensemble/members.csv")).size(), 6u);
 }
+
+TEST(Scenarios, FurtherVariantsRunAsIfAloneAndAreComparedWithTheFirst)
+{
+    // v with 100 women per region; its scenario w has 150 (its own start population)
+    Area s(2);
+    s.write("var/v.ini", s.read("var/v.ini") + "[SZENARIEN]\n1=w\n");
+    s.write("var/w.ini", s.read("var/v.ini").substr(0, s.read("var/v.ini").find("[SZENARIEN]")));
+    s.write("var/w/gem2023.csv", "2023;1..2;1;1;1;150\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    // the section stays in the variant file
+    EXPECT_NE(s.read("var/v.ini").find("[SZENARIEN]\n1=w"), std::string::npos);
+    // the scenario's results are those of a run of it alone
+    std::string together = s.read("var/w/gem2025.csv");
+    ASSERT_EQ(s.run({"orvane", "-d", "var/", "-v", "w"}).status, 0);
+    auto data = [](const std::string& t) { return t.substr(t.find('\n', t.find('\n') + 1)); };
+    EXPECT_EQ(data(s.read("var/w/gem2025.csv")), data(together));
+    // 2 regions of 100 (150) women and 20 (30) children a year each
+    std::string header;
+    Rows rows = plain(s.read("var/v/scenarios.csv"), &header);
+    EXPECT_EQ(header, "year,area,variant,population,difference");
+    std::map<std::string, std::pair<std::string, std::string>> at;
+    for (const auto& row : rows) at[row[0] + "," + row[1] + "," + row[2]] = {row[3], row[4]};
+    EXPECT_EQ(at["2025,all,v"], std::make_pair(std::string("280"), std::string("0")));
+    EXPECT_EQ(at["2025,all,w"], std::make_pair(std::string("420"), std::string("140")));
+    EXPECT_EQ(at["2023,agg1,w"], std::make_pair(std::string("300"), std::string("100")));
+    std::string page = s.read("var/v/prot/scenarios.html");
+    EXPECT_NE(page.find("src=\"scenarios_all.png\""), std::string::npos);
+    EXPECT_NE(page.find("src=\"scenarios_agg1.png\""), std::string::npos);
+    // a scenario that fails is named, the comparison keeps the others
+    std::string ini = s.read("var/v.ini");
+    ini.replace(ini.find("1=w\n"), 4, "1=w\n2=nowhere\n");
+    s.write("var/v.ini", ini);
+    r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("scenario nowhere failed: exit status 1"), std::string::npos) << r.err;
+    EXPECT_EQ(plain(s.read("var/v/scenarios.csv")).size(), rows.size());
+}
