@@ -1,6 +1,7 @@
 #include "ensemble/ensemble_driver.h"
 
 #include <cerrno>
+#include <chrono>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -239,6 +240,7 @@ int runEnsemble(const EnsembleRequest& r)
         run.arguments.push_back("-o");
         run.arguments.push_back("option($GEMALL 2)");
     }
+    const auto started = std::chrono::steady_clock::now();
     runMembers(runs, jobs, [&](MemberRun& run) {
         Member& m = members[mine[size_t(&run - runs.data())]];
         if (run.status == 0) {
@@ -260,6 +262,7 @@ int runEnsemble(const EnsembleRequest& r)
                 m.error.c_str());
     });
 
+    const auto gatherStart = std::chrono::steady_clock::now();
     // the other ranks send how their members ended and their summaries to rank 0
     if (!root) {
         clusterSend(std::to_string(mine.size()));
@@ -311,6 +314,9 @@ int runEnsemble(const EnsembleRequest& r)
     int status = gatherQuantiles(ens, variantDir, dims, seed, members.size() - 1, failed, members[0].ok,
                                  [&](size_t i) { return members[i].ok; }, [&](size_t i) { return members[i].name; });
     if (!failed) fs::remove_all(work, ec);
+    auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
+    printf("ensemble: members %.3f s, gathering %.3f s\n", seconds(started, gatherStart),
+           seconds(gatherStart, std::chrono::steady_clock::now()));
     std::vector<uint64_t> end = {uint64_t(status)};
     clusterBroadcast(end);
     return status;
