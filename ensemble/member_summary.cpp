@@ -58,10 +58,8 @@ struct Populations {
 // reads year; area; group; sex; age; value into the populations
 bool readPopulation(const std::string& path, Populations& pop, std::string& error)
 {
-    std::vector<std::vector<std::string>> rows;
-    if (!readResultTable(path, rows, error)) return false;
     long line = 0;
-    for (const auto& r : rows) {
+    return readResultRows(path, [&](const std::vector<std::string>& r) {
         ++line;
         long long year, area, g, s, a;
         if (r.size() < 6 || !whole(r[0], year) || !whole(r[1], area) || !whole(r[2], g) || !whole(r[3], s) ||
@@ -70,8 +68,8 @@ bool readPopulation(const std::string& path, Populations& pop, std::string& erro
             return false;
         }
         pop.of(int(year), area)[pop.index(int(g - 1), int(s - 1), int(a / 5))] += cellValue(r[5]);
-    }
-    return true;
+        return true;
+    }, error);
 }
 
 // reads year; area; movements into net movement and the components

@@ -6,8 +6,8 @@
 
 #include "platform/settings.h"
 
-// the data rows of a result table: its cells, without the byte order mark and the comment lines
-bool readResultTable(const std::string& path, std::vector<std::vector<std::string>>& rows, std::string& error)
+bool readResultRows(const std::string& path, const std::function<bool(const std::vector<std::string>&)>& row,
+                    std::string& error)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
@@ -15,11 +15,12 @@ bool readResultTable(const std::string& path, std::vector<std::vector<std::strin
         return false;
     }
     std::string line;
+    std::vector<std::string> cells;
     while (std::getline(in, line)) {
         if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> cells;
+        cells.clear();
         size_t start = 0;
         for (;;) {
             size_t end = line.find(si::separator, start);
@@ -27,8 +28,15 @@ bool readResultTable(const std::string& path, std::vector<std::vector<std::strin
             if (end == std::string::npos) break;
             start = end + 1;
         }
-        rows.push_back(std::move(cells));
+        if (!row(cells)) return false;
     }
     return true;
 }
 
+bool readResultTable(const std::string& path, std::vector<std::vector<std::string>>& rows, std::string& error)
+{
+    return readResultRows(path, [&](const std::vector<std::string>& cells) {
+        rows.push_back(cells);
+        return true;
+    }, error);
+}

@@ -38,10 +38,11 @@ bool populationOf(const std::string& dir, Populations& pop, std::string& error)
     }
     std::sort(files.begin(), files.end());
     for (const std::string& f : files) {
-        std::vector<std::vector<std::string>> rows;
-        if (!readResultTable(dir + f, rows, error)) return false;
-        for (const auto& r : rows)
+        bool read = readResultRows(dir + f, [&](const std::vector<std::string>& r) {
             if (r.size() >= 6) pop[{"all", std::atoi(r[0].c_str())}] += si::parseNumber(r.back());
+            return true;
+        }, error);
+        if (!read) return false;
     }
     if (fs::exists(dir + "agg.csv")) {
         std::vector<std::vector<std::string>> rows;

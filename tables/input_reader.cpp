@@ -319,7 +319,8 @@ int openInput(FILE** opened, FileEntry& file, const std::vector<std::string>& se
     // the first search path is the base; a second one given takes the place of the directory above it
     std::string first = searchPaths.empty() ? std::string() : withSlash(searchPaths[0]);
     std::vector<std::string> places = searchPlaces(first);
-    if (searchPaths.size() > 1) places[1] = withSlash(searchPaths[1]);
+    // (an ensemble member looks where its variant's forecast looks, not in its own directory)
+    if (searchPaths.size() > 1 && g_memberOf.empty()) places[1] = withSlash(searchPaths[1]);
     int err = ENOENT;
     for (const std::string& dir : places) {
         std::string path, shown;
