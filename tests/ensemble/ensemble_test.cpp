@@ -193,7 +193,8 @@ TEST(Ensemble, TheSameNumbersWhateverTheMembersAtOnce)
 {
     Area s(2);
     // the start population in the variant's own directory: the members find it there
-    std::filesystem::rename(s.path("var/gem2023.csv"), s.path("var/v/gem2023.csv"));
+    s.write("var/v/gem2023.csv", s.read("var/gem2023.csv"));
+    std::filesystem::remove(s.path("var/gem2023.csv"));
     ASSERT_EQ(s.ensemble(5, 1).status, 0);
     std::string q1 = s.read("var/v/ensemble/ensemble_quantiles.csv");
     std::string c1 = s.read("var/v/ensemble/ensemble_components_quantiles.csv");
