@@ -31,7 +31,7 @@ char** commandArgv = nullptr;
 
 namespace {
 
-const char* const USAGE = "usage: orvane -c -d directory -j jobs -l language -p -v version -w working_dir";
+const char* const USAGE = "usage: orvane -c -d directory -l language -p -v version -w working_dir";
 constexpr int BUILD = 1924;
 
 // runs a command line through the shell; a start that fails is shown with the current directory
