@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <unistd.h>
 
 #include "ensemble/cluster.h"
 #include "ensemble/fan_chart_page.h"
@@ -102,6 +103,15 @@ uint64_t memberSeed(uint64_t variantSeed, int member)
 
 namespace {
 
+// where the members work: a directory of this process in the system's memory file system when
+// there is one, else `fallback`
+std::string scratchDirectory(const std::string& fallback)
+{
+    std::error_code ec;
+    if (!fs::is_directory("/dev/shm", ec) || access("/dev/shm", W_OK) != 0) return fallback;
+    return "/dev/shm/veldor-ensemble-" + std::to_string(getpid()) + "/";
+}
+
 // rank 0's end: the quantile tables and the page; 0, or 1 when a member failed or nothing
 // could be gathered
 int gatherQuantiles(const std::string& ens, const std::string& variantDir, const Dimensions& dims, uint64_t seed,
@@ -174,7 +184,10 @@ int runEnsemble(const EnsembleRequest& r)
     const bool root = cluster.rank == 0;
     const std::string variantDir = r.directory + r.version + "/";
     const std::string ens = variantDir + "ensemble/";
-    const std::string work = ens + "work/";
+    // the members work in memory where the system offers it (their full results live only until
+    // they are summarised); a failed member's directory is kept in ensemble/work/
+    const std::string kept = ens + "work/";
+    const std::string work = scratchDirectory(kept);
     // the summaries of this rank: rank 0 keeps them in ensemble/, the others send theirs there
     const std::string local = root ? ens : work + "rank" + std::to_string(cluster.rank) + "/";
     std::error_code ec;
@@ -183,8 +196,8 @@ int runEnsemble(const EnsembleRequest& r)
     std::vector<uint64_t> start = {0, 0};
     if (root && r.variantRunOk) {
         fs::remove_all(ens, ec);
-        fs::create_directories(work, ec);
-        if (ec) fprintf(stderr, "%s: %s\n", work.c_str(), ec.message().c_str());
+        fs::create_directories(kept, ec);
+        if (ec) fprintf(stderr, "%s: %s\n", kept.c_str(), ec.message().c_str());
         else start = {1, variantSeedOf(r.variantSeed)};
     }
     clusterBroadcast(start);
@@ -260,6 +273,13 @@ int runEnsemble(const EnsembleRequest& r)
         }
         fprintf(stderr, "ensemble %s (seed %llu) failed: %s\n", m.name.c_str(), (unsigned long long)m.seed,
                 m.error.c_str());
+        if (work != kept) {
+            fs::create_directories(kept, ec);
+            fs::copy(work + m.name, kept + m.name, fs::copy_options::recursive | fs::copy_options::overwrite_existing, ec);
+            fs::copy(work + m.name + ".ini", kept + m.name + ".ini", fs::copy_options::overwrite_existing, ec);
+            fs::copy(run.consoleFile, kept + m.name + ".log", fs::copy_options::overwrite_existing, ec);
+            fs::remove_all(work + m.name, ec);
+        }
     });
 
     const auto gatherStart = std::chrono::steady_clock::now();
@@ -277,6 +297,7 @@ int runEnsemble(const EnsembleRequest& r)
             fs::remove(c, ec);
         }
         fs::remove(local, ec);
+        if (work != kept) fs::remove_all(work, ec);
         std::vector<uint64_t> end = {0};
         clusterBroadcast(end);
         return int(end[0]);
@@ -313,7 +334,8 @@ int runEnsemble(const EnsembleRequest& r)
     }
     int status = gatherQuantiles(ens, variantDir, dims, seed, members.size() - 1, failed, members[0].ok,
                                  [&](size_t i) { return members[i].ok; }, [&](size_t i) { return members[i].name; });
-    if (!failed) fs::remove_all(work, ec);
+    if (work != kept) fs::remove_all(work, ec);
+    if (!failed) fs::remove_all(kept, ec);
     auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
     printf("ensemble: members %.3f s, gathering %.3f s\n", seconds(started, gatherStart),
            seconds(gatherStart, std::chrono::steady_clock::now()));
