@@ -7,14 +7,24 @@
 #include <cstring>
 #include <memory>
 
-double quantile(std::vector<double>& v, double p)
+namespace {
+
+// the quantile of p of values already sorted
+double sortedQuantile(const std::vector<double>& v, double p)
 {
     if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
     double h = double(v.size() - 1) * p;
     size_t j = size_t(std::floor(h));
     if (j + 1 >= v.size()) return v.back();
     return v[j] + (h - double(j)) * (v[j + 1] - v[j]);
+}
+
+} // namespace
+
+double quantile(std::vector<double>& v, double p)
+{
+    std::sort(v.begin(), v.end());
+    return sortedQuantile(v, p);
 }
 
 bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summaries, const std::string& output,
@@ -77,7 +87,8 @@ bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summarie
             sum += values[i];
         }
         line = keyCells(table, key) + plainNumber(sum / double(values.size()));
-        for (double p : quantileLevels) line += "," + plainNumber(quantile(values, p));
+        std::sort(values.begin(), values.end());
+        for (double p : quantileLevels) line += "," + plainNumber(sortedQuantile(values, p));
         line += "\n";
         fwrite(line.data(), 1, line.size(), out);
     }
