@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -19,21 +20,24 @@ namespace {
 using Spread = std::array<double, 1 + quantileLevels.size()>;
 enum { MEAN = 0, Q05 = 1, Q10, Q25, Q50, Q75, Q90, Q95 };
 
-// the cells of a plain long table, without its header
-std::vector<std::vector<std::string>> plainRows(const std::string& path)
+// the rows of a plain long table, without its header, one at a time: only the rows of the
+// study area and the aggregates are split into cells
+void plainRows(const std::string& path, const std::function<void(const std::vector<std::string>&)>& row)
 {
-    std::vector<std::vector<std::string>> rows;
     std::ifstream in(path);
     std::string line;
     std::getline(in, line);
+    std::vector<std::string> cells;
     while (std::getline(in, line)) {
-        std::vector<std::string> cells;
+        size_t comma = line.find(',');
+        if (comma == std::string::npos) continue;
+        if (line.compare(comma + 1, 4, "all,") != 0 && line.compare(comma + 1, 3, "agg") != 0) continue;
+        cells.clear();
         std::stringstream ss(line);
         std::string cell;
         while (std::getline(ss, cell, ',')) cells.push_back(cell);
-        rows.push_back(std::move(cells));
+        row(cells);
     }
-    return rows;
 }
 
 double number(const std::string& s) { return std::strtod(s.c_str(), nullptr); }
@@ -116,8 +120,8 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
     // population of the study area and the aggregates, all groups, sexes and ages together
     std::map<std::string, Series> population, births, net;
     std::map<std::pair<int, int>, Spread> pyramid;
-    for (const auto& c : plainRows(ens + "ensemble_quantiles.csv")) {
-        if (c.size() != 5 + 8) continue;
+    plainRows(ens + "ensemble_quantiles.csv", [&](const std::vector<std::string>& c) {
+        if (c.size() != 5 + 8) return;
         Spread q;
         for (size_t i = 0; i < q.size(); ++i) q[i] = number(c[5 + i]);
         const std::string& area = c[1];
@@ -127,27 +131,27 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
         }
         if (area == "all" && year == page.dims.endYear && c[2] == "all" && c[3] != "all" && c[4] != "all")
             pyramid[{std::atoi(c[3].c_str()), std::atoi(c[4].c_str()) / 5}] = q;
-    }
-    for (const auto& c : plainRows(ens + "ensemble_components_quantiles.csv")) {
-        if (c.size() != 3 + 8) continue;
+    });
+    plainRows(ens + "ensemble_components_quantiles.csv", [&](const std::vector<std::string>& c) {
+        if (c.size() != 3 + 8) return;
         const std::string& area = c[1];
-        if (area != "all" && area.rfind("agg", 0) != 0) continue;
         Spread q;
         for (size_t i = 0; i < q.size(); ++i) q[i] = number(c[3 + i]);
         int year = std::atoi(c[0].c_str());
         if (c[2] == "births") births[area].years[year] = q;
         if (c[2] == "net_migration") net[area].years[year] = q;
-    }
+    });
     if (page.withDeterministic) {
-        for (const auto& c : plainRows(ens + "deterministic_population.csv"))
+        plainRows(ens + "deterministic_population.csv", [&](const std::vector<std::string>& c) {
             if (c.size() == 6 && population.count(c[1]) && c[2] == "all" && c[3] == "all" && c[4] == "all")
                 population[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[5]);
-        for (const auto& c : plainRows(ens + "deterministic_components.csv")) {
-            if (c.size() != 4) continue;
+        });
+        plainRows(ens + "deterministic_components.csv", [&](const std::vector<std::string>& c) {
+            if (c.size() != 4) return;
             if (c[2] == "births" && births.count(c[1])) births[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[3]);
             if (c[2] == "net_migration" && net.count(c[1]))
                 net[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[3]);
-        }
+        });
     }
     if (population.empty()) {
         error = ens + "ensemble_quantiles.csv: no rows of the study area";
