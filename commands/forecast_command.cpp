@@ -19,6 +19,10 @@
 #include "tables/expression.h"
 #include "tables/labelled_array.h"
 #include "commands/run_failure.h"
+#include "ensemble/cluster.h"
+#include "ensemble/ensemble_driver.h"
+#include "ensemble/scenario_comparison.h"
+#include "tables/input_reader.h"
 
 int callbackFlag = 0;
 std::string language = "de";
@@ -182,16 +186,38 @@ int orvane(int argc, char** argv)
     int errors = 0;
     VariantRequest request;
     bool optionFailed = false;
+    std::vector<std::string> optionTexts;
+    int jobs = 0;
+    // -e seed:directory: this run is a member of the ensemble of the variant in that directory
+    std::string memberOf;
+    double memberSeed = 0;
     int c;
-    while ((c = scan(argc, argv, "cd:l:o:pv:w:")) != -1) {
+    while ((c = scan(argc, argv, "cd:e:j:l:o:pv:w:")) != -1) {
         switch (c) {
         case 'c': callbackFlag = 1; break;
         case 'd':
             si::Directory = scan.optarg;
             request.directoryGiven = true;
             break;
+        case 'e': {
+            std::string text = scan.optarg;
+            size_t colon = text.find(':');
+            char* end = nullptr;
+            memberSeed = std::strtod(text.c_str(), &end);
+            if (colon == std::string::npos || end != text.c_str() + colon || memberSeed < 0) ++errors;
+            else memberOf = text.substr(colon + 1);
+            break;
+        }
+        case 'j': {
+            char* end = nullptr;
+            long n = std::strtol(scan.optarg, &end, 10);
+            if (*scan.optarg == 0 || *end != 0 || n < 1) ++errors;
+            else jobs = int(n);
+            break;
+        }
         case 'l': language = scan.optarg; break;
         case 'o':
+            optionTexts.push_back(scan.optarg);
             // a forecast under a mistyped option is not the one asked for
             if (!runOptionText(scan.optarg)) optionFailed = true;
             // -o includes the effect of -p
@@ -213,6 +239,36 @@ int orvane(int argc, char** argv)
         return 1;
     }
     if (optionFailed) return 1;
+    const bool member = !memberOf.empty();
+    if (member) {
+        // a member is one of many processes on the machine: its loops run on one core; it draws
+        // from its own seed, or is the deterministic forecast (seed 0), and starts no ensemble
+        os::setParallel(false);
+        setMemberOf(memberOf);
+        opt::set("$ENSEMBLE", 0);
+        if (memberSeed >= 1) {
+            opt::set("$SEED", memberSeed);
+            if (opt::get("$MONTE_CARLO", 0) == 0) opt::set("$MONTE_CARLO", 1);
+        } else {
+            opt::set("$MONTE_CARLO", 0);
+        }
+    }
+    const int ensembleMembers = static_cast<int>(opt::get("$ENSEMBLE", 0));
+    EnsembleRequest ensemble;
+    ensemble.members = ensembleMembers;
+    ensemble.jobs = jobs;
+    ensemble.language = language;
+    ensemble.optionTexts = optionTexts;
+    ensemble.variantSeed = opt::get("$MONTE_CARLO", 0);
+    bool ensembleRan = false;
+    if (ensembleMembers > 0 && clusterJoin().rank != 0) {
+        // a further rank of a cluster: only members, the variant's own forecast is rank 0's
+        ensemble.directory = si::Directory;
+        ensemble.version = si::Version;
+        int status = runEnsemble(ensemble);
+        clusterLeave();
+        return status;
+    }
     int cores = os::systemInfo().cores;
     ini::RUNFORECAST = si::varInt("DEFAULTS", "RUNFORECAST", 1, si::Directory, si::Version);
     ini::AUSGABE_PROTOKOLL = si::varInt("DEFAULTS", "AUSGABE_PROTOKOLL", 1, si::Directory, si::Version);
@@ -266,6 +322,27 @@ int orvane(int argc, char** argv)
             // the run object takes the dimensions and modules of the repaired variant file
             run.loadSettings();
             status = RK::PRO(&run);
+            if (ensembleMembers > 0) {
+                ensemble.directory = si::Directory;
+                ensemble.version = si::Version;
+                ensemble.variantRunOk = status == 0;
+                ensembleRan = true;
+                int ensembleStatus = runEnsemble(ensemble);
+                if (status == 0) status = ensembleStatus;
+            }
+            // scenarios side by side: the further variants of [SZENARIEN], each as if run alone
+            if (status == 0 && !member) {
+                ScenarioRequest scenarios;
+                scenarios.directory = si::Directory;
+                scenarios.variants = scenariosOf(si::Directory, si::Version);
+                if (!scenarios.variants.empty()) {
+                    scenarios.variants.insert(scenarios.variants.begin(), si::Version);
+                    scenarios.jobs = jobs;
+                    scenarios.language = language;
+                    scenarios.optionTexts = optionTexts;
+                    status = runScenarios(scenarios);
+                }
+            }
             // the front end's closing step, after the protocol is closed
             if (callbackFlag && ini::RUNFORECAST == 1) runCallback("CALLBACK2");
         }
@@ -280,5 +357,12 @@ int orvane(int argc, char** argv)
     Prot::summariseAlike();
     Trace::clear();
     DD::clear();
+    // the further ranks of a cluster wait for rank 0: a forecast that did not run releases them
+    if (ensembleMembers > 0 && !ensembleRan) {
+        ensemble.variantRunOk = false;
+        runEnsemble(ensemble);
+        if (status == 0) status = 1;
+    }
+    clusterLeave();
     return status;
 }

@@ -144,6 +144,10 @@ int RK::PRO(Orvane* orvane)
         systemReport();
         RK::report();
         if (opt::get("$DDTEST", 0) != 0) dictionaryTest();
+        // $SEED: the run's own stream of random numbers, from the input tables on
+        const double seedOption = opt::get("$SEED", 0);
+        const uint64_t ownSeed = seedOption >= 1 ? static_cast<uint64_t>(seedOption) : 0;
+        if (ownSeed) runGenerator().seed(ownSeed);
         RK::input();
         if (opt::get("$ODE", 0) == 0 && orvane) RK::checkCombinations(*orvane);
         std::vector<std::string> old = removeEarlierOutputs();
@@ -154,7 +158,16 @@ int RK::PRO(Orvane* orvane)
             cleanUpPrognose(orvane);
         } else {
             // the switch and the limit are those before the first year has read its options
+            std::mt19937_64 ownStream = runGenerator();
             auto mc = std::make_unique<MonteCarlo>(MONTE_CARLO, RANDOMLIMIT);
+            if (ownSeed) {
+                // the stream goes on where the input tables left it; a run of its own seed
+                // draws up to the limit its options give, not the one before the first year
+                mc->seed = ownSeed;
+                mc->limit = static_cast<int>(opt::get("$RANDOMLIMIT", 100));
+                runGenerator() = ownStream;
+                Prot::writeln(1, "@monte_carlo_seed; %llu", (unsigned long long)ownSeed);
+            }
             if (mc->mode) {
                 Prot::writeln(1, "@monte_carlo; %d", mc->mode);
                 Prot::writeln(1, "@monte_carlo_seed; %llu", (unsigned long long)mc->seed);

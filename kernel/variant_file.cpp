@@ -25,7 +25,7 @@ struct NoCase {
 using Section = std::map<std::string, std::string, NoCase>;
 using Model = std::map<std::string, Section, NoCase>;
 
-const char* const g_protected[] = {"CALLBACK0", "CALLBACK1", "CALLBACK2", "NOTIZ", "PYRAMID"};
+const char* const g_protected[] = {"CALLBACK0", "CALLBACK1", "CALLBACK2", "NOTIZ", "PYRAMID", "SZENARIEN"};
 
 bool isProtected(const std::string& section)
 {

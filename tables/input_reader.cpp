@@ -193,6 +193,17 @@ std::string tableFileName(const FileEntry& file, int number)
 }
 
 const std::string& readingName() { return g_readingName; }
+
+namespace {
+// An ensemble member works in its own directory: after that, its tables are looked for where
+// the variant's own forecast finds them.
+std::string g_memberOf;
+} // namespace
+
+void setMemberOf(const std::string& variantDirectory)
+{
+    g_memberOf = variantDirectory.empty() ? std::string() : withSlash(variantDirectory);
+}
 CsvReader* readingReader() { return g_readingReader; }
 
 std::map<long long, long>& regionKeyUse()
@@ -210,6 +221,7 @@ namespace {
 // beside the base. A link name.lnk is followed at each place.
 std::vector<std::string> searchPlaces(const std::string& base)
 {
+    if (!g_memberOf.empty()) return {base, g_memberOf, g_memberOf + "../", g_memberOf + "../_variant/"};
     return {base, base + "../", base + "../_variant/"};
 }
 
@@ -308,7 +320,8 @@ int openInput(FILE** opened, FileEntry& file, const std::vector<std::string>& se
     // the first search path is the base; a second one given takes the place of the directory above it
     std::string first = searchPaths.empty() ? std::string() : withSlash(searchPaths[0]);
     std::vector<std::string> places = searchPlaces(first);
-    if (searchPaths.size() > 1) places[1] = withSlash(searchPaths[1]);
+    // (an ensemble member looks where its variant's forecast looks, not in its own directory)
+    if (searchPaths.size() > 1 && g_memberOf.empty()) places[1] = withSlash(searchPaths[1]);
     int err = ENOENT;
     for (const std::string& dir : places) {
         std::string path, shown;

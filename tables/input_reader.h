@@ -174,4 +174,7 @@ std::map<long long, long>& regionKeyUse();
 // the table under reading (for messages of other modules): its file name and reader, or
 // nullptr/empty between reads
 const std::string& readingName();
+// an ensemble member's tables: looked for in its own directory, then in the variant directory
+// given here, the directory above it and the shared _variant beside it (empty: the usual places)
+void setMemberOf(const std::string& variantDirectory);
 CsvReader* readingReader();

@@ -1,0 +1,218 @@
+#include "ensemble/fan_chart_page.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "ensemble/quantiles.h"
+#include "platform/settings.h"
+#include "tables/gnuplot_bridge.h"
+
+namespace {
+
+// mean and the quantiles of one row of a quantile table
+using Spread = std::array<double, 1 + quantileLevels.size()>;
+enum { MEAN = 0, Q05 = 1, Q10, Q25, Q50, Q75, Q90, Q95 };
+
+// the rows of a plain long table, without its header, one at a time: only the rows of the
+// study area and the aggregates are split into cells
+void plainRows(const std::string& path, const std::function<void(const std::vector<std::string>&)>& row)
+{
+    std::ifstream in(path);
+    std::string line;
+    std::getline(in, line);
+    std::vector<std::string> cells;
+    while (std::getline(in, line)) {
+        size_t comma = line.find(',');
+        if (comma == std::string::npos) continue;
+        if (line.compare(comma + 1, 4, "all,") != 0 && line.compare(comma + 1, 3, "agg") != 0) continue;
+        cells.clear();
+        std::stringstream ss(line);
+        std::string cell;
+        while (std::getline(ss, cell, ',')) cells.push_back(cell);
+        row(cells);
+    }
+}
+
+double number(const std::string& s) { return std::strtod(s.c_str(), nullptr); }
+
+struct Series {
+    std::map<int, Spread> years;          // year -> spread
+    std::map<int, double> deterministic;  // year -> value of the deterministic forecast
+};
+
+// the area's text as the tables write it, and its title
+std::string areaTitle(const std::string& area)
+{
+    if (area == "all") return "study area";
+    if (area.rfind("agg", 0) == 0) return "aggregate " + area.substr(3);
+    return "region " + area;
+}
+
+std::string fileSafe(const std::string& area) { return area; }
+
+// a fan: the 90 % band, the 50 % band, the median and the deterministic line
+bool drawFan(const std::string& protocolDir, const std::string& name, const std::string& title,
+             const std::string& ylabel, const Series& s)
+{
+    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
+    if (!p) return false;
+    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
+    fprintf(p, "set title '%s'\nset ylabel '%s'\nset grid\nset key outside\nset xtics 1 rotate by 90\n", title.c_str(),
+            ylabel.c_str());
+    fprintf(p, "set style fill transparent solid 0.35 noborder\n");
+    fprintf(p, "plot '-' using 1:2:3 with filledcurves lc rgb '#4a7fc1' title '90 %%', "
+               "'-' using 1:2:3 with filledcurves lc rgb '#1f4e8c' title '50 %%', "
+               "'-' using 1:2 with lines lw 2 lc rgb '#10305a' title 'median'");
+    if (!s.deterministic.empty()) fprintf(p, ", '-' using 1:2 with lines lw 2 dt 2 lc rgb '#c0392b' title 'deterministic'");
+    fprintf(p, "\n");
+    for (const auto& [y, q] : s.years) fprintf(p, "%d %.10g %.10g\n", y, q[Q05], q[Q95]);
+    fprintf(p, "e\n");
+    for (const auto& [y, q] : s.years) fprintf(p, "%d %.10g %.10g\n", y, q[Q25], q[Q75]);
+    fprintf(p, "e\n");
+    for (const auto& [y, q] : s.years) fprintf(p, "%d %.10g\n", y, q[Q50]);
+    fprintf(p, "e\n");
+    if (!s.deterministic.empty()) {
+        for (const auto& [y, v] : s.deterministic) fprintf(p, "%d %.10g\n", y, v);
+        fprintf(p, "e\n");
+    }
+    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
+}
+
+// the pyramid: bars of the median by sex and age band, the 90 % band as error bars; the first
+// sex to the left
+bool drawPyramid(const std::string& protocolDir, const std::string& name, const std::string& title,
+                 const std::map<std::pair<int, int>, Spread>& bands, int sexes)
+{
+    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
+    if (!p) return false;
+    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
+    fprintf(p, "set title '%s'\nset ylabel 'age'\nset xlabel '%s'\nset grid\nset key outside\n", title.c_str(),
+            sexes == 2 ? "male | female" : "inhabitants");
+    fprintf(p, "set style fill solid 0.5 border lt -1\nset yrange [-2.5:*]\n");
+    fprintf(p, "plot '-' using 2:1:(0):2:($1-2):($1+2) with boxxyerror lc rgb '#4a7fc1' title 'median', "
+               "'-' using 2:1:3:4 with xerrorbars pt 0 lw 1.5 lc rgb '#c0392b' title '90 %%'\n");
+    for (int pass = 0; pass < 2; ++pass) {
+        for (const auto& [sb, q] : bands) {
+            double f = sexes == 2 && sb.first == 1 ? -1 : 1;
+            int age = sb.second * 5 + 2;
+            if (pass == 0) fprintf(p, "%d %.10g\n", age, f * q[Q50]);
+            else fprintf(p, "%d %.10g %.10g %.10g\n", age, f * q[Q50], f * q[Q05], f * q[Q95]);
+        }
+        fprintf(p, "e\n");
+    }
+    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
+}
+
+} // namespace
+
+std::string writeFanChartPage(const FanChartPage& page, std::string& error)
+{
+    const std::string& ens = page.ensembleDirectory;
+    // population of the study area and the aggregates, all groups, sexes and ages together
+    std::map<std::string, Series> population, births, net;
+    std::map<std::pair<int, int>, Spread> pyramid;
+    plainRows(ens + "ensemble_quantiles.csv", [&](const std::vector<std::string>& c) {
+        if (c.size() != 5 + 8) return;
+        Spread q;
+        for (size_t i = 0; i < q.size(); ++i) q[i] = number(c[5 + i]);
+        const std::string& area = c[1];
+        int year = std::atoi(c[0].c_str());
+        if (area == "all" || area.rfind("agg", 0) == 0) {
+            if (c[2] == "all" && c[3] == "all" && c[4] == "all") population[area].years[year] = q;
+        }
+        if (area == "all" && year == page.dims.endYear && c[2] == "all" && c[3] != "all" && c[4] != "all")
+            pyramid[{std::atoi(c[3].c_str()), std::atoi(c[4].c_str()) / 5}] = q;
+    });
+    plainRows(ens + "ensemble_components_quantiles.csv", [&](const std::vector<std::string>& c) {
+        if (c.size() != 3 + 8) return;
+        const std::string& area = c[1];
+        Spread q;
+        for (size_t i = 0; i < q.size(); ++i) q[i] = number(c[3 + i]);
+        int year = std::atoi(c[0].c_str());
+        if (c[2] == "births") births[area].years[year] = q;
+        if (c[2] == "net_migration") net[area].years[year] = q;
+    });
+    if (page.withDeterministic) {
+        plainRows(ens + "deterministic_population.csv", [&](const std::vector<std::string>& c) {
+            if (c.size() == 6 && population.count(c[1]) && c[2] == "all" && c[3] == "all" && c[4] == "all")
+                population[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[5]);
+        });
+        plainRows(ens + "deterministic_components.csv", [&](const std::vector<std::string>& c) {
+            if (c.size() != 4) return;
+            if (c[2] == "births" && births.count(c[1])) births[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[3]);
+            if (c[2] == "net_migration" && net.count(c[1]))
+                net[c[1]].deterministic[std::atoi(c[0].c_str())] = number(c[3]);
+        });
+    }
+    if (population.empty()) {
+        error = ens + "ensemble_quantiles.csv: no rows of the study area";
+        return {};
+    }
+
+    const std::string path = page.protocolDirectory + "ensemble.html";
+    const std::string tmp = path + ".part";
+    FILE* f = fopen(tmp.c_str(), "w");
+    if (!f) {
+        error = path + ": " + std::strerror(errno);
+        return {};
+    }
+    fprintf(f, "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=utf-8>\n<title>Ensemble</title>\n");
+    fprintf(f, "<style>\nbody { background: #FFFFFF; font-family: sans-serif; }\nimg { max-width: 100%%; }\n"
+               "h2 { color: #B82619; background-color: #EAE2BB; }\n</style>\n</head>\n<body>\n");
+    fprintf(f, "<a href=\"index.html\">protocol</a><br>\n<hr>\n<h1>Ensemble</h1>\n");
+    fprintf(f, "<p>%d members from seed %llu", page.members, (unsigned long long)page.seed);
+    if (page.failed) fprintf(f, ", <b>%d failed</b> (<a href=\"../ensemble/members.csv\">members.csv</a>)", page.failed);
+    fprintf(f, ". Bands: 50 %% (25 to 75 %% quantile) and 90 %% (5 to 95 %%) around the median; quantiles by "
+               "linear interpolation between order statistics. Tables: "
+               "<a href=\"../ensemble/ensemble_quantiles.csv\">ensemble_quantiles.csv</a>, "
+               "<a href=\"../ensemble/ensemble_components_quantiles.csv\">ensemble_components_quantiles.csv</a>, "
+               "<a href=\"../ensemble/members.csv\">members.csv</a>.</p>\n");
+    auto image = [&](bool drawn, const std::string& name, const std::string& alt) {
+        if (drawn) fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", alt.c_str(), name.c_str());
+        else fprintf(f, "<p>%s: could not launch gnuplot</p>\n", alt.c_str());
+    };
+    // the study area first, then the aggregates
+    std::vector<std::string> areas;
+    if (population.count("all")) areas.push_back("all");
+    for (const auto& [area, s] : population)
+        if (area != "all") areas.push_back(area);
+    for (const std::string& area : areas) {
+        const Series& s = population[area];
+        std::string title = areaTitle(area);
+        fprintf(f, "<h2>%s</h2>\n", title.c_str());
+        std::string base = "ensemble_" + fileSafe(area);
+        image(drawFan(page.protocolDirectory, base + "_population", "Population, " + title, "inhabitants", s),
+              base + "_population", "population " + title);
+        if (births.count(area))
+            image(drawFan(page.protocolDirectory, base + "_births", "Births, " + title, "births", births[area]),
+                  base + "_births", "births " + title);
+        if (net.count(area))
+            image(drawFan(page.protocolDirectory, base + "_net_migration", "Net migration, " + title,
+                          "moves in less moves out", net[area]),
+                  base + "_net_migration", "net migration " + title);
+    }
+    if (!pyramid.empty()) {
+        std::string title = "Population " + std::to_string(page.dims.endYear) + ", study area";
+        fprintf(f, "<h2>%s</h2>\n", title.c_str());
+        image(drawPyramid(page.protocolDirectory, "ensemble_pyramid", title, pyramid, page.dims.sexes),
+              "ensemble_pyramid", "pyramid " + std::to_string(page.dims.endYear));
+    }
+    fprintf(f, "</body>\n</html>\n");
+    bool failed = ferror(f) != 0;
+    failed = fclose(f) != 0 || failed;
+    if (failed || std::rename(tmp.c_str(), path.c_str()) != 0) {
+        error = path + ": " + std::strerror(errno);
+        std::remove(tmp.c_str());
+        return {};
+    }
+    return path;
+}
