@@ -2,6 +2,7 @@
 #include "tables/gnuplot_bridge.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <csignal>
 #include <cstring>
 #include <map>
@@ -162,6 +163,15 @@ std::string plotPath(const std::string& installDirectory, FILE* protocol, int le
     return plain;
 }
 
+// where gnuplot's error stream of a plot is kept: beside the forecast's protocol pages; none for a
+// tool whose protocol stands elsewhere, so that nothing is written outside its directories
+static std::string protocolLog(const std::string& name)
+{
+    std::string path = Prot::filePath(name);
+    std::error_code e;
+    return std::filesystem::is_directory(std::filesystem::path(path).parent_path(), e) ? path : "";
+}
+
 FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, const char* name)
 {
     if (!protocol) level = 0;
@@ -184,7 +194,7 @@ FILE* plotOpen(FILE* protocol, int level, const std::string& installDirectory, c
         errno = 0;
         FILE* pipe = nullptr;
         // with saveLog the error stream goes to a log of this plot, read into the protocol at the close
-        std::string logPath = plot::saveLog && protocol ? Prot::filePath(std::string("gnuplot_") + name + ".log") : "";
+        std::string logPath = plot::saveLog && protocol ? protocolLog(std::string("gnuplot_") + name + ".log") : "";
         if (onSearchPath(program))
             pipe = popen(logPath.empty() ? program.c_str() : (program + " 2>" + quotePath(logPath)).c_str(), "w");
         else
@@ -236,10 +246,10 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
 
     fclose(stream);
     std::string program = plotPath(installDirectory, protocol, level);
-    std::string logPath = Prot::filePath("gnuplot.log");
+    std::string logPath = plot::saveLog ? protocolLog("gnuplot.log") : "";
     char command[2054];
     snprintf(command, sizeof command, "%s %s%s%s", program.c_str(), quotePath(commandFile(name)).c_str(),
-             plot::saveLog ? " 2>" : "", plot::saveLog ? quotePath(logPath).c_str() : "");
+             logPath.empty() ? "" : " 2>", logPath.empty() ? "" : quotePath(logPath).c_str());
     fflush(nullptr);
     errno = 0;
     int status = exitCode(std::system(command));
@@ -249,7 +259,7 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
                 status, command);
         if (status != 0) fprintf(protocol, "<code>%s</code><br>\n", strerror(e));
     }
-    if (plot::saveLog) reportLog(protocol, logPath);
+    if (!logPath.empty()) reportLog(protocol, logPath);
     return status;
 }
 
