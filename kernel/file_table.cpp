@@ -123,6 +123,10 @@ void fillFileTable()
     t[36] = input("eckstrb", 1, 0, 3, 0, 0);
     t[37] = input("eckstrbg", 1, 0, 3, 2, 0);
 
+    // what the values of a table are: counts are never negative, shares and quotas lie in [0, 1]
+    for (int k : {1, 6, 7, 9, 14, 18, 20, 27, 31, 32, 33, 35, 36, 37}) t[k].valueDomain = 1;
+    for (int k : {4, 5, 10, 11, 17, 19, 21}) t[k].valueDomain = 2;
+
     const std::vector<std::string> cohortNumber = {"@year;", "@GKZ;", "@BG;", "@GG;", "@AG;", "@number;"};
     char aggKey[32];
     snprintf(aggKey, sizeof aggKey, "@rk1agg_fmt1%03d;", std::clamp(ini::DIFF_G, 0, 13));

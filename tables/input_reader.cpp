@@ -30,6 +30,8 @@ namespace {
 
 constexpr int kLineBuffer = 1024;       // the input cell buffer
 constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
+constexpr int kShapeShown = 5;
+constexpr long long kFirstYear = 1000, kLastYear = 9999;   // the years a year section may name             // misread lines shown one by one per table
 constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
 constexpr uint64_t kDoublesShown = 20;   // doubly assigned cells shown one by one
 
@@ -610,11 +612,21 @@ private:
     bool havePrev = false;
     long long prev[5] = {};
     size_t prevLine = 0, warnedLine = 0;
+    // the shape of the line: its cells, and the text of the last one
+    int lineCellCount = 0;
+    int lineExtraCells = 0;
+    std::string lastCellText;
+    // values outside their domain, cells of an additive table given twice, short lines
+    uint64_t outsideDomain = 0, summedTwice = 0, badShapes = 0;
+    std::set<std::vector<long long>> additiveSeen;
 
     void cleanup();
     [[noreturn]] void stop() { throw StopRead(); }
     std::string lineText() { return reader ? reader->currentLine() : std::string(); }
     void lineMessage(int error, const std::string& message);
+    // a line read otherwise than it looks: a warning, the first few of a table one by one
+    void shapeMessage(const std::string& text);
+    void valueDomainCheck(const long long* written, double v);
     void structure();
     const char* guards(const char* p);
     void checkCell(const char* text);
@@ -768,6 +780,28 @@ void TableReader::checkCell(const char* text)
         ++sectionsMatched;
     else
         skip = true;
+    if (!ok || v.star || v.isRandom() || v.computed) return;
+    if (v.lo > v.hi) {
+        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_reversedYears;",
+                            v.lo, v.hi));
+    } else if (v.lo < kFirstYear || v.hi > kLastYear) {
+        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_noYear; (%d..%d)",
+                            v.lo, v.hi, kFirstYear, kLastYear));
+    }
+}
+
+// a table read every year says what it says about a line once in the run
+bool saidBefore(const std::string& path, size_t line, const std::string& text)
+{
+    static std::set<std::string> said;
+    return !said.insert(path + "\n" + std::to_string(line) + "\n" + text).second;
+}
+
+void TableReader::shapeMessage(const std::string& text)
+{
+    if (saidBefore(path, lineNo, text)) return;
+    ++badShapes;
+    if (badShapes <= static_cast<uint64_t>(kShapeShown)) lineMessage(0, text);
 }
 
 // the key column: keys become positions in the reference table, or in the list of keys under cut
@@ -1013,9 +1047,18 @@ void TableReader::store(const long long* idx, const long long* written, double* 
         ++rateReports;
         if (v < 0) v = 0;
     }
+    valueDomainCheck(written, v);
     if (!sparse) {
         double* slot = row ? row + i : nullptr;
         if (valueCheck == VC_ADDITIVE) {
+            // the cells of a table of sums are added up; one given twice is said
+            bool starred = false;
+            for (int j = 0; j < indexCount; ++j) starred = starred || iv[j].star;
+            if (!starred && !additiveSeen.insert(std::vector<long long>(written, written + indexCount)).second) {
+                ++summedTwice;
+                if (summedTwice <= static_cast<uint64_t>(kShapeShown))
+                    lineMessage(0, format("%s @fn_doubleIndex;: %.15g @fn_summed;", tuple(written).c_str(), v));
+            }
             if (slot) {
                 *slot = (isUndef(*slot) ? 0 : *slot) + v;
             } else {
@@ -1052,9 +1095,29 @@ void TableReader::store(const long long* idx, const long long* written, double* 
     }
 }
 
+void TableReader::valueDomainCheck(const long long* written, double v)
+{
+    const int domain = file.valueDomain;
+    if (domain == 0 || isUndef(v)) return;
+    bool outside = domain == 1 ? v < 0 : (v < 0 || v > 1);
+    if (!outside) return;
+    std::string text = format("%s = %.15g: %s", tuple(written).c_str(), v,
+                              domain == 1 ? "@fn_negativeCount;" : "@fn_shareOutside;");
+    if (saidBefore(path, lineNo, text)) return;
+    ++outsideDomain;
+    if (outsideDomain <= static_cast<uint64_t>(kShapeShown)) lineMessage(0, text);
+}
+
 void TableReader::valueCell(const char* text)
 {
     valueSeen = true;
+    // "0.01#2": the language takes "#" for the start of a comment, and the digits behind it are lost
+    if (const char* hash = std::strchr(text, '#')) {
+        if (hash > text && std::isdigit(static_cast<unsigned char>(hash[-1])) &&
+            std::isdigit(static_cast<unsigned char>(hash[1])))
+            shapeMessage(format("@attribute; %d = %s: @fn_hashInNumber;", indexCount + hasCheck + 1,
+                                text));
+    }
     const char* rest = parser->parse(text);
     if (*skipWhite(rest)) {
         lineMessage(0, "@fn_long1;");
@@ -1149,6 +1212,13 @@ void TableReader::valueCell(const char* text)
 void TableReader::endLine()
 {
     if (lineActive && !lineIsComment && !skip && !valueSeen) lineMessage(0, "@fn_short;");
+    const int expected = hasCheck + indexCount + 1;
+    if (lineActive && !lineIsComment && skip && lineCellCount < expected && lineCellCount > 1)
+        shapeMessage(format("%d @fn_cells;, %d @fn_expected;", lineCellCount, expected));
+    else if (lineActive && !lineIsComment && lineExtraCells > 0)
+        shapeMessage(format("%d @fn_cells;, %d @fn_expected;: %d @fn_cells; @fn_ignored;", lineCellCount, expected, lineExtraCells));
+    lineCellCount = 0;
+    lineExtraCells = 0;
     if (traceLevel >= 1 && lineActive) Prot::raw("%5d: %s\n", static_cast<int>(lineNo), lineText().c_str());
     skip = false;
     valueSeen = false;
@@ -1192,11 +1262,20 @@ void TableReader::finishTable()
                           degree);
         }
     }
+    if (badShapes > static_cast<uint64_t>(kShapeShown))
+        Prot::message(SEV_WARNING, "%s: %llu @fn_misreadLines; (%d @fn_shownAbove;)", name.c_str(),
+                      static_cast<unsigned long long>(badShapes), kShapeShown);
+    if (outsideDomain > static_cast<uint64_t>(kShapeShown))
+        Prot::message(SEV_WARNING, "%s: %llu @fn_outsideDomain; (%d @fn_shownAbove;)", name.c_str(),
+                      static_cast<unsigned long long>(outsideDomain), kShapeShown);
+    if (summedTwice > 0)
+        Prot::message(SEV_WARNING, "%s: %llu @fn_doubleValue; @fn_summed;", name.c_str(),
+                      static_cast<unsigned long long>(summedTwice));
     if (doubles > 0) {
         for (size_t k = 0; k < doubleList.size() && k < static_cast<size_t>(kListed); ++k)
             Prot::writeln(1, "@fn_doubleIndex; %s", doubleList[k].c_str());
         if (doubles > static_cast<uint64_t>(kListed)) Prot::writeln(1, "...");
-        Prot::message(SEV_WARNING, "%s: %d @fn_doubleValue;", name.c_str(), static_cast<int>(doubles));
+        Prot::message(SEV_WARNING, "%s: %llu @fn_doubleValue;", name.c_str(), static_cast<unsigned long long>(doubles));
     }
     if (g_run) {
         auto& use = regionKeyUse();
@@ -1275,8 +1354,9 @@ void TableReader::readLines(char* cell)
             int status = reader->next(cell, kLineBuffer);
             if (status < 0) {
                 if (status < -1) {
-                    Prot::message(SEV_ERROR, "%s: %s in Zeile<br>%d: %s", cell, CsvReader::errorText(status).c_str(),
-                                  static_cast<int>(reader->lineNumber()), lineText().c_str());
+                    Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
+                                  CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
+                                  lineText().c_str());
                     break;
                 }
                 if (lineActive) endLine();
@@ -1287,6 +1367,15 @@ void TableReader::readLines(char* cell)
                 lineActive = true;
                 lineNo = static_cast<size_t>(reader->lineNumber());
                 lineIsComment = reader->isComment != 0;
+            }
+            lineCellCount = col + 1;
+            if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
+            lastCellText = cell;
+            if (reader->unendedLastLine && !lineIsComment && !lastCellText.empty() &&
+                std::isdigit(static_cast<unsigned char>(lastCellText.back()))) {
+                // the file ends inside a number: a file cut short reads as a smaller number
+                shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
+                reader->unendedLastLine = 0;
             }
             if (lineIsComment) {
                 // a command: a cell of a comment line with "!" as second character

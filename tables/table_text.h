@@ -59,6 +59,8 @@ public:
     int cellsRead = 0;
     int hadBom = 0;
     uint64_t nonInteger = 0;
+    // the file ended inside a line (no line feed after its last cell): perhaps cut
+    int unendedLastLine = 0;
 
 private:
     int scan(char* buffer, int size);
