@@ -1240,6 +1240,9 @@ void TableReader::finishTable()
     if (copy) fclose(copy);
     copy = nullptr;
     if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
+    // a file without a single line (not even a comment) is more likely lost than meant
+    if (reader && reader->dataLines == 0 && reader->commentLines == 0 && assignments == 0)
+        Prot::message(SEV_WARNING, "@file; %s: @fn_noLines;", name.c_str());
     if (!sparse && valueCheck != VC_ADDITIVE) {
         uint64_t missing = 0;
         std::vector<std::string> listed;

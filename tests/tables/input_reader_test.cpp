@@ -212,6 +212,12 @@ TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
     EXPECT_TRUE(has(p, "c.csv [fn_empty]"));
     EXPECT_TRUE(has(p, "c.csv: 4 [fn_zeros] ([fillDeg] 0.00%)"));
     EXPECT_FALSE(has(p, "[fn_missingIndex]"));   // nothing assigned: no listing
+    EXPECT_FALSE(has(p, "[fn_noLines]"));         // comments are lines: an empty table meant as such
+
+    write("e.csv", "");
+    FileEntry e = entry("e");
+    readTable(e, b, "A\0B\0");
+    EXPECT_TRUE(has(newText(), "[file] e.csv: [fn_noLines]"));
 }
 
 TEST_F(ReadTab, UnassignedCellsListedWithFillDegree)
