@@ -50,6 +50,11 @@ void closeTable(FILE* stream);
 std::vector<std::string> removeEarlierOutputs();
 // the yearly tables of one year, for a run that failed in it; the names removed
 std::vector<std::string> removeYearOutputs(int year);
+// The tables that grow by a year at a time (bew.csv, bewgem.csv, agg*.csv, pyramid.csv, the
+// expanded copies of input tables) and their lengths at the start of a year: a year that fails
+// is cut off them again, and a table the year began is removed. The names of the tables cut.
+void markYearStart();
+std::vector<std::string> cutBackYear();
 // deletes the output of an entry: directory, variant, "/", stem, ".csv"
 void removeTable(int file);
 
