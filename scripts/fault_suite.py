@@ -289,8 +289,10 @@ def forecast_suite(inst, tally, args, rng):
         tally.extra("orvane kill -9", "cut table" if cut else "no cut table", bool(cut), " ".join(cut))
         rc, out, err, hung = inst.run(FORECAST, None, limit)
         files = inst.snapshot()
-        same = rc == 0 and all(r in files and normal(files[r]) == normal(reference[r]) for r in outputs)
-        tally.extra("orvane kill -9", "rerun identical" if same else "rerun differs", not same)
+        differ = [r for r in outputs if r not in files or normal(files[r]) != normal(reference[r])]
+        same = rc == 0 and not differ
+        tally.extra("orvane kill -9", "rerun identical" if same else "rerun differs", not same,
+                    f"status {rc}: " + " ".join(differ[:8]))
 
     # two runs of the variant at once
     for k in range(1 if args.sample else 6):

@@ -20,6 +20,7 @@
 #include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/table_text.h"
 #include "tables/expression.h"
@@ -646,7 +647,7 @@ void TableReader::cleanup()
 {
     if (in) fclose(in);
     in = nullptr;
-    if (copy) fclose(copy);
+    if (copy) safeOutput::discard(copy);
     copy = nullptr;
     delete parser;
     parser = nullptr;
@@ -966,7 +967,10 @@ void TableReader::openCopy()
     }
     const char* m = mode == 3 && readYear() != ini::STARTJAHR ? "a" : "w";
     bool fresh = std::strcmp(m, "w") == 0 || os::fileSize(copyPath) == 0;
-    copy = fopen(copyPath.c_str(), m);
+    // the copy is written beside its place and put there whole (a year's rows appended to it
+    // are cut back when the output fails): a run killed meanwhile leaves no half table that the
+    // next run would find before the input
+    copy = safeOutput::open(copyPath, std::strcmp(m, "a") == 0);
     if (!copy) {
         int err = errno;
         expandRequested = 0;
@@ -1237,7 +1241,7 @@ void TableReader::finishTable()
     if (mode == 3 && sectionsMatched == 0) Prot::message(SEV_ERROR, "@fn_missingSection;", name.c_str(), checkNo);
     if (in) fclose(in);
     in = nullptr;
-    if (copy) fclose(copy);
+    if (copy) safeOutput::close(copy);
     copy = nullptr;
     if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
     // a file without a single line (not even a comment) is more likely lost than meant
