@@ -94,7 +94,7 @@ class Installation:
             for n in names:
                 path = os.path.join(d, n)
                 rel = os.path.relpath(path, top)
-                if "/prot/" in "/" + rel or rel.endswith(".tmp") or n.startswith(".~") or n.endswith(".htm"):
+                if "/prot/" in "/" + rel or rel.endswith(".tmp") or n.startswith(".~") or n.endswith((".htm", ".html", ".txt")):
                     continue
                 try:
                     data = open(path, "rb").read()
@@ -368,8 +368,7 @@ def prepare_tool(inst, tool):
         open(os.path.join(s, "adeton_in.csv"), "w").write("# Tabelle\n10;4;6\n20;12;8\n30;14;16\n")
         return ["adeton", "s/adeton_in.csv", "s/adeton_out.csv"]
     if tool == "shp2plt":
-        return ["shp2plt", "-d", "s/", "-r", "s/demo/gem2024.csv", "-s", "2024", "-c", "-l", "-g", "s/karte.png",
-                "gebiete"]
+        return ["shp2plt", "-d", "s/", "-r", "demo/gem2024.csv", "-s", "2024", "-c", "-l", "-g", "karte.png", "gebiete"]
     raise ValueError(tool)
 
 
