@@ -10,6 +10,7 @@
 #include "kernel/variant_file.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
+#include "platform/run_lock.h"
 #include "platform/settings.h"
 #include "platform/exit_status.h"
 #include "kernel/run_object.h"
@@ -290,6 +291,17 @@ int orvane(int argc, char** argv)
 
     // a run that cannot find its variant file leaves no directory behind
     bool variantFound = os::isFile(si::variantPath());
+    if (variantFound) {
+        // the run owns its result directory until it ends: a second run of the variant stops here
+        std::string dir = si::Directory + si::Version;
+        if (!os::isDirectory(dir)) os::createDirectory(dir);
+        std::string holder, errorText;
+        if (!runLock::acquire(dir, holder, errorText)) {
+            tellBusyDirectory(dir, holder, errorText);
+            DD::clear();
+            return 1;
+        }
+    }
     Prot::setup(si::Directory, si::Version, ini::AUSGABE_PROTOKOLL, si::logfile, variantFound);
     if (ini::RUNFORECAST != 0 && variantFound) {
         if (callbackFlag) runCallback("CALLBACK0");

@@ -66,3 +66,13 @@ void tellFailedRun(int status)
     else
         tell("orvane_failedNoProtocol", "the forecast ended with status %d", status);
 }
+
+void tellBusyDirectory(const std::string& directory, const std::string& holder, const std::string& errorText)
+{
+    std::string dir = absolute(directory) + "/";
+    if (!errorText.empty())
+        tell("orvane_lockFailed", "cannot lock the result directory %s: %s; no forecast", dir.c_str(), errorText.c_str());
+    else
+        tell("orvane_busy", "the result directory %s is in use by the running process %s; this run stops and leaves it untouched",
+             dir.c_str(), holder.c_str());
+}

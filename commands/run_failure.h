@@ -15,3 +15,5 @@ void tellMissingVariant(const VariantRequest& request);
 void tellInvalidVariant();
 // the end of a run with a status other than 0, and where its protocol is
 void tellFailedRun(int status);
+// the result directory belongs to another running process (holder), or cannot be locked
+void tellBusyDirectory(const std::string& directory, const std::string& holder, const std::string& errorText);

@@ -6,6 +6,9 @@
 #include "platform/safe_output.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <map>
+#include <unistd.h>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -122,6 +125,10 @@ void fillFileTable()
     t[35] = input("ecktyp", 1, 0, 3, 0, 0);
     t[36] = input("eckstrb", 1, 0, 3, 0, 0);
     t[37] = input("eckstrbg", 1, 0, 3, 2, 0);
+
+    // what the values of a table are: counts are never negative, shares and quotas lie in [0, 1]
+    for (int k : {1, 6, 7, 9, 14, 18, 20, 27, 31, 32, 33, 35, 36, 37}) t[k].valueDomain = 1;
+    for (int k : {4, 5, 10, 11, 17, 19, 21}) t[k].valueDomain = 2;
 
     const std::vector<std::string> cohortNumber = {"@year;", "@GKZ;", "@BG;", "@GG;", "@AG;", "@number;"};
     char aggKey[32];
@@ -295,6 +302,50 @@ std::vector<std::string> removeYearOutputs(int year)
         });
     }
     return removed;
+}
+
+namespace {
+// the tables of the variant directory and their lengths when the year in work began
+std::map<std::string, long long> g_yearStart;
+bool g_yearMarked = false;
+
+// the tables of the variant directory that are not the year's own (those go whole)
+std::map<std::string, long long> growingTables()
+{
+    std::map<std::string, long long> sizes;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(variantDirectory(), ec)) {
+        std::string name = entry.path().filename().string();
+        if (name.size() < 5 || name.compare(name.size() - 4, 4, ".csv") != 0 || name[0] == '.') continue;
+        if (!entry.is_regular_file(ec)) continue;
+        sizes[name] = static_cast<long long>(entry.file_size(ec));
+    }
+    return sizes;
+}
+} // namespace
+
+void markYearStart()
+{
+    g_yearStart = growingTables();
+    g_yearMarked = true;
+}
+
+std::vector<std::string> cutBackYear()
+{
+    std::vector<std::string> cut;
+    if (!g_yearMarked) return cut;
+    g_yearMarked = false;
+    std::string dir = variantDirectory();
+    for (const auto& [name, size] : growingTables()) {
+        auto before = g_yearStart.find(name);
+        if (before == g_yearStart.end()) {
+            // begun in the failed year: nothing of it is whole
+            if (std::remove((dir + name).c_str()) == 0) cut.push_back(name);
+        } else if (size > before->second) {
+            if (::truncate((dir + name).c_str(), static_cast<off_t>(before->second)) == 0) cut.push_back(name);
+        }
+    }
+    return cut;
 }
 
 void removeTable(int file)

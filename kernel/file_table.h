@@ -52,6 +52,11 @@ std::vector<std::string> removeEarlierOutputs();
 std::vector<std::string> removeYearOutputs(int year);
 // the result directory of the variant: Directory, Version and "/"
 std::string variantDirectory();
+// The tables that grow by a year at a time (bew.csv, bewgem.csv, agg*.csv, pyramid.csv, the
+// expanded copies of input tables) and their lengths at the start of a year: a year that fails
+// is cut off them again, and a table the year began is removed. The names of the tables cut.
+void markYearStart();
+std::vector<std::string> cutBackYear();
 // deletes the output of an entry: directory, variant, "/", stem, ".csv"
 void removeTable(int file);
 

@@ -119,6 +119,7 @@ void failedYear(bool toProtocol)
     int year = g_runningYear;
     g_runningYear = 0;
     std::vector<std::string> removed = removeYearOutputs(year);
+    for (const std::string& name : cutBackYear()) removed.push_back(name);
     std::string text = year > ini::STARTJAHR
                            ? DD::expKey("@yearsComplete;") + " " + std::to_string(periodLabel(ini::STARTJAHR)) + ".." +
                                  std::to_string(periodLabel(year - 1))
@@ -189,6 +190,7 @@ int RK::PRO(Orvane* orvane)
             for (JAHR = ini::STARTJAHR; JAHR <= ini::ENDJAHR; ++JAHR) {
                 g_runningYear = JAHR;
                 progress::step(JAHR - ini::STARTJAHR + 1, periodLabel(JAHR));
+                markYearStart();
                 Trace::enterYear(JAHR);
                 int label = periodLabel(JAHR);
                 std::string toc = std::to_string(JAHR);

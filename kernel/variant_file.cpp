@@ -5,6 +5,7 @@
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <set>
 #include <strings.h>
 
 #include "platform/dictionary.h"
@@ -78,8 +79,10 @@ private:
     // a slip the user should see: a warning in the protocol, and on the console beside it
     void slip(const std::string& text);
     void notWhole(const char* section, const char* key, const std::string& text, const std::string& taken);
-    // a key left over in a section the program reads, close to a key it asked for
-    void misspelt(const std::string& section, const std::string& key, const std::string& value);
+    // the known key of the section that a key left over is close to, or ""
+    std::string misspelt(const std::string& section, const std::string& key);
+    // the repair is given up: a key stands for a known one, misspelt
+    bool untouched = false;
 };
 
 void Maintenance::note(const std::string& section, const std::string& key, const std::string& value)
@@ -106,6 +109,8 @@ void Maintenance::buildModel()
     std::string line, section;
     bool first = true;
     std::vector<std::string> order;
+    std::set<std::pair<std::string, std::string>> doubled;
+    std::vector<std::pair<std::string, std::string>> doubledOrder;
     while (std::getline(in, line)) {
         if (first && line.compare(0, 3, "\xEF\xBB\xBF") == 0) line.erase(0, 3);
         first = false;
@@ -126,15 +131,19 @@ void Maintenance::buildModel()
         if (it != s.end()) {
             Prot::message(SEV_HINT, "delete %s double entry [%s]%s=%s %s=%s", file.c_str(), section.c_str(),
                           it->first.c_str(), it->second.c_str(), key.c_str(), value.c_str());
-            // the earlier line goes, the later one counts
+            // the earlier line goes, the later one counts: the file is mended once per key below
             note(section, it->first, it->second);
-            si::profileDeleteValue(file, section.c_str(), it->first.c_str(), it->second.c_str());
-            if (si::profileString(file, section.c_str(), key.c_str(), nullptr).empty() && !value.empty())
-                si::profileWrite(file, section.c_str(), key.c_str(), value.c_str());
+            if (doubled.insert({section, it->first}).second) doubledOrder.emplace_back(section, it->first);
             it->second = value;
         } else {
             s[key] = value;
         }
+    }
+    // a key written many times keeps its last value, in one line
+    for (const auto& [section, key] : doubledOrder) {
+        const std::string& value = model[section][key];
+        si::profileWrite(file, section.c_str(), key.c_str(), nullptr);
+        if (!value.empty()) si::profileWrite(file, section.c_str(), key.c_str(), value.c_str());
     }
     for (const auto& sec : order) {
         if (!model[sec].empty() || isProtected(sec)) continue;
@@ -257,16 +266,34 @@ void Maintenance::notWhole(const char* section, const char* key, const std::stri
     slip(name + ".ini [" + section + "] " + key + "=" + text + " is not a whole number, read as " + taken);
 }
 
-void Maintenance::misspelt(const std::string& section, const std::string& key, const std::string& value)
+std::string Maintenance::misspelt(const std::string& section, const std::string& key)
 {
     auto known = asked.find(section);
-    if (known == asked.end()) return;
-    std::string meant = closestKey(key, known->second);
-    if (!meant.empty()) slip(name + ".ini [" + section + "] " + key + "=" + value + ": unknown key, did you mean " + meant + "?");
+    if (known == asked.end()) return "";
+    return closestKey(key, known->second);
 }
 
 void Maintenance::removeObsolete()
 {
+    // a key one slip away from a known one stands for that key: removing it and filling in the
+    // default would lose the user's value, so the file stays as it is and the run stops here
+    for (auto& [section, keys] : model) {
+        if (isProtected(section)) continue;
+        for (auto& [key, value] : keys) {
+            std::string meant = misspelt(section, key);
+            if (meant.empty() || keyDistance(key, meant) != 1) continue;
+            Prot::writeln(0, "%s.ini [%s] %s=%s: unknown key, did you mean %s? The file is left as it is and no "
+                             "forecast runs: correct the key",
+                          name.c_str(), section.c_str(), key.c_str(), value.c_str(), meant.c_str());
+            result = 1;
+            untouched = true;
+        }
+    }
+    if (untouched) return;
+    struct Kept {
+        std::string section, key, value, note;
+    };
+    std::vector<Kept> kept;
     for (auto& [section, keys] : model) {
         if (isProtected(section)) continue;
         if (!keys.empty() && !asked.count(section)) {
@@ -276,14 +303,32 @@ void Maintenance::removeObsolete()
             std::string meant = closestKey(section, sections);
             if (!meant.empty()) slip(name + ".ini [" + section + "]: unknown section, did you mean [" + meant + "]?");
         }
+        bool first = true;
         for (auto& [key, value] : keys) {
-            misspelt(section, key, value);
+            std::string meant = misspelt(section, key);
+            std::string text;
+            if (!meant.empty()) {
+                text = "unknown key, did you mean " + meant + "?";
+                slip(name + ".ini [" + section + "] " + key + "=" + value + ": " + text);
+            }
             Prot::message(SEV_HINT, "%s[%s]%s=%s obsolete entry removed", file.c_str(), section.c_str(), key.c_str(),
                           value.c_str());
             note(section, key, "");
             si::profileWrite(file, section.c_str(), key.c_str(), nullptr);
+            // the line stays in the file as a comment, under a note that says why
+            if (!text.empty())
+                text = key + ": " + text + " (removed by the repair, kept as a comment)";
+            else if (first)
+                text = "unknown keys, removed by the repair, kept as comments:";
+            first = false;
+            kept.push_back({section, key, value, text});
         }
     }
+    // the comments are added after all removals: the library looks up each removed text in
+    // the texts it added, which would make a long list slow
+    for (const auto& k : kept)
+        si::profileKeepAsComment(file, k.section.c_str(), k.key.c_str(), k.value.c_str(),
+                                 k.note.empty() ? nullptr : k.note.c_str());
 }
 
 int Maintenance::run()
@@ -300,7 +345,10 @@ int Maintenance::run()
         Maintenance* m;
         ~Commit()
         {
-            if (m) m->commit();
+            if (m && m->untouched)
+                si::profileAbandon(m->file);
+            else if (m)
+                m->commit();
         }
     } commitAtEnd{nullptr};
     if (!os::isReadOnly(file)) {

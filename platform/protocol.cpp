@@ -58,7 +58,10 @@ void put(const char* text)
 {
     if (!g_prot) return;
     if (fputs(text, g_prot) < 0 || ferror(g_prot)) {
-        os::messageBox(std::strerror(errno), "%s", text);
+        // the page's path and the cause, as for every output; the results written so far stay
+        int err = errno ? errno : EIO;
+        if (safeOutput::owns(g_prot)) safeOutput::fatal(g_prot, err);
+        os::messageBox("Fatal output error in csv", "%s: %s", "prot/index.html", std::strerror(err));
         std::exit(1);
     }
     if (g_flush) fflush(g_prot);

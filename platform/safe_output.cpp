@@ -7,6 +7,8 @@
 #include <fcntl.h>
 #include <map>
 #include <mutex>
+#include <vector>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,7 +21,12 @@ struct Entry {
     std::string temp, target;     // an empty temp: appended in place
     off_t size = 0;               // of the target before an append, to cut back to
     bool keep = false;
+    // the buffer of an append: a year's rows go to the file in as few writes as fit in it, so
+    // that a process killed meanwhile rarely leaves a line cut
+    std::shared_ptr<std::vector<char>> buffer;
 };
+
+constexpr size_t kAppendBuffer = size_t(8) << 20;
 
 // undoes what an output did to its target
 void undo(const Entry& e)
@@ -175,6 +182,10 @@ FILE* open(const std::string& path, bool append, bool keepOnAbort)
         undo(entry);
         errno = err;
         return nullptr;
+    }
+    if (append) {
+        entry.buffer = std::make_shared<std::vector<char>>(kAppendBuffer);
+        setvbuf(f, entry.buffer->data(), _IOFBF, entry.buffer->size());
     }
     std::lock_guard<std::mutex> g(lock());
     outputs()[f] = entry;

@@ -49,6 +49,9 @@ struct Profile {
     bool bom = false;
     bool crlf = false;
     std::string tail;   // comment lines after the last entry, which the library does not keep
+    // comment lines that lost their place (a removed key or section carried them, or a removed
+    // key is kept as a comment), by the section at whose end they are written ("" the top)
+    std::vector<std::pair<std::string, std::string>> kept;
     struct timespec mtime {};
     off_t size = -1;
 };
@@ -118,6 +121,58 @@ Profile& profile(const std::string& file)
     return p;
 }
 
+// the text with the kept comment lines at the end of their sections
+std::string withKeptComments(const std::string& text, const std::vector<std::pair<std::string, std::string>>& kept)
+{
+    std::vector<bool> done(kept.size(), false);
+    std::string out;
+    // the lines go before the comment above the next section's name, which belongs to that one
+    size_t commentStart = 0;
+    auto flush = [&](const std::string& section) {
+        std::string lines;
+        for (size_t i = 0; i < kept.size(); ++i) {
+            if (done[i] || strcasecmp(kept[i].first.c_str(), section.c_str()) != 0) continue;
+            done[i] = true;
+            lines += kept[i].second;
+            if (lines.back() != '\n') lines += '\n';
+        }
+        out.insert(commentStart, lines);
+    };
+    flush("");
+    std::string section;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(start, end - start);
+        size_t close = line.find(']');
+        bool comment = !line.empty() && (line[0] == ';' || line[0] == '#');
+        if (!line.empty() && line[0] == '[' && close != std::string::npos) {
+            flush(section);
+            section = line.substr(1, close - 1);
+        }
+        if (!comment) commentStart = out.size() + line.size() + 1;
+        out += line;
+        out += '\n';
+        start = end + 1;
+    }
+    commentStart = out.size();
+    flush(section);
+    // the sections that are gone: their lines at the end
+    for (size_t i = 0; i < kept.size(); ++i)
+        if (!done[i]) {
+            commentStart = out.size();
+            flush(kept[i].first);
+        }
+    return out;
+}
+
+// keeps the comment of an entry that is removed, at the end of section
+void keepComment(Profile& p, const std::string& section, const char* comment)
+{
+    if (comment && *comment) p.kept.emplace_back(section, comment);
+}
+
 bool save(const std::string& file, Profile& p)
 {
     std::string out;
@@ -130,6 +185,7 @@ bool save(const std::string& file, Profile& p)
         packed += out[i];
     }
     out.swap(packed);
+    if (!p.kept.empty()) out = withKeptComments(out, p.kept);
     if (!p.tail.empty()) {
         if (!out.empty() && out.back() != '\n') out += '\n';
         out += p.tail;
@@ -181,8 +237,25 @@ bool profileWrite(const std::string& file, const char* section, const char* key,
 {
     Profile& p = profile(file);
     if (!key) {
+        // the comment above the section's name ends the section before it in the file
+        CSimpleIniA::TNamesDepend sections;
+        p.ini->GetAllSections(sections);
+        const CSimpleIniA::Entry* gone = nullptr;
+        for (const auto& e : sections)
+            if (strcasecmp(e.pItem, section) == 0) gone = &e;
+        if (gone && gone->pComment) {
+            const CSimpleIniA::Entry* before = nullptr;
+            for (const auto& e : sections)
+                if (e.nOrder < gone->nOrder && (!before || e.nOrder > before->nOrder)) before = &e;
+            keepComment(p, before ? before->pItem : "", gone->pComment);
+        }
         p.ini->Delete(section, nullptr, true);
     } else if (!value) {
+        // the comment above the key stays in its section
+        if (const CSimpleIniA::TKeyVal* keys = p.ini->GetSection(section)) {
+            for (auto it = keys->find(CSimpleIniA::Entry(key)); it != keys->end() && strcasecmp(it->first.pItem, key) == 0; ++it)
+                keepComment(p, section, it->first.pComment);
+        }
         p.ini->Delete(section, key, false);
     } else {
         // an existing key keeps the spelling it has in the file
@@ -196,13 +269,6 @@ bool profileWrite(const std::string& file, const char* section, const char* key,
     return store(file, p);
 }
 
-bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value)
-{
-    Profile& p = profile(file);
-    p.ini->DeleteValue(section, key, value, false);
-    return store(file, p);
-}
-
 void profileBatch(const std::string& file) { g_batched.insert(file); }
 
 bool profileCommit(const std::string& file)
@@ -210,6 +276,23 @@ bool profileCommit(const std::string& file)
     g_batched.erase(file);
     if (!g_dirty.erase(file)) return true;
     return save(file, profile(file));
+}
+
+void profileAbandon(const std::string& file)
+{
+    g_batched.erase(file);
+    g_dirty.erase(file);
+    g_profiles.erase(file);
+}
+
+bool profileKeepAsComment(const std::string& file, const char* section, const char* key, const char* value,
+                          const char* note)
+{
+    Profile& p = profile(file);
+    std::string lines = note ? std::string("; ") + note + "\n" : std::string();
+    lines += std::string(";") + key + "=" + (value ? value : "") + "\n";
+    p.kept.emplace_back(section, lines);
+    return store(file, p);
 }
 
 const std::string& dataDirectory()

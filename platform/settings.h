@@ -41,12 +41,17 @@ std::string profileString(const std::string& file, const char* section, const ch
 // false when the file could not be written
 bool profileWrite(const std::string& file, const char* section, const char* key, const char* value);
 
-bool profileDeleteValue(const std::string& file, const char* section, const char* key, const char* value);
 // Changes of the file are kept in memory from profileBatch on and written at once by
 // profileCommit: one write of the file for any number of keys. profileCommit is false (errno
 // set) when that write failed; the file is then as it was before the batch.
 void profileBatch(const std::string& file);
 bool profileCommit(const std::string& file);
+// Drops the changes of the batch: the file stays as it is and is read afresh next time.
+void profileAbandon(const std::string& file);
+// Puts lines into a section that a profile reader skips: "; note" (when note is not null)
+// above ";key=value", so that the text of a removed key is not lost.
+bool profileKeepAsComment(const std::string& file, const char* section, const char* key, const char* value,
+                          const char* note);
 // a number written with "." or "," as decimal point, whatever the locale; 0 for no number
 double parseNumber(const std::string& text);
 

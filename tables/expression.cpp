@@ -809,8 +809,26 @@ void codeText(const Parser& parser)
     }
 }
 
+namespace {
+// statements that run statements (eval, eval_file, a variable that evaluates itself) nest at
+// most this deep: a text that evaluates itself ends in an error, not in a stack overflow
+constexpr int maxStatementNesting = 64;
+int statementNesting = 0;
+} // namespace
+
 void runStatements(Parser& parser, const char* text, bool keepResults)
 {
+    if (statementNesting >= maxStatementNesting) {
+        std::string shown(text ? text : "");
+        if (shown.size() > 60) shown = shown.substr(0, 60) + "...";
+        exprMessage(SEV_ERROR, "eval: statements nested deeper than %d (a text that evaluates itself?): %s",
+                    maxStatementNesting, shown.c_str());
+        return;
+    }
+    struct Nesting {
+        Nesting() { ++statementNesting; }
+        ~Nesting() { --statementNesting; }
+    } nesting;
     std::string copy(text ? text : "");
     CellContext outer = cellContext;
     std::vector<Operation> saved;

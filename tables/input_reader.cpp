@@ -21,6 +21,7 @@
 #include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/table_text.h"
 #include "tables/expression.h"
@@ -31,6 +32,8 @@ namespace {
 
 constexpr int kLineBuffer = 1024;       // the input cell buffer
 constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
+constexpr int kShapeShown = 5;
+constexpr long long kFirstYear = 1000, kLastYear = 9999;   // the years a year section may name             // misread lines shown one by one per table
 constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
 constexpr uint64_t kDoublesShown = 20;   // doubly assigned cells shown one by one
 
@@ -626,11 +629,21 @@ private:
     bool havePrev = false;
     long long prev[5] = {};
     size_t prevLine = 0, warnedLine = 0;
+    // the shape of the line: its cells, and the text of the last one
+    int lineCellCount = 0;
+    int lineExtraCells = 0;
+    std::string lastCellText;
+    // values outside their domain, cells of an additive table given twice, short lines
+    uint64_t outsideDomain = 0, summedTwice = 0, badShapes = 0;
+    std::set<std::vector<long long>> additiveSeen;
 
     void cleanup();
     [[noreturn]] void stop() { throw StopRead(); }
     std::string lineText() { return reader ? reader->currentLine() : std::string(); }
     void lineMessage(int error, const std::string& message);
+    // a line read otherwise than it looks: a warning, the first few of a table one by one
+    void shapeMessage(const std::string& text);
+    void valueDomainCheck(const long long* written, double v);
     void structure();
     const char* guards(const char* p);
     void checkCell(const char* text);
@@ -650,7 +663,7 @@ void TableReader::cleanup()
 {
     if (in) fclose(in);
     in = nullptr;
-    if (copy) fclose(copy);
+    if (copy) safeOutput::discard(copy);
     copy = nullptr;
     delete parser;
     parser = nullptr;
@@ -785,6 +798,28 @@ void TableReader::checkCell(const char* text)
         ++sectionsMatched;
     else
         skip = true;
+    if (!ok || v.star || v.isRandom() || v.computed) return;
+    if (v.lo > v.hi) {
+        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_reversedYears;",
+                            v.lo, v.hi));
+    } else if (v.lo < kFirstYear || v.hi > kLastYear) {
+        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_noYear; (%d..%d)",
+                            v.lo, v.hi, kFirstYear, kLastYear));
+    }
+}
+
+// a table read every year says what it says about a line once in the run
+bool saidBefore(const std::string& path, size_t line, const std::string& text)
+{
+    static std::set<std::string> said;
+    return !said.insert(path + "\n" + std::to_string(line) + "\n" + text).second;
+}
+
+void TableReader::shapeMessage(const std::string& text)
+{
+    if (saidBefore(path, lineNo, text)) return;
+    ++badShapes;
+    if (badShapes <= static_cast<uint64_t>(kShapeShown)) lineMessage(0, text);
 }
 
 // the key column: keys become positions in the reference table, or in the list of keys under cut
@@ -949,7 +984,10 @@ void TableReader::openCopy()
     }
     const char* m = mode == 3 && readYear() != ini::STARTJAHR ? "a" : "w";
     bool fresh = std::strcmp(m, "w") == 0 || os::fileSize(copyPath) == 0;
-    copy = fopen(copyPath.c_str(), m);
+    // the copy is written beside its place and put there whole (a year's rows appended to it
+    // are cut back when the output fails): a run killed meanwhile leaves no half table that the
+    // next run would find before the input
+    copy = safeOutput::open(copyPath, std::strcmp(m, "a") == 0);
     if (!copy) {
         int err = errno;
         expandRequested = 0;
@@ -1030,9 +1068,18 @@ void TableReader::store(const long long* idx, const long long* written, double* 
         ++rateReports;
         if (v < 0) v = 0;
     }
+    valueDomainCheck(written, v);
     if (!sparse) {
         double* slot = row ? row + i : nullptr;
         if (valueCheck == VC_ADDITIVE) {
+            // the cells of a table of sums are added up; one given twice is said
+            bool starred = false;
+            for (int j = 0; j < indexCount; ++j) starred = starred || iv[j].star;
+            if (!starred && !additiveSeen.insert(std::vector<long long>(written, written + indexCount)).second) {
+                ++summedTwice;
+                if (summedTwice <= static_cast<uint64_t>(kShapeShown))
+                    lineMessage(0, format("%s @fn_doubleIndex;: %.15g @fn_summed;", tuple(written).c_str(), v));
+            }
             if (slot) {
                 *slot = (isUndef(*slot) ? 0 : *slot) + v;
             } else {
@@ -1069,6 +1116,19 @@ void TableReader::store(const long long* idx, const long long* written, double* 
     }
 }
 
+void TableReader::valueDomainCheck(const long long* written, double v)
+{
+    const int domain = file.valueDomain;
+    if (domain == 0 || isUndef(v)) return;
+    bool outside = domain == 1 ? v < 0 : (v < 0 || v > 1);
+    if (!outside) return;
+    std::string text = format("%s = %.15g: %s", tuple(written).c_str(), v,
+                              domain == 1 ? "@fn_negativeCount;" : "@fn_shareOutside;");
+    if (saidBefore(path, lineNo, text)) return;
+    ++outsideDomain;
+    if (outsideDomain <= static_cast<uint64_t>(kShapeShown)) lineMessage(0, text);
+}
+
 void TableReader::valueCell(const char* text)
 {
     valueSeen = true;
@@ -1076,6 +1136,13 @@ void TableReader::valueCell(const char* text)
     double constantValue = 0;
     bool constant = traceLevel < 2 && plainNumberCell(text, constantValue);
     if (!constant) {
+        // "0.01#2": the language takes "#" for the start of a comment, and the digits behind it are lost
+        if (const char* hash = std::strchr(text, '#')) {
+            if (hash > text && std::isdigit(static_cast<unsigned char>(hash[-1])) &&
+                std::isdigit(static_cast<unsigned char>(hash[1])))
+                shapeMessage(format("@attribute; %d = %s: @fn_hashInNumber;", indexCount + hasCheck + 1,
+                                    text));
+        }
         const char* rest = parser->parse(text);
         if (*skipWhite(rest)) {
             lineMessage(0, "@fn_long1;");
@@ -1171,6 +1238,13 @@ void TableReader::valueCell(const char* text)
 void TableReader::endLine()
 {
     if (lineActive && !lineIsComment && !skip && !valueSeen) lineMessage(0, "@fn_short;");
+    const int expected = hasCheck + indexCount + 1;
+    if (lineActive && !lineIsComment && skip && lineCellCount < expected && lineCellCount > 1)
+        shapeMessage(format("%d @fn_cells;, %d @fn_expected;", lineCellCount, expected));
+    else if (lineActive && !lineIsComment && lineExtraCells > 0)
+        shapeMessage(format("%d @fn_cells;, %d @fn_expected;: %d @fn_cells; @fn_ignored;", lineCellCount, expected, lineExtraCells));
+    lineCellCount = 0;
+    lineExtraCells = 0;
     if (traceLevel >= 1 && lineActive) Prot::raw("%5d: %s\n", static_cast<int>(lineNo), lineText().c_str());
     skip = false;
     valueSeen = false;
@@ -1189,9 +1263,12 @@ void TableReader::finishTable()
     if (mode == 3 && sectionsMatched == 0) Prot::message(SEV_ERROR, "@fn_missingSection;", name.c_str(), checkNo);
     if (in) fclose(in);
     in = nullptr;
-    if (copy) fclose(copy);
+    if (copy) safeOutput::close(copy);
     copy = nullptr;
     if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
+    // a file without a single line (not even a comment) is more likely lost than meant
+    if (reader && reader->dataLines == 0 && reader->commentLines == 0 && assignments == 0)
+        Prot::message(SEV_WARNING, "@file; %s: @fn_noLines;", name.c_str());
     if (!sparse && valueCheck != VC_ADDITIVE) {
         uint64_t missing = 0;
         std::vector<std::string> listed;
@@ -1214,11 +1291,20 @@ void TableReader::finishTable()
                           degree);
         }
     }
+    if (badShapes > static_cast<uint64_t>(kShapeShown))
+        Prot::message(SEV_WARNING, "%s: %llu @fn_misreadLines; (%d @fn_shownAbove;)", name.c_str(),
+                      static_cast<unsigned long long>(badShapes), kShapeShown);
+    if (outsideDomain > static_cast<uint64_t>(kShapeShown))
+        Prot::message(SEV_WARNING, "%s: %llu @fn_outsideDomain; (%d @fn_shownAbove;)", name.c_str(),
+                      static_cast<unsigned long long>(outsideDomain), kShapeShown);
+    if (summedTwice > 0)
+        Prot::message(SEV_WARNING, "%s: %llu @fn_doubleValue; @fn_summed;", name.c_str(),
+                      static_cast<unsigned long long>(summedTwice));
     if (doubles > 0) {
         for (size_t k = 0; k < doubleList.size() && k < static_cast<size_t>(kListed); ++k)
             Prot::writeln(1, "@fn_doubleIndex; %s", doubleList[k].c_str());
         if (doubles > static_cast<uint64_t>(kListed)) Prot::writeln(1, "...");
-        Prot::message(SEV_WARNING, "%s: %d @fn_doubleValue;", name.c_str(), static_cast<int>(doubles));
+        Prot::message(SEV_WARNING, "%s: %llu @fn_doubleValue;", name.c_str(), static_cast<unsigned long long>(doubles));
     }
     if (g_run) {
         auto& use = regionKeyUse();
@@ -1297,8 +1383,9 @@ void TableReader::readLines(char* cell)
             int status = reader->next(cell, kLineBuffer);
             if (status < 0) {
                 if (status < -1) {
-                    Prot::message(SEV_ERROR, "%s: %s in Zeile<br>%d: %s", cell, CsvReader::errorText(status).c_str(),
-                                  static_cast<int>(reader->lineNumber()), lineText().c_str());
+                    Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
+                                  CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
+                                  lineText().c_str());
                     break;
                 }
                 if (lineActive) endLine();
@@ -1309,6 +1396,15 @@ void TableReader::readLines(char* cell)
                 lineActive = true;
                 lineNo = static_cast<size_t>(reader->lineNumber());
                 lineIsComment = reader->isComment != 0;
+            }
+            lineCellCount = col + 1;
+            if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
+            lastCellText = cell;
+            if (reader->unendedLastLine && !lineIsComment && !lastCellText.empty() &&
+                std::isdigit(static_cast<unsigned char>(lastCellText.back()))) {
+                // the file ends inside a number: a file cut short reads as a smaller number
+                shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
+                reader->unendedLastLine = 0;
             }
             if (lineIsComment) {
                 // a command: a cell of a comment line with "!" as second character

@@ -22,6 +22,7 @@ struct FileEntry {
     int regionColumn = 0;               // 0 none, else number of the region index column plus 1 (2 = first)
     int yearOffset = 0;                 // subtracted from the year to form the file number
     std::vector<std::string> columnNames;   // column keys of output kinds
+    int valueDomain = 0;                // 0 any value, 1 counts (not negative), 2 shares and quotas (0 to 1)
     int fileNumber = -1;                // number of the file last opened, -1 none
     int linesWritten = -1;              // -1 until the first output
 };

@@ -61,6 +61,8 @@ public:
     uint64_t nonInteger = 0;
     // 1 when the last cell read holds only ASCII bytes (so no check of its UTF-8 is needed)
     int ascii = 1;
+    // the file ended inside a line (no line feed after its last cell): perhaps cut
+    int unendedLastLine = 0;
 
 private:
     int scan(char* buffer, int size);

@@ -35,7 +35,7 @@ Sandbox::Sandbox()
     for (int year = 2015; year <= std::max(2034, local.tm_year + 1900 + 1); ++year)
         write("var/_variant/gem" + std::to_string(year) + ".csv", std::to_string(year) + ",1,1,1,0,1\n");
     // no births and no deaths
-    write("var/_variant/fruc2015.csv", "");
+    write("var/_variant/fruc2015.csv", "# no births\n");   // empty on purpose, and saying so
     write("var/_variant/strb2015.csv", "*,*,*,*,0\n");
 }
 

@@ -132,7 +132,8 @@ TEST(VariantMaintenance, RepairsModulesRemovesObsoleteAndKeepsFrontEndSections)
     EXPECT_EQ(r.status, 1) << r.out;
     std::string ini = s.read("var/v.ini");
     EXPECT_NE(ini.find("NEUBAU=D1"), std::string::npos);
-    EXPECT_EQ(ini.find("ALT="), std::string::npos);
+    EXPECT_EQ(ini.find("\nALT="), std::string::npos);
+    EXPECT_NE(ini.find("\n;ALT=1\n"), std::string::npos);   // kept as a comment
     EXPECT_EQ(ini.find("[EMPTY]"), std::string::npos);
     EXPECT_EQ(ini.find("\nA=1"), std::string::npos);
     EXPECT_NE(ini.find("000=keep me"), std::string::npos);

@@ -1,6 +1,7 @@
 // Runs under hostile conditions: bad bytes in tables, a full disk (through the write limit of
 // the outputs), results of earlier runs in the directory, repeated messages, a mistyped -o.
 #include <gtest/gtest.h>
+#include <cstring>
 #include <filesystem>
 #include <set>
 
@@ -136,7 +137,7 @@ TEST(SafeOutputs, FullDiskNeverLeavesAShortTableOrStatusZero)
 TEST(SafeOutputs, RepairOnAFullDiskLeavesTheVariantFileWhole)
 {
     Sandbox s;
-    const std::string ini = "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\nRUNFORECAST=0\n[METHODE]\nAG=$i\nOLD=1\n";
+    const std::string ini = "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\nRUNFORECAST=0\n[METHODE]\nXYZ=$i\nOLD=1\n";
     s.write("var/v.ini", ini);
     RunResult r = forecast(s, {"VELDOR_WRITE_LIMIT=20"});
     EXPECT_EQ(s.read("var/v.ini"), ini);
@@ -185,6 +186,44 @@ TEST(ResultDirectory, EarlierResultsGoAndAFailedYearLeavesNothingOfItself)
     EXPECT_TRUE(has(prot, "Ergebnisse vollständig für die Jahre 2024..2024")) << prot;
     EXPECT_TRUE(has(prot, "Ergebnisse eines früheren Laufs entfernt:")) << prot;
     EXPECT_TRUE(has(prot, "gem2030.csv")) << prot;
+    // the tables of all years keep the rows of 2024 only, each line whole
+    for (const char* table : {"var/v/bew.csv", "var/v/bewgem.csv"}) {
+        ASSERT_TRUE(s.exists(table)) << table;
+        std::string rows = dataOf(s.read(table));
+        if (!rows.empty()) EXPECT_EQ(rows.back(), '\n') << table;
+        for (size_t p = 0; p < rows.size(); p = rows.find('\n', p) + 1)
+            EXPECT_EQ(rows.compare(p, 5, "2024,"), 0) << table << ": " << rows.substr(p, 40);
+    }
+}
+
+TEST(ResultDirectory, AFullDiskInAYearCutsItsRowsOffTheTablesOfAllYears)
+{
+    // the disk fills up at a sweep of sizes; whichever year fails, the tables that grow by a
+    // year hold the rows of the complete years only, each line whole
+    Sandbox s;
+    s.write("var/v.ini", THREE_YEARS);
+    ASSERT_EQ(forecast(s).status, 0);
+    uintmax_t total = 0;
+    for (const auto& e : fs::recursive_directory_iterator(s.path("var/v")))
+        if (e.is_regular_file()) total += e.file_size();
+    int failedInLaterYear = 0;   // runs whose failed year had begun a table of all years
+    for (int k = 1; k <= 48; ++k) {
+        RunResult r = forecast(s, {"VELDOR_WRITE_LIMIT=" + std::to_string(total * k / 48)});
+        if (r.status == 0) continue;
+        // a failure after the last year leaves all years complete
+        int last = has(r.out, "Kein Jahr der Prognose ist vollständig") ? 0 : 2026;
+        size_t at = r.out.find("Ergebnisse vollständig für die Jahre 2024..");
+        if (at != std::string::npos) last = std::atoi(r.out.c_str() + at + std::strlen("Ergebnisse vollständig für die Jahre 2024.."));
+        if (has(r.out, "Ergebnisse des abgebrochenen Jahres: bew")) ++failedInLaterYear;
+        for (const char* table : {"var/v/bew.csv", "var/v/bewgem.csv"}) {
+            if (!s.exists(table)) continue;
+            std::string rows = dataOf(s.read(table));
+            if (!rows.empty()) EXPECT_EQ(rows.back(), '\n') << table << " at " << k;
+            for (size_t p = 0; p < rows.size(); p = rows.find('\n', p) + 1)
+                EXPECT_LE(std::atoi(rows.c_str() + p), last) << table << " at " << k << ": " << rows.substr(p, 40);
+        }
+    }
+    EXPECT_GT(failedInLaterYear, 0);   // the sweep reached the writing of those tables
 }
 
 TEST(Cost, RepairOfTenThousandKeysWritesTheFileOnce)
@@ -194,11 +233,13 @@ TEST(Cost, RepairOfTenThousandKeysWritesTheFileOnce)
     for (int i = 0; i < 10000; ++i) ini += "K" + std::to_string(i) + "=" + std::to_string(i) + "\n";
     s.write("var/v.ini", ini);
     // each key written on its own would need thousands of times the file's size
-    RunResult r = forecast(s, {"VELDOR_WRITE_LIMIT=" + std::to_string(3 * ini.size())});
+    RunResult r = forecast(s, {"VELDOR_WRITE_LIMIT=" + std::to_string(4 * ini.size())});
     EXPECT_EQ(r.status, 0) << r.err;
     std::string repaired = s.read("var/v.ini");
-    EXPECT_FALSE(has(repaired, "K5="));
-    EXPECT_FALSE(has(repaired, "K9999="));
+    // the keys are gone, their lines stay as comments
+    EXPECT_FALSE(has(repaired, "\nK5="));
+    EXPECT_TRUE(has(repaired, "\n;K5=5\n"));
+    EXPECT_TRUE(has(repaired, "\n;K9999=9999\n"));
     EXPECT_TRUE(has(repaired, "NAG=100"));
     // twenty hints with their text and one line for the rest
     EXPECT_EQ(countOf(r.out, "obsolete entry removed"), 21) << r.out.substr(0, 3000);

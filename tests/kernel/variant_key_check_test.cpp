@@ -37,7 +37,7 @@ TEST(VariantKeyCheck, WholeNumbers)
 TEST(VariantKeyCheck, MisspeltKeysAndCutNumbersAreWarnedOnTheConsoleAndInTheProtocol)
 {
     Sandbox s;
-    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\nENDJHAR=2030\nGEHEIM=1\n"
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\nENDJHR_=2030\nGEHEIM=1\n"
                          "[METHODE]\nNAG=1O1\nNEUBAU=D0x\nGP=0.5q\n[DEFALTS]\nSTARTJAHR=2020\n");
     RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
     EXPECT_EQ(r.status, 0) << r.err;
@@ -46,7 +46,7 @@ TEST(VariantKeyCheck, MisspeltKeysAndCutNumbersAreWarnedOnTheConsoleAndInTheProt
         "var/v.ini [METHODE] GP=0.5q is not a whole number, read as 0.5",
         "var/v.ini [METHODE] NEUBAU=D0x is not a whole number, read as D0",
         "var/v.ini [DEFALTS]: unknown section, did you mean [DEFAULTS]?",
-        "var/v.ini [DEFAULTS] ENDJHAR=2030: unknown key, did you mean ENDJAHR?",
+        "var/v.ini [DEFAULTS] ENDJHR_=2030: unknown key, did you mean ENDJAHR?",
     };
     std::string prot = s.read("var/v/prot/index.html");
     for (const char* w : warnings) {
@@ -56,14 +56,44 @@ TEST(VariantKeyCheck, MisspeltKeysAndCutNumbersAreWarnedOnTheConsoleAndInTheProt
     // a key far from every known one is an obsolete entry as before, without a guess
     EXPECT_EQ(r.out.find("GEHEIM=1:"), std::string::npos);
     EXPECT_NE(prot.find("var/v.ini[DEFAULTS]GEHEIM=1 obsolete entry removed"), std::string::npos);
-    // the value taken stands in the repaired file
-    EXPECT_NE(s.read("var/v.ini").find("NAG=1O1"), std::string::npos);
+    // the value taken stands in the repaired file, the unknown keys as comments under the message
+    std::string repaired = s.read("var/v.ini");
+    EXPECT_NE(repaired.find("NAG=1O1"), std::string::npos);
+    EXPECT_NE(repaired.find("; ENDJHR_: unknown key, did you mean ENDJAHR? (removed by the repair, kept as a comment)\n"
+                            ";ENDJHR_=2030\n"),
+              std::string::npos)
+        << repaired;
+    EXPECT_NE(repaired.find("\n;GEHEIM=1\n"), std::string::npos) << repaired;
+    EXPECT_NE(repaired.find("\n;STARTJAHR=2020\n"), std::string::npos) << repaired;
+    // a second run keeps them and has nothing left to say about them
+    r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.find("unknown key"), std::string::npos);
+    std::string again = s.read("var/v.ini");
+    for (const char* kept : {";ENDJHR_=2030\n", ";GEHEIM=1\n", ";STARTJAHR=2020\n"})
+        EXPECT_NE(again.find(kept), std::string::npos) << kept << "\n" << again;
 
     // the year that the settings reader takes from "20x4" is named, so the search for gem19.csv makes sense
     s.write("var/w.ini", "[DEFAULTS]\nSTARTJAHR=20x4\nENDJAHR=2024\n");
     r = s.run({"orvane", "-d", "var/", "-v", "w"});
     EXPECT_NE(r.out.find("var/w.ini [DEFAULTS] STARTJAHR=20x4 is not a whole number, read as 20\n"), std::string::npos)
         << r.out;
+}
+
+TEST(VariantKeyCheck, AKeyOneSlipFromAKnownOneStopsTheRunBeforeTheRepair)
+{
+    // the user's year would be replaced by the default and the run would fail far from the cause
+    Sandbox s;
+    const std::string ini = "[DEFAULTS]\nSTARTJHAR=2024\nENDJAHR=2024\n[METHODE]\nNEUBAU=D0\n";
+    s.write("var/v.ini", ini);
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.out.find("var/v.ini [DEFAULTS] STARTJHAR=2024: unknown key, did you mean STARTJAHR? The file is left "
+                         "as it is and no forecast runs: correct the key"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(s.read("var/v.ini"), ini);
+    EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
 }
 
 } // namespace

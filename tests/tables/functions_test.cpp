@@ -434,6 +434,29 @@ TEST_F(FnTest, EvalFileRunsEachCell)
     opt::clear();
 }
 
+TEST_F(FnTest, TextsThatEvaluateThemselvesEndInAnError)
+{
+    // a file that evaluates itself, a variable whose text evaluates itself, and a variable that
+    // reaches the file: each stops at the nesting limit with an error, the stack unharmed
+    writeFile("rec.txt", "eval_file('rec')\n");
+    writeFile("via.txt", "eval($w)\n");
+    for (const char* text : {"eval_file('rec')", "let($s 'eval($s)') eval($s)", "let($w 'eval_file($f)') let($f 'via') eval($w)"}) {
+        SCOPED_TRACE(text);
+        int before = Prot::count(SEV_ERROR);
+        Parser p(nullptr);
+        runStatements(p, text, false);
+        EXPECT_TRUE(said("statements nested deeper than 64"));
+        EXPECT_GE(Prot::count(SEV_ERROR), before + 1);
+        exprStack.clear();
+    }
+    // a nesting below the limit runs
+    Parser p(nullptr);
+    runStatements(p, "let($a '7') let($b 'eval($a)') eval($b)", true);
+    ASSERT_FALSE(exprStack.empty());
+    EXPECT_EQ(exprStack.back().v.d, 7);
+    exprStack.clear();
+}
+
 // ---------------------------------------------------------------- the forecast state
 
 TEST_F(FnTest, GemNeedsTheForecast)

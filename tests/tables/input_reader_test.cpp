@@ -212,6 +212,12 @@ TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
     EXPECT_TRUE(has(p, "c.csv [fn_empty]"));
     EXPECT_TRUE(has(p, "c.csv: 4 [fn_zeros] ([fillDeg] 0.00%)"));
     EXPECT_FALSE(has(p, "[fn_missingIndex]"));   // nothing assigned: no listing
+    EXPECT_FALSE(has(p, "[fn_noLines]"));         // comments are lines: an empty table meant as such
+
+    write("e.csv", "");
+    FileEntry e = entry("e");
+    readTable(e, b, "A\0B\0");
+    EXPECT_TRUE(has(newText(), "[file] e.csv: [fn_noLines]"));
 }
 
 TEST_F(ReadTab, UnassignedCellsListedWithFillDegree)
@@ -529,8 +535,54 @@ TEST_F(ReadTab, AdditiveDenseTable)
     EXPECT_EQ(a[0], 14);
     EXPECT_EQ(a[1], 11);
     std::string p = newText();
-    EXPECT_FALSE(has(p, "[fn_doubleValue]"));
+    // a cell named twice is summed, and said; "*" adds to every cell without a word
+    EXPECT_TRUE(has(p, "a.csv: 1 [fn_doubleValue] [fn_summed]")) << p;
+    EXPECT_TRUE(has(p, "<code>1;2</code><br>(A:1) [fn_doubleIndex]: 2 [fn_summed]")) << p;
     EXPECT_FALSE(has(p, "[fn_zeros]"));
+}
+
+TEST_F(ReadTab, LinesReadOtherwiseThanWrittenAreWarned)
+{
+    // each line below is read as something else than its writer meant; the reader says so,
+    // naming file, line and cell, and reads the rest as before
+    struct Case {
+        const char* table;     // the lines of a year-section table: year; index; value
+        const char* warning;   // what the protocol says
+        double first, second;  // the cells afterwards
+    } cases[] = {
+        {"2020;1;5\n1;7\n", "2: <code>1;7</code><br>2 [fn_cells], 3 [fn_expected]", 5, 0},
+        {"2020;1;5\n2020;2;7;9\n", "2: <code>2020;2;7;9</code><br>4 [fn_cells], 3 [fn_expected]: 1 [fn_cells] [fn_ignored]", 5, 7},
+        {"2020;1;5\n2029..2020;2;7\n", "[attribute] 1 = 2029..2020: [fn_reversedYears]", 5, 0},
+        {"2020;1;5\n1000000000000000000000000000000;2;7\n", "[fn_noYear] (1000..9999)", 5, 0},
+        {"2020;1;5\n2020;2;0.01#2\n", "[attribute] 3 = 0.01#2: [fn_hashInNumber]", 5, 0.01},
+        {"2020;1;5\n2020;2;37688+50", "2: <code>2020;2;37688+50</code><br>[attribute] 3 = 37688+50: [fn_unended]", 5, 37738},
+        {"2020;1;-5\n2020;2;7\n", "(A:1) = -5: [fn_negativeCount]", -5, 7},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.table);
+        write("y.csv", c.table);
+        FileEntry f = entry("y", 0, 3);
+        f.valueDomain = 1;
+        LA1 a("A", {2}, 0);
+        readTable(f, a, "A\0");
+        std::string p = newText();
+        EXPECT_TRUE(has(p, "y.csv")) << p;
+        EXPECT_TRUE(has(p, c.warning)) << p;
+        EXPECT_EQ(a[0], c.first);
+        EXPECT_EQ(a[1], c.second);
+    }
+    // shares: a quota of 10^30 and one below 0
+    write("q.csv", "1;1e30\n2;-0.5\n");
+    FileEntry q = entry("q");
+    q.valueDomain = 2;
+    LA1 b("B", {2}, 0);
+    readTable(q, b, "B\0");
+    std::string p = newText();
+    EXPECT_TRUE(has(p, "(B:1) = 1e+30: [fn_shareOutside]")) << p;
+    EXPECT_TRUE(has(p, "(B:2) = -0.5: [fn_shareOutside]")) << p;
+    // a table read again in the next year says nothing new about the same lines
+    readTable(q, b, "B\0");
+    EXPECT_FALSE(has(newText(), "[fn_shareOutside]"));
 }
 
 // ---------------------------------------------------------------- opening
