@@ -460,6 +460,7 @@ int CsvReader::scan(char* buffer, int size)
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
                 buffer[n] = 0;
                 ascii = bits < 0x80;
+                if (n > 0) unendedLastLine = 1;
                 return n > 0 ? '\n' : -1;
             }
             if (c == '\r') continue;
