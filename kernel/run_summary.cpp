@@ -297,13 +297,15 @@ void movementCharts()
             plotTerminal(), plotSeparator(), decimalSignLine().c_str(), FILL);
     static const char* const movementKeys[] = {"DG4S",  "DG4WA", "DG4OBN", "DG4WB", "DG4OI",
                                                "DG4OBR", "DG4OAR", "DG4IBR", "DG4ZA", "DG4IBN",
-                                               "DG4IAN", "DG4ZB", "DG4II", "DG4WBGv", "DG4WBGn"};
+                                               "DG4IAN", "DG4ZB", "DG4II", "DG4WBGv", "DG4WBGn",
+                                               "DG3G"};
     // each chart counts persons of one movement in a year: said on the axes and in the key,
     // and each movement has a colour of its own
-    fprintf(p, "set bmargin 4.5\nset xlabel '%s'\n", quoted(DD::lookup("year")).c_str());
+    fprintf(p, "set bmargin 4.5\nset xlabel '%s' offset 0,-1\n", quoted(DD::lookup("year")).c_str());
     for (const auto& [agg, kinds] : data)
         for (const auto& [kind, years] : kinds) {
-            std::string what = kind >= 1 && kind <= 15 ? DD::lookup(movementKeys[kind - 1]) : std::to_string(kind);
+            std::string what = kind >= 1 && kind <= std::size(movementKeys) ? DD::lookup(movementKeys[kind - 1])
+                                                                            : std::to_string(kind);
             fprintf(p, "set output '%s%s/prot/bewgemagg%03lld%02u.png'\nset title '%s %s %s'\nset ylabel '%s'\n",
                     si::Directory.c_str(), si::Version.c_str(), agg, kind, quoted(DD::lookup("rk1agg_AGG_G")).c_str(),
                     std::to_string(agg).c_str(), quoted(what).c_str(), quoted(DD::lookup("personsPerYear")).c_str());
