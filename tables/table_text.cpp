@@ -419,6 +419,15 @@ int CsvReader::scan(char* buffer, int size)
     unsigned bits = 0;    // the bytes of the cell or-ed: below 0x80 for plain ASCII
     FILE* f = file;
     const int sep = separator, q = quote;
+    // the file ends: the last cell (trimmed unless quoted), and a file that ends inside a line is marked
+    auto atEnd = [&](bool trim) {
+        if (trim)
+            while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
+        buffer[n] = 0;
+        ascii = bits < 0x80;
+        if (n > 0) unendedLastLine = 1;
+        return n > 0 ? '\n' : -1;
+    };
     for (;;) {
         int c = getc_unlocked(f);
         if (c == EOF) {
@@ -427,12 +436,7 @@ int CsvReader::scan(char* buffer, int size)
                 ascii = bits < 0x80;
                 return -3;
             }
-            if (state != AfterQuote)
-                while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
-            buffer[n] = 0;
-            ascii = bits < 0x80;
-            if (n > 0) unendedLastLine = 1;
-            return n > 0 ? '\n' : -1;
+            return atEnd(state != AfterQuote);
         }
         if (c == '\r') continue;
         switch (state) {
@@ -456,13 +460,7 @@ int CsvReader::scan(char* buffer, int size)
                 buffer[n++] = static_cast<char>(c);
                 c = getc_unlocked(f);
             }
-            if (c == EOF) {
-                while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
-                buffer[n] = 0;
-                ascii = bits < 0x80;
-                if (n > 0) unendedLastLine = 1;
-                return n > 0 ? '\n' : -1;
-            }
+            if (c == EOF) return atEnd(true);
             if (c == '\r') continue;
             if (c == '\n' || c == sep) {
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
