@@ -3,8 +3,11 @@
 result as a demographer would:
 
 - accounting: every year, region and cohort, the end population equals the aged start population
-  plus every inflow minus every outflow of bew.csv (the sweep's area has no births, so age 0 is
-  checked as well);
+  (the last, open age group keeps its own and takes in the one below) plus births minus deaths
+  plus every inflow minus every outflow of bew.csv; age group 0 is the newborns' cohort, which
+  starts from nothing;
+- births: a region's births of a year are a tenth of its women at ages 1 to 3 after ageing (the
+  rate of the area's fruc table), whatever the groups the children are born into;
 - paired flows: moves that stay inside the study area (internal moves, moves into new building
   from the area, those displaced by demolition, group change) leave as many as they bring;
 - targets: the stock target (M 1 in all, M 2 by cohort), the external balance (N 1) and an
@@ -250,8 +253,8 @@ def check(d, name, m, pop, tables, warnings):
     residuals, unpaired, signs = [], [], []
     out = os.path.join(d, name)
     bew, heads = movements(os.path.join(out, "bew.csv"))
-    # without a column of births, age group 0 can't be accounted for
-    lowest = 0 if any(BIRTHS in h for h in heads) else 1
+    if BIRTHS not in heads:
+        faults.append("bew.csv ohne Spalte %s: Altersgruppe 0 ist nicht zu bilanzieren" % BIRTHS)
     start = pop
     for year in YEARS:
         end = population(os.path.join(out, "gem%d.csv" % year))
@@ -262,16 +265,25 @@ def check(d, name, m, pop, tables, warnings):
             f = bew.get((year,) + k, {})
             flows[k] = f
             e = expect.get(k, 0.0) - sum(f.get(h, 0.0) for h in OUT) + sum(f.get(h, 0.0) for h in IN)
-            e += sum(v for h, v in f.items() if BIRTHS in h)
+            e += f.get(BIRTHS, 0.0)
             for h, v in f.items():
                 if v < -1e-9:
                     signs.append("%d %s: %s negativ %.6g" % (year, k, h, v))
-            if k[3] < lowest:
-                continue
             r = abs(end.get(k, 0.0) - e)
             worst = max(worst, r)
             if r > 1e-6 * max(1.0, abs(e)):
                 residuals.append("%d %s: Bestand %.6g, Fortschreibung %.6g" % (year, k, end.get(k, 0.0), e))
+        # the births of each region against the women of the aged start population
+        born, mothers = {}, {}
+        for k, f in flows.items():
+            born[k[0]] = born.get(k[0], 0.0) + f.get(BIRTHS, 0.0)
+        for (z, b, g, a), v in expect.items():
+            if g == 2 and a >= 1:
+                mothers[z] = mothers.get(z, 0.0) + v
+        for z in sorted(set(born) | set(mothers)):
+            if abs(born.get(z, 0.0) - 0.1 * mothers.get(z, 0.0)) > 1e-9 * max(1.0, born.get(z, 0.0)):
+                faults.append("%d Gebiet %d: Geburten %.9g statt %.9g" % (year, z, born.get(z, 0.0),
+                                                                         0.1 * mothers.get(z, 0.0)))
         for o, i in PAIRS:
             so = sum(f.get(o, 0.0) for f in flows.values())
             si = sum(f.get(i, 0.0) for f in flows.values())
