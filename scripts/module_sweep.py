@@ -181,15 +181,16 @@ def study_area(d, m, name):
     t["nebb"] = "2024..2030;1;12\n2024..2030;3;12\n2024..2030;5;12\n"
     t["nebq2024"] = "1..2;1..%d;1..%d;0..%d;1\n" % (NBG, NGG, NAG - 1)
     t["nebqqa"] = "2024..2030;1;1;0.2\n2024..2030;1;2;0.1\n2024..2030;2;1..2;0.15\n"
-    t["nebgqr"] = "2024..2030;1..%d;1\n2024..2030;1;2\n" % NGZ
-    t["nebgqt"] = "2024..2030;1..2;1..%d;1\n2024..2030;1;2;2\n" % NTYB
+    # the weights name only the cells that differ from 1: the others weigh 1
+    t["nebgqr"] = "2024..2030;1;2\n"
+    t["nebgqt"] = "2024..2030;1;2;2\n"
     # demolition: in regions 2 and 4, some of them abroad
     t["reab"] = "2024..2030;2;5\n2024..2030;4;3\n"
     t["rear"] = "2024..2030;2;0.05\n2024..2030;4;0.03\n"
     t["reaq2024"] = "1..2;1..%d;1..%d;0..%d;1\n" % (NBG, NGG, NAG - 1)
     t["reaqza"] = "2024..2030;1..2;1..%d;0.1\n" % NTYA
-    t["reagzt"] = "2024..2030;1..2;1..%d;1\n2024..2030;1;1;2\n" % NTYB
-    t["reagzr"] = "2024..2030;1..%d;1\n2024..2030;6;2\n" % NGZ
+    t["reagzt"] = "2024..2030;1;1;2\n"
+    t["reagzr"] = "2024..2030;6;2\n"
     # limits of regions (P 1) and types (P 2), wide enough to be met
     regional = {}
     for (z, b, g, a), v in pop.items():
