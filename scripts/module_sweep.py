@@ -251,7 +251,7 @@ def check(d, name, m, pop, tables, warnings):
     """The faults of one run's results, as a list of texts, and the largest accounting residual."""
     A, B, C, D, E, I, K, M, N, P, W = (m[x] for x in ORDER)
     faults, reported, worst = [], [], 0.0
-    residuals, unpaired, signs = [], [], []
+    residuals, unpaired, signs, raised, raised_sum = [], [], [], [], 0.0
     out = os.path.join(d, name)
     bew, heads = movements(os.path.join(out, "bew.csv"))
     if BIRTHS not in heads:
@@ -273,7 +273,24 @@ def check(d, name, m, pop, tables, warnings):
             r = abs(end.get(k, 0.0) - e)
             worst = max(worst, r)
             if r > 1e-6 * max(1.0, abs(e)):
-                residuals.append("%d %s: Bestand %.6g, Fortschreibung %.6g" % (year, k, end.get(k, 0.0), e))
+                text = "%d %s: Bestand %.6g, Fortschreibung %.6g" % (year, k, end.get(k, 0.0), e)
+                if end.get(k, 0.0) == 0 and e < 0:
+                    raised.append(text)
+                    raised_sum += e
+                else:
+                    residuals.append(text)
+        # a cohort below zero is raised to 0 and said by a warning with the sum of the raised cells
+        if raised:
+            said_sum = None
+            for w in warnings:
+                hit = re.search(r"korrigiert in GEM%d\.CSV \(sum (-?[0-9.,e+-]+)," % year, w)
+                if hit:
+                    said_sum = number(hit.group(1))
+            if said_sum is not None and abs(said_sum - raised_sum) <= 1e-4 * max(1.0, abs(raised_sum)):
+                reported.extend(raised)
+            else:
+                residuals.extend(raised)
+            raised, raised_sum = [], 0.0
         # the births of each region against the women of the aged start population
         born, mothers = {}, {}
         for k, f in flows.items():
@@ -326,8 +343,7 @@ def check(d, name, m, pop, tables, warnings):
     said = " ".join(warnings)
     if unpaired:
         (reported if "DG4IBN" in said or "DR2OBR" in said or "Neubau" in said else faults).extend(unpaired)
-    if residuals:
-        (reported if "negativ" in said else faults).extend(residuals)
+    faults.extend(residuals)
     if signs:
         (reported if "negativ" in said else faults).extend(signs)
     return faults, worst, reported
