@@ -460,6 +460,8 @@ int CsvReader::scan(char* buffer, int size)
                 while (n > 0 && isWhite(static_cast<unsigned char>(buffer[n - 1]))) --n;
                 buffer[n] = 0;
                 ascii = bits < 0x80;
+                // the last line has no line end: perhaps a file cut short
+                if (n > 0) unendedLastLine = 1;
                 return n > 0 ? '\n' : -1;
             }
             if (c == '\r') continue;
