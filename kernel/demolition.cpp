@@ -253,11 +253,11 @@ void weighDisplaced(Orvane& c, YearStep& y)
     LA1 GR1IBR3("GR1IBR3", {Z(c.NGZ)}, 1.0);
     LA2 GR2IBR("GR2IBR", {Z(c.NTYREA), Z(c.NTYB)}, 1.0);
     if (E_() == 1 || E_() == 3) {
-        readTable(fileTable[FT_REAGZR], GR1IBR3, "C.NGZ\0");
+        readTable(fileTable[FT_REAGZR], GR1IBR3, "C.NGZ\0", VC_PLAIN, 1.0);
         for (double w : GR1IBR3) constant = constant && w == GR1IBR3[0];
         weightOf = [&](size_t z) { return GR1IBR3[z]; };
     } else {
-        readTable(fileTable[FT_REAGZT], GR2IBR, "C.NTYREA\0NTYB\0");
+        readTable(fileTable[FT_REAGZT], GR2IBR, "C.NTYREA\0NTYB\0", VC_PLAIN, 1.0);
         for (const auto& r : GR2IBR)
             for (double w : r) constant = constant && w == GR2IBR[0][0];
         weightOf = [&](size_t z) {

@@ -245,7 +245,7 @@ void newBuildingOrigins(MonteCarlo& mc, Orvane& c, YearStep& y)
     bool weighted = false;
     if (D_() == 2) {
         LA1 GR1OBE("GR1OBE", {Z(C.NGZ)}, 1.0);
-        readTable(fileTable[FT_NEBGQR], GR1OBE, "C.NGZ\0");
+        readTable(fileTable[FT_NEBGQR], GR1OBE, "C.NGZ\0", VC_PLAIN, 1.0);
         bool constant = true;
         for (double w : GR1OBE) constant = constant && w == GR1OBE[0];
         if (!constant) {
@@ -255,7 +255,7 @@ void newBuildingOrigins(MonteCarlo& mc, Orvane& c, YearStep& y)
         }
     } else if (D_() > 2) {
         LA2 GR2OBE("GR2OBE", {Z(C.NTYNEE), ntyb}, 1.0);
-        readTable(fileTable[FT_NEBGQT], GR2OBE, "C.NTYNEE\0NTYB\0");
+        readTable(fileTable[FT_NEBGQT], GR2OBE, "C.NTYNEE\0NTYB\0", VC_PLAIN, 1.0);
         bool equal = true;
         for (const auto& r : GR2OBE)
             for (double w : r) equal = equal && w == GR2OBE[0][0];

@@ -424,13 +424,15 @@ void negativeResults(MonteCarlo& mc, Orvane& c)
             stat.add(n.x - n.limit);
             if (keep) continue;
             if (Prot::level(2))
-                Prot::writeln(1, "GEM %lld %d %d %d = %g negativ", keyOf(c, n.z), n.b + 1, n.g + 1, n.a, n.x);
+                Prot::message(SEV_HINT, "GEM %lld %d %d %d = %g negativ", keyOf(c, n.z), n.b + 1, n.g + 1, n.a, n.x);
             c.BG40.set(Z(n.z), Z(n.b), Z(n.g), Z(n.a), n.limit);
         }
+    // a correction breaks the accounting of the cohorts by its sum: a warning, so that the
+    // protocol's list of warnings says it at every protocol level
     if (!stat.empty()) {
         std::string word = DD::lookup(keep ? "rk0jhr_negative" : "rk0jhr_fix_negative");
-        Prot::writeln(keep ? 1 : 2, "%d %s GEM%d.CSV (sum %g, min %g)", static_cast<int>(stat.count), word.c_str(),
-                      periodLabel(JAHR), stat.total, stat.min());
+        Prot::message(keep ? SEV_HINT : SEV_WARNING, "%d %s GEM%d.CSV (sum %g, min %g)", static_cast<int>(stat.count),
+                      word.c_str(), periodLabel(JAHR), stat.total, stat.min());
     }
     if (MONTE_CARLO && ZOMBIE) mc.comb(c.BG40);
 }

@@ -1287,8 +1287,12 @@ void TableReader::finishTable()
         uint64_t total = target.cells();
         if (missing > 0 && checkUndef) {
             double degree = total ? 100.0 * (1.0 - static_cast<double>(missing) / static_cast<double>(total)) : 0.0;
-            Prot::message(SEV_HINT, "%s: %d @fn_zeros; (@fillDeg; %.2f%%)", name.c_str(), static_cast<int>(missing),
-                          degree);
+            if (target.fill == 0)
+                Prot::message(SEV_HINT, "%s: %d @fn_zeros; (@fillDeg; %.2f%%)", name.c_str(), static_cast<int>(missing),
+                              degree);
+            else
+                Prot::message(SEV_HINT, "%s: %d @fn_filledWith; %g (@fillDeg; %.2f%%)", name.c_str(),
+                              static_cast<int>(missing), target.fill, degree);
         }
     }
     if (badShapes > static_cast<uint64_t>(kShapeShown))
@@ -1473,18 +1477,18 @@ template <int R> double* denseRow(typename LANested<R>::type& v, const long long
         return denseRow<R - 1>(v[static_cast<size_t>(i[0])], i + 1);
 }
 
-// every cell still undefined becomes 0 and is handed to f with its tuple
-template <int R> void walkUndef(typename LANested<R>::type& v, long long* idx, int depth,
+// every cell still undefined becomes the fill value and is handed to f with its tuple
+template <int R> void walkUndef(typename LANested<R>::type& v, long long* idx, int depth, double fill,
                                 const std::function<void(const long long*)>& f)
 {
     for (size_t k = 0; k < v.size(); ++k) {
         idx[depth] = static_cast<long long>(k);
         if constexpr (R == 1) {
             if (!isUndef(v[k])) continue;
-            v[k] = 0;
+            v[k] = fill;
             f(idx);
         } else {
-            walkUndef<R - 1>(v[k], idx, depth + 1, f);
+            walkUndef<R - 1>(v[k], idx, depth + 1, fill, f);
         }
     }
 }
@@ -1505,7 +1509,7 @@ public:
     void unassigned(const std::function<void(const long long*)>& f) override
     {
         long long idx[5] = {};
-        walkUndef<R>(array, idx, 0, f);
+        walkUndef<R>(array, idx, 0, fill, f);
     }
     uint64_t cells() const override
     {
@@ -1548,13 +1552,14 @@ double readTotalShown(const ReadResult& r, int valueCheck) { return valueCheck =
 namespace {
 
 template <int R>
-ReadResult readDense(FileEntry& file, LA<R>& target, const char* names, int valueCheck)
+ReadResult readDense(FileEntry& file, LA<R>& target, const char* names, int valueCheck, double fill)
 {
     CheckUndefGuard reset;
     auto ext = target.extents();
     long long sizes[5] = {};
     for (int j = 0; j < R; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
     DenseTarget<R> t(target);
+    t.fill = fill;
     ReadResult r = readTable(file, t, 0, R, sizes, names, valueCheck);
     if (r.nonZero != 0 || valueCheck == VC_ADDITIVE)
         laPrint(1, target, names, nullptr, readKind(valueCheck), readTotalShown(r, valueCheck));
@@ -1563,25 +1568,25 @@ ReadResult readDense(FileEntry& file, LA<R>& target, const char* names, int valu
 
 } // namespace
 
-ReadResult readTable(FileEntry& file, LA1& target, const char* names, int valueCheck)
+ReadResult readTable(FileEntry& file, LA1& target, const char* names, int valueCheck, double fill)
 {
-    return readDense(file, target, names, valueCheck);
+    return readDense(file, target, names, valueCheck, fill);
 }
-ReadResult readTable(FileEntry& file, LA2& target, const char* names, int valueCheck)
+ReadResult readTable(FileEntry& file, LA2& target, const char* names, int valueCheck, double fill)
 {
-    return readDense(file, target, names, valueCheck);
+    return readDense(file, target, names, valueCheck, fill);
 }
-ReadResult readTable(FileEntry& file, LA3& target, const char* names, int valueCheck)
+ReadResult readTable(FileEntry& file, LA3& target, const char* names, int valueCheck, double fill)
 {
-    return readDense(file, target, names, valueCheck);
+    return readDense(file, target, names, valueCheck, fill);
 }
-ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueCheck)
+ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueCheck, double fill)
 {
-    return readDense(file, target, names, valueCheck);
+    return readDense(file, target, names, valueCheck, fill);
 }
-ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck)
+ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck, double fill)
 {
-    return readDense(file, target, names, valueCheck);
+    return readDense(file, target, names, valueCheck, fill);
 }
 
 ReadResult readTable(FileEntry& file, double& target, const char* name, int valueCheck)

@@ -116,8 +116,12 @@ struct ReadTarget {
     virtual void put(const long long* index, double value) {}
     // before a read that is not additive: every cell undefined
     virtual void clear() {}
-    // after the read: f for every cell still undefined (in index order); the target then holds 0 there
+    // after the read: f for every cell still undefined (in index order); the target then holds
+    // its fill value there
     virtual void unassigned(const std::function<void(const long long* index)>& f) {}
+    // what a cell no line names holds after the read: 0, or the value the array was made with
+    // when the stage reads it as "fill 1" (the weights of regions and types)
+    double fill = 0;
     // number of cells, for the fill degree
     virtual uint64_t cells() const { return 0; }
     // after an additive read: the collected values go into the target
@@ -128,12 +132,12 @@ ReadResult readTable(FileEntry& file, ReadTarget& target, int sparse, int indexC
 
 // Typed entry points: sizes are taken from the target (which must be made), checkUndef is set
 // to 1 before and after, and the table is printed into the protocol when values were read or
-// valueCheck is 4.
-ReadResult readTable(FileEntry& file, LA1& target, const char* names, int valueCheck = 0);
-ReadResult readTable(FileEntry& file, LA2& target, const char* names, int valueCheck = 0);
-ReadResult readTable(FileEntry& file, LA3& target, const char* names, int valueCheck = 0);
-ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueCheck = 0);
-ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck = 0);
+// valueCheck is 4. A cell that no line names gets fill (the hint counts it all the same).
+ReadResult readTable(FileEntry& file, LA1& target, const char* names, int valueCheck = 0, double fill = 0);
+ReadResult readTable(FileEntry& file, LA2& target, const char* names, int valueCheck = 0, double fill = 0);
+ReadResult readTable(FileEntry& file, LA3& target, const char* names, int valueCheck = 0, double fill = 0);
+ReadResult readTable(FileEntry& file, LA4& target, const char* names, int valueCheck = 0, double fill = 0);
+ReadResult readTable(FileEntry& file, LA5& target, const char* names, int valueCheck = 0, double fill = 0);
 // one value: no index column, the value cell is the first cell after the check
 ReadResult readTable(FileEntry& file, double& target, const char* name, int valueCheck = 0);
 

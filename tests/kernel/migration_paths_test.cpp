@@ -200,11 +200,12 @@ TEST(MigrationPaths, EachPathGivesTheFiguresWorkedOutByHand)
          "NEUBAU=D3\n",
          [](const Area& a) {
              a.newBuilding();
-             a.write("var/nebgqt.csv", "2024..2030;1;1..2;1\n2024..2030;1;2;3\n");
+             a.write("var/nebgqt.csv", "2024..2030;1;2;3\n");
          },
          [](const Area&, const Table&, const Bew& b) {
              // 10 from the area, taken 10:35 from the types by their moves out: region 1 20/9,
-             // region 2 60/9, region 3 10/9; type 2 weighs 3 and the total stays 10
+             // region 2 60/9, region 3 10/9; type 2 weighs 3, type 1 is not named and weighs 1,
+             // and the total stays 10
              EXPECT_NEAR(b[0][TO_NEW], 20.0 / 23, 1e-9);
              EXPECT_NEAR(b[1][TO_NEW], 180.0 / 23, 1e-9);
              EXPECT_NEAR(column(b, TO_NEW), column(b, NEW_FROM_AREA), 1e-9);
@@ -213,10 +214,10 @@ TEST(MigrationPaths, EachPathGivesTheFiguresWorkedOutByHand)
          "NEUBAU=D2\n",
          [](const Area& a) {
              a.newBuilding();
-             a.write("var/nebgqr.csv", "2024..2030;1..3;1\n2024..2030;3;4\n");
+             a.write("var/nebgqr.csv", "2024..2030;3;4\n");
          },
          [](const Area&, const Table&, const Bew& b) {
-             // 20/9, 60/9 and 10/9 * 4: 10 in all again
+             // 20/9, 60/9 and 10/9 * 4 (the regions the table does not name weigh 1): 10 in all again
              EXPECT_NEAR(b[2][TO_NEW], 40.0 / 12, 1e-9);
              EXPECT_NEAR(column(b, TO_NEW), 10, 1e-9);
          }},
@@ -244,6 +245,10 @@ TEST(MigrationPaths, EachPathGivesTheFiguresWorkedOutByHand)
          [](const Area&, const Table&, const Bew& b) {
              EXPECT_NEAR(b[1][DEMOLISHED_INSIDE], 16, 1e-9);
              EXPECT_NEAR(column(b, FROM_DEMOLITION), 16, 1e-9);
+             // the 16 arrive in the types as the moves between them do, 35:10; type 1 weighs 2
+             // and the type not named keeps its weight 1: 70:10 of 16
+             EXPECT_NEAR(b[0][FROM_DEMOLITION], 14, 1e-9);
+             EXPECT_NEAR(b[1][FROM_DEMOLITION] + b[2][FROM_DEMOLITION], 2, 1e-9);
          }},
         {"E4: demolition by shares of the stock, arrivals weighed by type",
          "RUECKBAU=E4\n",

@@ -220,6 +220,25 @@ TEST_F(ReadTab, EmptyIntervalAssignsNothingAndOnlyCommentsIsEmpty)
     EXPECT_TRUE(has(newText(), "[file] e.csv: [fn_noLines]"));
 }
 
+TEST_F(ReadTab, WeightTableGivesCellsNotNamedItsFillValue)
+{
+    // weights of two rows read as "fill 1": a cell named keeps its value (a 0 as well), one
+    // named twice the last, the others 1; an array made with 1 but read plainly holds 0 there
+    write("w.csv", "1;1;3\n1;2;0\n2;3;2\n2;3;5\n");
+    FileEntry f = entry("w");
+    LA2 w("W", {2, 3}, 1.0);
+    readTable(f, w, "A\0B\0", VC_PLAIN, 1.0);
+    EXPECT_EQ(w[0], (std::vector<double>{3, 0, 1}));
+    EXPECT_EQ(w[1], (std::vector<double>{1, 1, 5}));
+    std::string p = newText();
+    EXPECT_TRUE(has(p, "w.csv: 3 [fn_filledWith] 1 ([fillDeg] 50.00%)"));
+    EXPECT_TRUE(has(p, "w.csv: 1 [fn_doubleValue]"));
+    EXPECT_FALSE(has(p, "[fn_zeros]"));
+    LA2 plain("P", {2, 3}, 1.0);
+    readTable(f, plain, "A\0B\0");
+    EXPECT_EQ(plain[0], (std::vector<double>{3, 0, 0}));
+}
+
 TEST_F(ReadTab, UnassignedCellsListedWithFillDegree)
 {
     write("t.csv", "1;1;1\n");
