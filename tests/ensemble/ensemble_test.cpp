@@ -189,6 +189,34 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
     }
 }
 
+TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
+{
+    // deterministic: each region's 100 women bear 20 children a year, nobody dies or moves
+    Area s(2);
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_FALSE(s.exists("var/v/gem2025.csv"));
+    EXPECT_FALSE(s.exists("var/v/bewgem.csv"));
+    EXPECT_FALSE(s.exists("var/v/agg.csv"));
+    EXPECT_EQ(s.read("var/v/summary_population.csv").substr(0, 40), "year,area,group,sex,age_band,population\n");
+    EXPECT_EQ(s.read("var/v/summary_components.csv"),
+              "year,area,component,value\n"
+              "2024,all,births,40\n2024,all,deaths,0\n2024,all,moves_in,0\n2024,all,moves_out,0\n2024,all,net_migration,0\n"
+              "2024,agg1,births,40\n2024,agg1,deaths,0\n2024,agg1,moves_in,0\n2024,agg1,moves_out,0\n2024,agg1,net_migration,0\n"
+              "2024,1,births,20\n2024,1,deaths,0\n2024,1,moves_in,0\n2024,1,moves_out,0\n2024,1,net_migration,0\n"
+              "2024,2,births,20\n2024,2,deaths,0\n2024,2,moves_in,0\n2024,2,moves_out,0\n2024,2,net_migration,0\n"
+              "2025,all,births,40\n2025,all,deaths,0\n2025,all,moves_in,0\n2025,all,moves_out,0\n2025,all,net_migration,0\n"
+              "2025,agg1,births,40\n2025,agg1,deaths,0\n2025,agg1,moves_in,0\n2025,agg1,moves_out,0\n2025,agg1,net_migration,0\n"
+              "2025,1,births,20\n2025,1,deaths,0\n2025,1,moves_in,0\n2025,1,moves_out,0\n2025,1,net_migration,0\n"
+              "2025,2,births,20\n2025,2,deaths,0\n2025,2,moves_in,0\n2025,2,moves_out,0\n2025,2,net_migration,0\n");
+    auto pop = summary(s.read("var/v/summary_population.csv"));
+    EXPECT_EQ(pop["2023,all,all,all,all,"], 200);
+    EXPECT_EQ(pop["2023,all,all,1,0,"], 200);
+    EXPECT_EQ(pop["2025,agg1,all,all,all,"], 280);
+    EXPECT_EQ(pop["2025,2,1,1,0,"], 140);
+    EXPECT_EQ(pop.size(), 3u * (3 + 2 + 2 * 2));   // a year: all (total, sex, cell), agg1 and 2 regions (total, cell)
+}
+
 TEST(Ensemble, TheSameNumbersWhateverTheMembersAtOnce)
 {
     Area s(2);
