@@ -180,7 +180,9 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
     EXPECT_EQ(det["2024,all,births,"], 60);
     EXPECT_EQ(summary(s.read("var/v/ensemble/deterministic_population.csv"))["2025,all,all,all,all,"], 420);
 
-    // the page and its pictures
+    // the page, linked from the results overview of the protocol, and its pictures
+    EXPECT_NE(s.read("var/v/prot/results.htm").find("<a href=\"ensemble.html\">"), std::string::npos);
+    EXPECT_EQ(s.read("var/v/prot/results.htm").find("scenarios.html"), std::string::npos);
     std::string page = s.read("var/v/prot/ensemble.html");
     for (const char* picture : {"ensemble_all_population", "ensemble_all_births", "ensemble_all_net_migration",
                                 "ensemble_agg1_population", "ensemble_pyramid"}) {
@@ -351,6 +353,7 @@ TEST(Scenarios, FurtherVariantsRunAsIfAloneAndAreComparedWithTheFirst)
     EXPECT_EQ(at["2025,all,w"], std::make_pair(std::string("420"), std::string("140")));
     EXPECT_EQ(at["2023,agg1,w"], std::make_pair(std::string("300"), std::string("100")));
     std::string page = s.read("var/v/prot/scenarios.html");
+    EXPECT_NE(s.read("var/v/prot/results.htm").find("<a href=\"scenarios.html\">"), std::string::npos);
     EXPECT_NE(page.find("src=\"scenarios_all.png\""), std::string::npos);
     EXPECT_NE(page.find("src=\"scenarios_agg1.png\""), std::string::npos);
     // a scenario that fails is named, the comparison keeps the others
