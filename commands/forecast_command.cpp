@@ -333,6 +333,11 @@ int orvane(int argc, char** argv)
             protocolHead(cores, ddMillis);
             // the run object takes the dimensions and modules of the repaired variant file
             run.loadSettings();
+            // the pages of the ensemble and the scenarios come after the protocol is closed:
+            // the results overview links them now
+            if (ensembleMembers > 0) announceLaterPage("ensemble.html", "ov_ensemblePage");
+            if (!member && !scenariosOf(si::Directory, si::Version).empty())
+                announceLaterPage("scenarios.html", "ov_scenariosPage");
             status = RK::PRO(&run);
             if (ensembleMembers > 0) {
                 ensemble.directory = si::Directory;

@@ -62,7 +62,8 @@ std::string lastWords(const std::string& consoleFile)
     return last;
 }
 
-// The member's own variant file: a copy of the variant's, writing no more than the summary needs.
+// The member's own variant file: a copy of the variant's without protocol, charts or matrices
+// (the member writes its summary in place of the result tables).
 bool prepareVariantFile(const EnsembleRequest& r, const std::string& work, const std::string& name, std::string& error)
 {
     std::error_code ec;
@@ -73,10 +74,10 @@ bool prepareVariantFile(const EnsembleRequest& r, const std::string& work, const
         return false;
     }
     const char* keys[][3] = {
-        {"DEFAULTS", "AUSGABE_PROTOKOLL", "0"}, {"DEFAULTS", "ABEW", "0"},        {"DEFAULTS", "ABEWGEM", "1"},
-        {"DEFAULTS", "PYRAMIDE", "0"},          {"DEFAULTS", "PLOT_DATEN", "0"},  {"DEFAULTS", "AUSGABE_BINNEN_MATRIX", "0"},
-        {"DEFAULTS", "AUSGABE_AUSSEN_MATRIX", "0"}, {"DEFAULTS", "DIFF_BG", "1"}, {"DEFAULTS", "DIFF_GG", "1"},
-        {"DEFAULTS", "DIFF_AG", "5"},           {"DEFAULTS", "RUNFORECAST", "1"}, {"ZR", "RUNZR", "0"},
+        {"DEFAULTS", "AUSGABE_PROTOKOLL", "0"},     {"DEFAULTS", "PYRAMIDE", "0"},
+        {"DEFAULTS", "PLOT_DATEN", "0"},            {"DEFAULTS", "AUSGABE_BINNEN_MATRIX", "0"},
+        {"DEFAULTS", "AUSGABE_AUSSEN_MATRIX", "0"}, {"DEFAULTS", "RUNFORECAST", "1"},
+        {"ZR", "RUNZR", "0"},
     };
     for (const auto& k : keys)
         if (!si::varWrite(k[0], k[1], k[2], work, name)) {
@@ -84,6 +85,19 @@ bool prepareVariantFile(const EnsembleRequest& r, const std::string& work, const
             return false;
         }
     return true;
+}
+
+// moves a summary a member wrote to where the ensemble keeps it
+bool takeSummary(const std::string& from, const std::string& to, std::string& error)
+{
+    std::error_code ec;
+    fs::rename(from, to, ec);
+    if (!ec) return true;
+    // another file system: copied, then removed with the member's directory
+    ec.clear();
+    fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec);
+    if (ec) error = from + ": " + ec.message();
+    return !ec;
 }
 
 } // namespace
@@ -251,15 +265,15 @@ int runEnsemble(const EnsembleRequest& r)
             run.arguments.push_back(o);
         }
         run.arguments.push_back("-o");
-        run.arguments.push_back("option($GEMALL 2)");
+        run.arguments.push_back("option($SUMMARY_ONLY 1)");
     }
     const auto started = std::chrono::steady_clock::now();
     runMembers(runs, jobs, [&](MemberRun& run) {
         Member& m = members[mine[size_t(&run - runs.data())]];
         if (run.status == 0) {
             std::string runDir = work + m.name + "/";
-            if (summariseRun(runDir, dims, local + m.name + "_population.csv", local + m.name + "_components.csv",
-                             m.error)) {
+            if (takeSummary(runDir + SUMMARY_POPULATION_FILE, local + m.name + "_population.csv", m.error) &&
+                takeSummary(runDir + SUMMARY_COMPONENTS_FILE, local + m.name + "_components.csv", m.error)) {
                 m.ok = true;
                 fs::remove_all(runDir, ec);
                 fs::remove(work + m.name + ".ini", ec);

@@ -86,9 +86,13 @@ bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summarie
             }
             sum += values[i];
         }
-        line = keyCells(table, key) + plainNumber(sum / double(values.size()));
+        line = keyCells(table, key);
+        line += plainNumber(sum / double(values.size()));
         std::sort(values.begin(), values.end());
-        for (double p : quantileLevels) line += "," + plainNumber(sortedQuantile(values, p));
+        for (double p : quantileLevels) {
+            line += ',';
+            line += plainNumber(sortedQuantile(values, p));
+        }
         line += "\n";
         fwrite(line.data(), 1, line.size(), out);
     }

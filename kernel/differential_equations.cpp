@@ -14,6 +14,7 @@
 #include "platform/protocol.h"
 #include "platform/settings.h"
 #include "platform/variant_settings.h"
+#include "kernel/banded_summary.h"
 #include "kernel/file_table.h"
 #include "kernel/kernel_helpers.h"
 #include "kernel/run_object.h"
@@ -247,7 +248,8 @@ void differentialEquations(Orvane* orvane)
                 for (size_t g = 0; g < ngg; ++g)
                     for (size_t a = 0; a < nag; ++a) C.BGEM.set(z, b, g, a, y[system.index(z, b, g, a)]);
         C.BGEM.print(3, "@BGEM1;");
-        writePopulation(C, C.BGEM, periodLabel(JAHR));
+        if (summaryOnly()) summariseYear(C, C.BGEM, nullptr, periodLabel(JAHR));
+        else writePopulation(C, C.BGEM, periodLabel(JAHR));
         Prot::writeln(1, "%d: @sum; %.15g", JAHR, C.BGEM.sum());
     }
 }

@@ -13,6 +13,7 @@
 #include "platform/variant_settings.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
+#include "kernel/banded_summary.h"
 #include "kernel/file_table.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -41,12 +42,6 @@ struct Output {
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 };
-
-int64_t regionKeyOf(const Orvane& c, int gz)
-{
-    if (c.keyScale != 1 && static_cast<size_t>(gz) < c.indexKeys.size()) return c.indexKeys[static_cast<size_t>(gz)];
-    return static_cast<size_t>(gz) < c.regions.size() ? c.regions[static_cast<size_t>(gz)].key : gz + 1;
-}
 
 int64_t largestKey(const Orvane& c)
 {
@@ -460,6 +455,12 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
 
 } // namespace
 
+int64_t regionKeyOf(const Orvane& c, int gz)
+{
+    if (c.keyScale != 1 && static_cast<size_t>(gz) < c.indexKeys.size()) return c.indexKeys[static_cast<size_t>(gz)];
+    return static_cast<size_t>(gz) < c.regions.size() ? c.regions[static_cast<size_t>(gz)].key : gz + 1;
+}
+
 int aggregateRows() { return ini::DIFF_G > 0 ? RK::refRows(ini::DIFF_G) : 0; }
 
 int aggregateRowOf(const Orvane& c, int gz)
@@ -506,6 +507,11 @@ void writePyramid(const Orvane& c, const GemTable& t, int label)
 
 void writeYearOutputs(const Orvane& c, const YearStep& y, int label)
 {
+    // a run that gives only its summary writes none of the tables
+    if (summaryOnly()) {
+        summariseYear(c, c.BG40, &y, label);
+        return;
+    }
     // every file is opened here, on the main thread, which also writes the heads and tells the
     // protocol; the tasks below only write lines into their own files
     const GemTable& pop = c.BG40;

@@ -240,6 +240,25 @@ void indicatorsBlock(FILE* f, const Orvane& c)
     }
 }
 
+// the pages written after the forecast, by their file: title key
+std::vector<std::pair<std::string, std::string>>& laterPages()
+{
+    static std::vector<std::pair<std::string, std::string>> pages;
+    return pages;
+}
+
+void laterPagesBlock(FILE* f)
+{
+    if (laterPages().empty()) return;
+    fprintf(f, "<h2>%s</h2>\n<p>", text("ov_laterPages").c_str());
+    bool first = true;
+    for (const auto& [file, key] : laterPages()) {
+        fprintf(f, "%s<a href=\"%s\">%s</a>", first ? "" : " &middot; ", html(file).c_str(), text(key.c_str()).c_str());
+        first = false;
+    }
+    fprintf(f, "</p>\n<p>%s</p>\n", text("ov_laterPagesNote").c_str());
+}
+
 void filesBlock(FILE* f)
 {
     fprintf(f, "<h2>%s</h2>\n<p>", text("ov_files").c_str());
@@ -265,6 +284,13 @@ const char* const STYLE =
     ".status { font-size: 12pt; }\n";
 
 } // namespace
+
+void announceLaterPage(const std::string& file, const std::string& titleKey)
+{
+    for (const auto& page : laterPages())
+        if (page.first == file) return;
+    laterPages().push_back({file, titleKey});
+}
 
 void writeResultsOverview(const Orvane& c, bool finished)
 {
@@ -295,6 +321,7 @@ void writeResultsOverview(const Orvane& c, bool finished)
     aggregatesBlock(f, c);
     componentsBlock(f, c);
     indicatorsBlock(f, c);
+    laterPagesBlock(f);
     filesBlock(f);
     fprintf(f, "</body>\n</html>\n");
     safeOutput::close(f);

@@ -1,6 +1,8 @@
 // The static stage operations of the forecast kernel.
 #pragma once
 
+#include <string>
+
 #include "tables/labelled_array.h"
 
 class Orvane;
@@ -47,6 +49,9 @@ public:
 void cleanUpPrognose(Orvane* orvane);
 // prot/results.htm, the overview of the run's results; finished is false for a run that stopped
 void writeResultsOverview(const Orvane& c, bool finished);
+// A page of prot/ that a step after the forecast writes (its file and the dictionary key of its
+// title): the overview links it, since the protocol is closed before the page exists.
+void announceLaterPage(const std::string& file, const std::string& titleKey);
 
 // period label of a counter value under $MONATE
 int periodLabel(int year);

@@ -12,6 +12,7 @@
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
+#include "kernel/banded_summary.h"
 #include "kernel/file_table.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
@@ -234,7 +235,8 @@ void firstYear()
     AGGREGATES = aggregateCount();
     accountStart(C);
     const int before = periodLabel(ini::STARTJAHR - 1);
-    if (ini::DIFF_G != 0) writeAggregates(C, C.BGEM, before);
+    if (summaryOnly()) startSummary(C, C.BGEM, before);
+    else if (ini::DIFF_G != 0) writeAggregates(C, C.BGEM, before);
     if (ini::PYRAMIDE == 0)
         removeTable(FT_OUT_PYRAMID);
     else

@@ -188,6 +188,8 @@ int aggregateRows();
 void accountStart(Orvane& c);
 void accountYear(Orvane& c, const YearStep& y, int label);
 int aggregateRowOf(const Orvane& c, int gz);
+// the key of region gz as the result tables show it
+int64_t regionKeyOf(const Orvane& c, int gz);
 // the year's population table (entry 38) from a region table, under the period label
 void writePopulation(const Orvane& c, const GemTable& t, int label);
 // the population by aggregate (entry 47) and the pyramid (entry 48)

@@ -180,13 +180,43 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
     EXPECT_EQ(det["2024,all,births,"], 60);
     EXPECT_EQ(summary(s.read("var/v/ensemble/deterministic_population.csv"))["2025,all,all,all,all,"], 420);
 
-    // the page and its pictures
+    // the page, linked from the results overview of the protocol, and its pictures
+    EXPECT_NE(s.read("var/v/prot/results.htm").find("<a href=\"ensemble.html\">"), std::string::npos);
+    EXPECT_EQ(s.read("var/v/prot/results.htm").find("scenarios.html"), std::string::npos);
     std::string page = s.read("var/v/prot/ensemble.html");
     for (const char* picture : {"ensemble_all_population", "ensemble_all_births", "ensemble_all_net_migration",
                                 "ensemble_agg1_population", "ensemble_pyramid"}) {
         EXPECT_NE(page.find(std::string("src=\"") + picture + ".png\""), std::string::npos) << picture;
         EXPECT_TRUE(s.exists(std::string("var/v/prot/") + picture + ".png")) << picture;
     }
+}
+
+TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
+{
+    // deterministic: each region's 100 women bear 20 children a year, nobody dies or moves
+    Area s(2);
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_FALSE(s.exists("var/v/gem2025.csv"));
+    EXPECT_FALSE(s.exists("var/v/bewgem.csv"));
+    EXPECT_FALSE(s.exists("var/v/agg.csv"));
+    EXPECT_EQ(s.read("var/v/summary_population.csv").substr(0, 40), "year,area,group,sex,age_band,population\n");
+    EXPECT_EQ(s.read("var/v/summary_components.csv"),
+              "year,area,component,value\n"
+              "2024,all,births,40\n2024,all,deaths,0\n2024,all,moves_in,0\n2024,all,moves_out,0\n2024,all,net_migration,0\n"
+              "2024,agg1,births,40\n2024,agg1,deaths,0\n2024,agg1,moves_in,0\n2024,agg1,moves_out,0\n2024,agg1,net_migration,0\n"
+              "2024,1,births,20\n2024,1,deaths,0\n2024,1,moves_in,0\n2024,1,moves_out,0\n2024,1,net_migration,0\n"
+              "2024,2,births,20\n2024,2,deaths,0\n2024,2,moves_in,0\n2024,2,moves_out,0\n2024,2,net_migration,0\n"
+              "2025,all,births,40\n2025,all,deaths,0\n2025,all,moves_in,0\n2025,all,moves_out,0\n2025,all,net_migration,0\n"
+              "2025,agg1,births,40\n2025,agg1,deaths,0\n2025,agg1,moves_in,0\n2025,agg1,moves_out,0\n2025,agg1,net_migration,0\n"
+              "2025,1,births,20\n2025,1,deaths,0\n2025,1,moves_in,0\n2025,1,moves_out,0\n2025,1,net_migration,0\n"
+              "2025,2,births,20\n2025,2,deaths,0\n2025,2,moves_in,0\n2025,2,moves_out,0\n2025,2,net_migration,0\n");
+    auto pop = summary(s.read("var/v/summary_population.csv"));
+    EXPECT_EQ(pop["2023,all,all,all,all,"], 200);
+    EXPECT_EQ(pop["2023,all,all,1,0,"], 200);
+    EXPECT_EQ(pop["2025,agg1,all,all,all,"], 280);
+    EXPECT_EQ(pop["2025,2,1,1,0,"], 140);
+    EXPECT_EQ(pop.size(), 3u * (3 + 2 + 2 * 2));   // a year: all (total, sex, cell), agg1 and 2 regions (total, cell)
 }
 
 TEST(Ensemble, TheSameNumbersWhateverTheMembersAtOnce)
@@ -323,6 +353,7 @@ TEST(Scenarios, FurtherVariantsRunAsIfAloneAndAreComparedWithTheFirst)
     EXPECT_EQ(at["2025,all,w"], std::make_pair(std::string("420"), std::string("140")));
     EXPECT_EQ(at["2023,agg1,w"], std::make_pair(std::string("300"), std::string("100")));
     std::string page = s.read("var/v/prot/scenarios.html");
+    EXPECT_NE(s.read("var/v/prot/results.htm").find("<a href=\"scenarios.html\">"), std::string::npos);
     EXPECT_NE(page.find("src=\"scenarios_all.png\""), std::string::npos);
     EXPECT_NE(page.find("src=\"scenarios_agg1.png\""), std::string::npos);
     // a scenario that fails is named, the comparison keeps the others
