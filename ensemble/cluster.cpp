@@ -1,7 +1,9 @@
 #include "ensemble/cluster.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 
 #ifdef VELDOR_MPI
 #include <mpi.h>
@@ -10,6 +12,19 @@
 namespace {
 Cluster g_cluster;
 bool g_joined = false;
+
+#ifdef VELDOR_MPI
+// waits for a request without spinning: a rank that waits for rank 0 (while it runs the variant's
+// own forecast or gathers) leaves its core to the members on the same node
+void waitQuietly(MPI_Request& request)
+{
+    for (int done = 0;;) {
+        MPI_Test(&request, &done, MPI_STATUS_IGNORE);
+        if (done) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+#endif
 }
 
 bool clusterBuiltIn()
@@ -40,7 +55,13 @@ Cluster clusterJoin()
 void clusterLeave()
 {
 #ifdef VELDOR_MPI
-    if (g_joined) MPI_Finalize();
+    if (g_joined) {
+        // every rank reaches the end before any leaves, waiting without spinning
+        MPI_Request request;
+        MPI_Ibarrier(MPI_COMM_WORLD, &request);
+        waitQuietly(request);
+        MPI_Finalize();
+    }
     g_joined = false;
 #endif
 }
@@ -48,8 +69,11 @@ void clusterLeave()
 void clusterBroadcast(std::vector<uint64_t>& values)
 {
 #ifdef VELDOR_MPI
-    if (g_joined && g_cluster.size > 1)
-        MPI_Bcast(values.data(), int(values.size()), MPI_UINT64_T, 0, MPI_COMM_WORLD);
+    if (g_joined && g_cluster.size > 1) {
+        MPI_Request request;
+        MPI_Ibcast(values.data(), int(values.size()), MPI_UINT64_T, 0, MPI_COMM_WORLD, &request);
+        waitQuietly(request);
+    }
 #else
     (void)values;
 #endif
@@ -60,11 +84,15 @@ void clusterSend(const std::string& bytes)
 #ifdef VELDOR_MPI
     if (!g_joined) return;
     uint64_t n = bytes.size();
-    MPI_Send(&n, 1, MPI_UINT64_T, 0, 1, MPI_COMM_WORLD);
+    MPI_Request request;
+    MPI_Isend(&n, 1, MPI_UINT64_T, 0, 1, MPI_COMM_WORLD, &request);
+    waitQuietly(request);
     // in pieces below the limit of one message's count
     const uint64_t piece = 1u << 30;
-    for (uint64_t at = 0; at < n; at += piece)
-        MPI_Send(bytes.data() + at, int(std::min(piece, n - at)), MPI_CHAR, 0, 2, MPI_COMM_WORLD);
+    for (uint64_t at = 0; at < n; at += piece) {
+        MPI_Isend(bytes.data() + at, int(std::min(piece, n - at)), MPI_CHAR, 0, 2, MPI_COMM_WORLD, &request);
+        waitQuietly(request);
+    }
 #else
     (void)bytes;
 #endif
@@ -76,12 +104,15 @@ std::string clusterReceive(int from)
 #ifdef VELDOR_MPI
     if (!g_joined) return bytes;
     uint64_t n = 0;
-    MPI_Recv(&n, 1, MPI_UINT64_T, from, 1, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+    MPI_Request request;
+    MPI_Irecv(&n, 1, MPI_UINT64_T, from, 1, MPI_COMM_WORLD, &request);
+    waitQuietly(request);
     bytes.resize(n);
     const uint64_t piece = 1u << 30;
-    for (uint64_t at = 0; at < n; at += piece)
-        MPI_Recv(bytes.data() + at, int(std::min(piece, n - at)), MPI_CHAR, from, 2, MPI_COMM_WORLD,
-                 MPI_STATUS_IGNORE);
+    for (uint64_t at = 0; at < n; at += piece) {
+        MPI_Irecv(bytes.data() + at, int(std::min(piece, n - at)), MPI_CHAR, from, 2, MPI_COMM_WORLD, &request);
+        waitQuietly(request);
+    }
 #else
     (void)from;
 #endif
