@@ -32,8 +32,9 @@ inline const std::string& scratch()
         si::Version = "v";
         Prot::setup(si::Directory, si::Version, 0, 0);
         Prot::setThrow(true);
-        // messages go to the console: not to the fuzzer's terminal
-        if (!std::freopen("/dev/null", "w", stdout)) std::abort();
+        // messages go to the console: not to the fuzzer's terminal, unless a single input is
+        // run to see what it says (VELDOR_FUZZ_ECHO=1)
+        if (!std::getenv("VELDOR_FUZZ_ECHO") && !std::freopen("/dev/null", "w", stdout)) std::abort();
         return d;
     }();
     return dir;

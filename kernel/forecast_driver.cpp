@@ -119,6 +119,7 @@ void failedYear(bool toProtocol)
     int year = g_runningYear;
     g_runningYear = 0;
     std::vector<std::string> removed = removeYearOutputs(year);
+    safeOutput::dropAppends();
     for (const std::string& name : cutBackYear()) removed.push_back(name);
     std::string text = year > ini::STARTJAHR
                            ? DD::expKey("@yearsComplete;") + " " + std::to_string(periodLabel(ini::STARTJAHR)) + ".." +

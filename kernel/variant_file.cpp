@@ -184,6 +184,7 @@ int Maintenance::readInt(const char* section, const char* key, int def)
         return value;
     }
     write(section, key, std::to_string(def));
+    ini::noteDefaultFilled(key, std::to_string(def), name + ".ini");
     Prot::message(SEV_WARNING, "%s=%d added missing in %s.ini\n", key, def, name.c_str());
     return def;
 }
@@ -202,6 +203,7 @@ double Maintenance::readFloat(const char* section, const char* key, double def)
     }
     snprintf(buffer, sizeof buffer, "%.15g", def);
     write(section, key, buffer);
+    ini::noteDefaultFilled(key, buffer, name + ".ini");
     Prot::message(SEV_WARNING, "%s=%.15g added missing in %s.ini\n", key, def, name.c_str());
     return def;
 }
@@ -212,6 +214,7 @@ std::string Maintenance::readString(const char* section, const char* key, const 
     std::string v;
     if (take(section, key, v)) return v.substr(0, 1024);
     write(section, key, def);
+    ini::noteDefaultFilled(key, def, name + ".ini");
     Prot::message(SEV_WARNING, "%s=%s missing in %s.ini\n", key, def.c_str(), name.c_str());
     return def;
 }
@@ -439,6 +442,7 @@ int Maintenance::run()
 
 int mkvers()
 {
+    ini::clearDefaultsFilled();
     Maintenance m;
     return m.run();
 }

@@ -18,7 +18,9 @@ namespace safeOutput {
 namespace {
 
 struct Entry {
-    std::string temp, target;     // an empty temp: appended in place
+    std::string temp, target;
+    bool append = false;          // temp is the target moved aside while it grows
+    bool existed = false;         // the target of an append was there before
     off_t size = 0;               // of the target before an append, to cut back to
     bool keep = false;
     // the buffer of an append: a year's rows go to the file in as few writes as fit in it, so
@@ -28,12 +30,19 @@ struct Entry {
 
 constexpr size_t kAppendBuffer = size_t(8) << 20;
 
-// undoes what an output did to its target
+// undoes what an output did to its target: a new file is dropped, an appended one is cut
+// back to its former length and put back under its name
 void undo(const Entry& e)
 {
-    if (!e.temp.empty())
+    if (!e.append) {
         ::unlink(e.temp.c_str());
-    else if (::truncate(e.target.c_str(), e.size) != 0) {
+        return;
+    }
+    if (!e.existed) {
+        ::unlink(e.temp.c_str());
+        return;
+    }
+    if (::truncate(e.temp.c_str(), e.size) != 0 || ::rename(e.temp.c_str(), e.target.c_str()) != 0) {
         // nothing more to be done: the cause is reported by the caller
     }
 }
@@ -152,17 +161,29 @@ FILE* open(const std::string& path, bool append, bool keepOnAbort)
         std::atexit(exitHandler);
     });
 
-    Entry entry{"", path, 0, keepOnAbort};
+    Entry entry;
+    entry.target = path;
+    entry.append = append;
+    entry.keep = keepOnAbort;
+    entry.temp = tempName(path);
     int fd;
     if (append) {
-        // a table of all years grows by a year at a time: it is appended to in place, and what
-        // a failed output added is cut off again, so that the cost stays that of the new lines
-        fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-        if (fd < 0) return nullptr;
+        // a table of all years grows by a year at a time. It is moved aside under a hidden name
+        // while the year's lines are appended, and put back by the commit: the cost stays that
+        // of the new lines, and a process killed meanwhile leaves no table with a cut line
+        // under the table's name (the next run removes the hidden file and writes anew).
+        entry.existed = ::rename(path.c_str(), entry.temp.c_str()) == 0;
+        if (!entry.existed && errno != ENOENT) return nullptr;
+        fd = ::open(entry.temp.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            int err = errno;
+            if (entry.existed) (void)::rename(entry.temp.c_str(), path.c_str());
+            errno = err;
+            return nullptr;
+        }
         struct stat st;
         entry.size = fstat(fd, &st) == 0 ? st.st_size : 0;
     } else {
-        entry.temp = tempName(path);
         struct stat st;
         bool exists = ::stat(path.c_str(), &st) == 0;
         fd = ::open(entry.temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, exists ? (st.st_mode & 07777) : 0666);
@@ -210,7 +231,7 @@ std::string writingPath(FILE* f)
     std::lock_guard<std::mutex> g(lock());
     auto it = outputs().find(f);
     if (it == outputs().end()) return std::string();
-    return it->second.temp.empty() ? it->second.target : it->second.temp;
+    return it->second.temp;
 }
 
 int commit(FILE* f)
@@ -221,7 +242,7 @@ int commit(FILE* f)
     int err = 0;
     if (fflush(f) != 0 || ferror(f)) err = errno ? errno : EIO;
     if (fclose(f) != 0 && !err) err = errno ? errno : EIO;
-    if (!err && !e.temp.empty() && ::rename(e.temp.c_str(), e.target.c_str()) != 0) err = errno ? errno : EIO;
+    if (!err && ::rename(e.temp.c_str(), e.target.c_str()) != 0) err = errno ? errno : EIO;
     if (err) undo(e);
     return err;
 }
@@ -265,6 +286,8 @@ void fatalPath(const std::string& path, int err)
         os::messageBox("Fatal output error in csv", "%s", std::strerror(err ? err : EIO));
     else
         os::messageBox("Fatal output error in csv", "%s: %s", path.c_str(), std::strerror(err ? err : EIO));
+    // the tables of all years back under their names first, so that the hook finds them
+    dropAppends();
     if (g_abortHook) g_abortHook();
     finishAll();
     fflush(stdout);
@@ -289,6 +312,17 @@ void setWriteLimit(long long limit)
 {
     g_written.store(0);
     g_limit.store(limit < 0 ? -1 : limit);
+}
+
+void dropAppends()
+{
+    std::vector<FILE*> appends;
+    {
+        std::lock_guard<std::mutex> g(lock());
+        for (auto& [f, e] : outputs())
+            if (e.append) appends.push_back(f);
+    }
+    for (FILE* f : appends) discard(f);
 }
 
 void finishAll()

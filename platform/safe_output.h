@@ -8,8 +8,9 @@
 
 namespace safeOutput {
 
-// Opens path for writing through a temporary file beside it. With append the file is written
-// in place at its end, and a failure cuts it back to its former length. keepOnAbort marks a stream (a protocol page) that is still
+// Opens path for writing through a temporary file beside it. With append the file is moved
+// aside to the temporary, written at its end and put back by commit; a failure cuts it back to
+// its former length and puts it back, a killed process leaves it under the hidden name. keepOnAbort marks a stream (a protocol page) that is still
 // put into place when the process ends on a fatal output error; the others are dropped then.
 // nullptr with errno set when it cannot be opened.
 FILE* open(const std::string& path, bool append = false, bool keepOnAbort = false);
@@ -17,7 +18,7 @@ FILE* open(const std::string& path, bool append = false, bool keepOnAbort = fals
 bool owns(FILE* f);
 // the file a stream will become; empty for a stream that is not ours
 std::string target(FILE* f);
-// the file the stream writes into now: the temporary, or the target of an append
+// the file the stream writes into now: the temporary (for an append the target moved aside)
 std::string writingPath(FILE* f);
 
 // Flushes, syncs, closes and renames into place. 0, or the error number of the step that
@@ -45,6 +46,10 @@ int writeFile(const std::string& path, const std::string& data);
 // A negative limit switches it off. The environment variable VELDOR_WRITE_LIMIT sets it for
 // a whole process.
 void setWriteLimit(long long limit);
+
+// Discards every open append: each table of all years is put back under its name as it was
+// when it was opened (for a year that failed).
+void dropAppends();
 
 // Commits every open output that is marked keepOnAbort and drops the others; for the end of
 // a run that did not close its protocol.

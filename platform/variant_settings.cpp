@@ -1,5 +1,9 @@
 #include "platform/variant_settings.h"
 
+#include <vector>
+
+#include "platform/dictionary.h"
+
 namespace ini {
 
 int RUNFORECAST = 1, STARTJAHR = 0, ENDJAHR = 0, GAM = 1, ABEW = 1, ABEWGEM = 1, AusgabeNull = 0, STRunden = 0;
@@ -38,6 +42,28 @@ int module(char letter) { return letter >= 'A' && letter <= 'Z' ? g_modules[lett
 void setModule(char letter, int variant)
 {
     if (letter >= 'A' && letter <= 'Z') g_modules[letter - 'A'] = variant;
+}
+
+namespace {
+struct Filled {
+    std::string key, value, file;
+};
+std::vector<Filled> g_filled;
+} // namespace
+
+void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file)
+{
+    g_filled.push_back({key, value, file});
+}
+
+void clearDefaultsFilled() { g_filled.clear(); }
+
+std::string defaultsFilledNote()
+{
+    std::string note;
+    for (const Filled& f : g_filled)
+        note += "; " + f.key + "=" + f.value + " " + DD::lookup("defaultFilled") + " " + f.file;
+    return note;
 }
 
 } // namespace ini

@@ -33,4 +33,12 @@ extern const Module modules[17];
 int module(char letter);
 void setModule(char letter, int variant);
 
+// The keys the variant file lacked in this run and the defaults filled in for them, so that an
+// error that follows from one names the missing key.
+void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file);
+void clearDefaultsFilled();
+// "" when none was filled in, else "; STARTJAHR=2026 filled in as a default, the key was
+// missing in <file>" for each (in the language of the run)
+std::string defaultsFilledNote();
+
 } // namespace ini

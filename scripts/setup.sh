@@ -3,7 +3,8 @@
 set -euo pipefail
 pkgs=(g++ cmake ninja-build pkg-config libexpat1-dev libtbb-dev libsimpleini-dev liblnk-dev libbfio-dev
       libgtest-dev googletest gnuplot-nox locales perl python3 libshp-dev liblapack-dev
-      dpkg-dev file libopenmpi-dev openmpi-bin)
+      dpkg-dev file libopenmpi-dev openmpi-bin
+      clang libclang-rt-14-dev)   # clang and its sanitizer runtime: the fuzz smoke run of the tests
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

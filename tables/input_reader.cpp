@@ -312,7 +312,8 @@ int openFile(FILE** opened, FileEntry& file, const std::string& directory, const
         }
         if (e != ENOENT) err = e;
     }
-    Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (base + name).c_str(), mode, os::errorText(err).c_str());
+    Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s%s", (base + name).c_str(), mode, os::errorText(err).c_str(),
+                  ini::defaultsFilledNote().c_str());
     return err;
 }
 
@@ -362,8 +363,8 @@ int openReadTable(FileEntry& file, FILE** opened, std::string& path, std::string
         std::vector<std::string> paths{withSlash(si::Directory) + si::Version + "/", si::Directory};
         int err = openInput(opened, file, paths, si::Version, name, &path, &note);
         if (err) {
-            Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s", (withSlash(si::Directory) + si::Version + "/" + name).c_str(), "r",
-                          os::errorText(err).c_str());
+            Prot::message(SEV_ERROR, "@fn_open; %s (mode %s): %s%s", (withSlash(si::Directory) + si::Version + "/" + name).c_str(), "r",
+                          os::errorText(err).c_str(), ini::defaultsFilledNote().c_str());
             return err;
         }
         return 0;

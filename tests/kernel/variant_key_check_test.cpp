@@ -1,6 +1,8 @@
 // Misspelt keys and numbers with text behind them in a variant file.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "kernel/variant_key_check.h"
 #include "tests/sandbox.h"
 
@@ -94,6 +96,27 @@ TEST(VariantKeyCheck, AKeyOneSlipFromAKnownOneStopsTheRunBeforeTheRepair)
         << r.out;
     EXPECT_EQ(s.read("var/v.ini"), ini);
     EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
+}
+
+TEST(VariantKeyCheck, AnErrorThatFollowsFromAFilledInDefaultNamesTheMissingKey)
+{
+    // without its start year the run takes the default and looks for a start population that
+    // is not there: the message says which key was missing
+    Sandbox s;
+    for (int year : {2018, 2025}) std::remove(s.path("var/_variant/gem" + std::to_string(year) + ".csv").c_str());
+    s.write("var/v.ini", "[DEFAULTS]\nENDJAHR=2030\n[METHODE]\nNEUBAU=D0\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v"});
+    EXPECT_EQ(r.status, 1);
+    size_t open = r.out.find("gem2025.csv (mode r): ");
+    ASSERT_NE(open, std::string::npos) << r.out;
+    std::string line = r.out.substr(open, r.out.find('\n', open) - open);
+    EXPECT_NE(line.find("; STARTJAHR=2026 "), std::string::npos) << line;
+    EXPECT_NE(line.find(" var/v.ini"), std::string::npos) << line;
+    // with the key given, no such note
+    s.write("var/w.ini", "[DEFAULTS]\nSTARTJAHR=2019\nENDJAHR=2030\n[METHODE]\nNEUBAU=D0\n");
+    r = s.run({"orvane", "-d", "var/", "-v", "w"});
+    EXPECT_EQ(r.out.find("STARTJAHR=2026"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("gem2018.csv (mode r): "), std::string::npos) << r.out;
 }
 
 } // namespace

@@ -78,6 +78,37 @@ TEST_F(SafeOutput, FullDiskLeavesTargetAsItWasAndNoTemporary)
     EXPECT_EQ(read("all.csv"), "2024\n2025\n");
 }
 
+// A table of all years is moved aside while a year's lines are appended: whatever a killed
+// process wrote of them, no file under the table's name ends inside a line. A failed year puts
+// it back as it was.
+TEST_F(SafeOutput, AppendedTableIsNeverSeenHalfWritten)
+{
+    write("bew.csv", "year\n2024\n");
+    FILE* f = safeOutput::open(dir + "/bew.csv", true);
+    ASSERT_NE(f, nullptr);
+    fputs("2025;cut in", f);
+    fflush(f);
+    EXPECT_FALSE(fs::exists(dir + "/bew.csv"));
+    std::string aside = safeOutput::writingPath(f);
+    EXPECT_EQ(fs::path(aside).filename().string().substr(0, 9), ".~bew.csv");
+    fputs(" the middle\n", f);
+    EXPECT_EQ(safeOutput::commit(f), 0);
+    EXPECT_EQ(read("bew.csv"), "year\n2024\n2025;cut in the middle\n");
+    EXPECT_EQ(files(), 1u);
+
+    // a year that fails: every open append is put back as it was
+    FILE* g = safeOutput::open(dir + "/bew.csv", true);
+    FILE* h = safeOutput::open(dir + "/agg.csv", true);
+    fputs("2026\n", g);
+    fputs("2026\n", h);
+    fflush(g);
+    safeOutput::dropAppends();
+    EXPECT_FALSE(safeOutput::owns(g));
+    EXPECT_EQ(read("bew.csv"), "year\n2024\n2025;cut in the middle\n");
+    EXPECT_FALSE(fs::exists(dir + "/agg.csv"));
+    EXPECT_EQ(files(), 1u);
+}
+
 TEST_F(SafeOutput, DiscardAndUnwritableDirectory)
 {
     FILE* f = safeOutput::open(dir + "/gone.csv");
