@@ -804,7 +804,7 @@ void TableReader::checkCell(const char* text)
         shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_reversedYears;",
                             v.lo, v.hi));
     } else if (v.lo < kFirstYear || v.hi > kLastYear) {
-        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_noYear; (%d..%d)",
+        shapeMessage(format("@attribute; 1 = %lld..%lld: @fn_noYear; (%lld..%lld)",
                             v.lo, v.hi, kFirstYear, kLastYear));
     }
 }
