@@ -32,8 +32,8 @@ namespace {
 
 constexpr int kLineBuffer = 1024;       // the input cell buffer
 constexpr int kRateReports = 100;       // rate reports written per table; the rest are counted
-constexpr int kShapeShown = 5;
-constexpr long long kFirstYear = 1000, kLastYear = 9999;   // the years a year section may name             // misread lines shown one by one per table
+constexpr int kShapeShown = 5;         // misread lines shown one by one per table
+constexpr long long kFirstYear = 1000, kLastYear = 9999;   // the years a year section may name
 constexpr int kListed = 4;              // doubles and unassigned cells listed by tuple
 constexpr uint64_t kDoublesShown = 20;   // doubly assigned cells shown one by one
 
