@@ -47,7 +47,10 @@ for exe in build-fuzz/fuzz/fuzz_*; do
   # the seeds of the project, and what earlier runs found worth keeping
   [ -d "fuzz/corpus/$name" ] && cp -n fuzz/corpus/$name/* "$corpus"/ 2>/dev/null || true
   echo "== $name: $seconds s"
-  if ! "$exe" "$corpus" -max_total_time="$seconds" -max_len=4096 -timeout=10 \
+  # the smoke run of the test command draws from a fixed seed, so that it repeats
+  seedOption=()
+  [ $smoke -eq 1 ] && seedOption=(-seed=1)
+  if ! "$exe" "$corpus" "${seedOption[@]}" -max_total_time="$seconds" -max_len=4096 -timeout=10 \
        -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="build-fuzz/findings/$name/" \
        > "build-fuzz/findings/$name.log" 2>&1; then
     status=1
