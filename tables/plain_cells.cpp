@@ -13,8 +13,12 @@ bool bound(const char*& p, long long& value)
 {
     const char* start = p;
     long long v = 0;
-    while (digit(*p)) v = v * 10 + (*p++ - '0');
-    if (p == start || p - start > 18) return false;
+    // more than 18 digits would overflow: such a cell is no plain one
+    while (digit(*p)) {
+        if (p - start == 18) return false;
+        v = v * 10 + (*p++ - '0');
+    }
+    if (p == start) return false;
     value = v;
     return true;
 }
