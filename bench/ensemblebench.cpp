@@ -18,44 +18,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/timed_command.h"
+
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Measure {
-    double seconds = -1, cpu = 0, gathering = -1;
-    long peakKb = -1;
-    int status = -1;
+// a command's measure, and the time the ensemble said it spent gathering
+struct EnsembleMeasure : Measure {
+    double gathering = -1;
 };
 
-double parseClock(const std::string& text)
+EnsembleMeasure timed(const fs::path& root, const std::string& command)
 {
-    double total = 0;
-    std::stringstream s(text);
-    std::string part;
-    while (std::getline(s, part, ':')) total = total * 60 + std::atof(part.c_str());
-    return total;
-}
-
-Measure timed(const fs::path& root, const std::string& command)
-{
-    fs::path timeLog = root / "time.log", out = root / "run.log";
-    std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() + "' " + command +
-                      " >'" + out.string() + "' 2>&1";
+    fs::path out = root / "run.log";
     sync();
-    Measure m;
-    int rc = std::system(cmd.c_str());
-    m.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    std::ifstream f(timeLog);
+    EnsembleMeasure m;
+    static_cast<Measure&>(m) = timedCommand(root, command, out);
     std::string line;
-    while (std::getline(f, line)) {
-        if (auto p = line.find("Elapsed (wall clock) time"); p != std::string::npos)
-            m.seconds = parseClock(line.substr(line.rfind(' ') + 1));
-        if (auto p = line.find("User time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 20);
-        if (auto p = line.find("System time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 22);
-        if (auto p = line.find("Maximum resident set size (kbytes):"); p != std::string::npos)
-            m.peakKb = std::atol(line.c_str() + p + 35);
-    }
     std::ifstream log(out);
     while (std::getline(log, line))
         if (auto p = line.find("gathering "); p != std::string::npos) m.gathering = std::atof(line.c_str() + p + 10);
@@ -75,7 +55,7 @@ uintmax_t bytesOf(const fs::path& dir)
     return total;
 }
 
-void row(const char* what, const Measure& m)
+void row(const char* what, const EnsembleMeasure& m)
 {
     printf("%-34s %8.2f %8.2f %9.1f", what, m.seconds, m.cpu, m.peakKb / 1024.0);
     if (m.gathering >= 0) printf(" %9.2f (%4.1f %%)", m.gathering, 100 * m.gathering / m.seconds);
@@ -106,15 +86,15 @@ int main(int argc, char** argv)
     printf("%d regions, %d years, %d members\n", regions, years, members);
     printf("%-34s %8s %8s %9s %9s\n", "case", "wall s", "cpu s", "peak MB", "gather s");
 
-    Measure single = timed(root, "./App/orvane orvane -d var/ -v v");
+    EnsembleMeasure single = timed(root, "./App/orvane orvane -d var/ -v v");
     if (single.status != 0) return 1;
     // the results of one full run, without the ensemble
     uintmax_t fullRun = bytesOf(root / "var" / "v");
     row("one full run", single);
-    Measure serial = timed(root, "taskset -c 0 " + ensemble + " -j 1");
+    EnsembleMeasure serial = timed(root, "taskset -c 0 " + ensemble + " -j 1");
     if (serial.status != 0) return 1;
     row("ensemble, one core, -j 1", serial);
-    Measure both = timed(root, ensemble + " -j 2");
+    EnsembleMeasure both = timed(root, ensemble + " -j 2");
     if (both.status != 0) return 1;
     row("ensemble, -j 2", both);
     uintmax_t ensembleBytes = bytesOf(root / "var" / "v" / "ensemble");
@@ -125,8 +105,8 @@ int main(int argc, char** argv)
            members, double(fullRun) * members / 1048576.0, 100.0 * double(ensembleBytes) / (double(fullRun) * members));
     if (std::system("command -v mpirun >/dev/null 2>&1") == 0) {
         const std::string mpirun = "env OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 mpirun --oversubscribe -np ";
-        Measure one = timed(root, mpirun + "1 " + ensemble + " -j 1");
-        Measure two = timed(root, mpirun + "2 " + ensemble + " -j 1");
+        EnsembleMeasure one = timed(root, mpirun + "1 " + ensemble + " -j 1");
+        EnsembleMeasure two = timed(root, mpirun + "2 " + ensemble + " -j 1");
         if (one.status == 0 && two.status == 0) {
             row("mpirun -np 1, -j 1", one);
             row("mpirun -np 2, -j 1", two);

@@ -25,6 +25,8 @@
 
 #include <unistd.h>
 
+#include "bench/timed_command.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -188,47 +190,18 @@ void generate(int n, const fs::path& dir)
     writeFile(dir / "reagzr.csv", span + ";" + regions + ";1\n");
 }
 
-struct Measure {
-    double seconds = -1, cpu = 0;
-    long peakKb = -1;
-    int status = -1;
-};
-
-double parseClock(const std::string& text)
-{
-    // h:mm:ss or m:ss.ss
-    double total = 0;
-    std::stringstream s(text);
-    std::string part;
-    while (std::getline(s, part, ':')) total = total * 60 + std::atof(part.c_str());
-    return total;
-}
-
 // CPU seconds of the last case run
 double lastCpu = 0;
 
 
 Measure run(const fs::path& root, bool parallel)
 {
-    fs::path timeLog = root / "time.log";
-    std::string cmd = "cd '" + root.string() + "' && /usr/bin/time -v -o '" + timeLog.string() +
-                      "' " + (traceOn ? "taskset -c 0 " : "") + "./App/orvane orvane -d var/ -v v" + (parallel ? " -p" : "") +
-                      (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") +
-                      (traceOn ? " -o 'option($STACK 1)'" : "") + " >run.log 2>&1";
-    Measure m;
-    int rc = std::system(cmd.c_str());
-    m.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
-    std::ifstream f(timeLog);
-    std::string line;
-    while (std::getline(f, line)) {
-        if (auto p = line.find("Elapsed (wall clock) time"); p != std::string::npos)
-            m.seconds = parseClock(line.substr(line.rfind(' ') + 1));
-        if (auto p = line.find("User time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 20);
-        if (auto p = line.find("System time (seconds):"); p != std::string::npos) m.cpu += std::atof(line.c_str() + p + 22);
-        if (auto p = line.find("Maximum resident set size (kbytes):"); p != std::string::npos)
-            m.peakKb = std::atol(line.c_str() + p + 35);
-    }
-    return m;
+    return timedCommand(root,
+                        std::string(traceOn ? "taskset -c 0 " : "") + "./App/orvane orvane -d var/ -v v" +
+                            (parallel ? " -p" : "") +
+                            (internal == 2 ? " -o 'option($SPARSESTRM 1)' -o 'option($BFWKG 1)'" : "") +
+                            (traceOn ? " -o 'option($STACK 1)'" : ""),
+                        root / "run.log");
 }
 
 // bytes of the result tables by file, the yearly population tables gem<y>.csv taken together

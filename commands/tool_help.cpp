@@ -148,8 +148,8 @@ bool helpAsked(const std::string& tool, int count, char* const* vector)
         // a cluster of letters: "-h" among them, or a letter whose value is the next element
         for (const char* p = a + 1; *p; ++p) {
             if (*p == 'h' && hFree) return true;
-            const char* spec = *p == ':' ? nullptr : std::strchr(options, *p);
-            if (spec && spec[1] == ':') {
+            const char* letter = *p == ':' ? nullptr : std::strchr(options, *p);
+            if (letter && letter[1] == ':') {
                 if (p[1] == '\0') ++i;   // the value stands in the next element
                 break;
             }
