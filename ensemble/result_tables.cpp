@@ -1,36 +1,46 @@
 #include "ensemble/result_tables.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 
 #include "platform/settings.h"
+#include "tables/table_text.h"
 
 bool readResultRows(const std::string& path, const std::function<bool(const std::vector<std::string>&)>& row,
                     std::string& error)
 {
-    std::ifstream in(path, std::ios::binary);
+    FILE* in = std::fopen(path.c_str(), "rb");
     if (!in) {
         error = path + ": " + std::strerror(errno);
         return false;
     }
-    std::string line;
+    // the program's own table reader: byte order mark, comment lines and quoted cells as written
+    const char separator[2] = {si::separator, 0};
+    CsvReader reader(in, separator);
     std::vector<std::string> cells;
-    while (std::getline(in, line)) {
-        if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty() || line[0] == '#') continue;
-        cells.clear();
-        size_t start = 0;
-        for (;;) {
-            size_t end = line.find(si::separator, start);
-            cells.push_back(line.substr(start, end - start));
-            if (end == std::string::npos) break;
-            start = end + 1;
+    char cell[1024];
+    bool going = true;
+    while (going) {
+        int end = reader.next(cell, sizeof cell);
+        if (end < -1) {
+            error = path + ": " + std::to_string(reader.lineNumber()) + ": " + CsvReader::errorText(end);
+            std::fclose(in);
+            return false;
         }
-        if (!row(cells)) return false;
+        if (end != -1 && reader.isComment) {
+            cells.clear();
+            continue;
+        }
+        if (end != -1) cells.emplace_back(cell);
+        if (end == '\n' || end == -1) {
+            if (!cells.empty() && !(cells.size() == 1 && cells[0].empty())) going = row(cells);
+            cells.clear();
+        }
+        if (end == -1) break;
     }
-    return true;
+    std::fclose(in);
+    return going;
 }
 
 bool readResultTable(const std::string& path, std::vector<std::vector<std::string>>& rows, std::string& error)
