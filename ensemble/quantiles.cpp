@@ -1,11 +1,14 @@
 #include "ensemble/quantiles.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+
+#include <sys/resource.h>
 
 namespace {
 
@@ -27,25 +30,45 @@ double quantile(std::vector<double>& v, double p)
     return sortedQuantile(v, p);
 }
 
-bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summaries, const std::string& output,
-                    std::string& error)
+namespace {
+
+// a number as plainNumber writes it, appended to `out`
+void appendNumber(std::string& out, double value)
 {
-    struct Head {
-        std::unique_ptr<SummaryReader> reader;
-        SummaryKey key;
-        double value = 0;
-        bool live = false;
-    };
-    std::vector<Head> heads(summaries.size());
-    for (size_t i = 0; i < summaries.size(); ++i) {
-        heads[i].reader = std::make_unique<SummaryReader>(table, summaries[i]);
-        if (!heads[i].reader->ok()) {
-            error = heads[i].reader->error;
-            return false;
-        }
-        heads[i].live = heads[i].reader->next(heads[i].key, heads[i].value);
-        if (!heads[i].reader->error.empty()) {
-            error = heads[i].reader->error;
+    if (value == 0) {
+        out += '0';
+        return;
+    }
+    char buffer[32];
+    auto [p, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, p);
+}
+
+// lets this process hold a file of every member open at once, as far as the system allows
+void allowOpenFiles(size_t files)
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= files + 32) return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, rlim_t(files + 32));
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+} // namespace
+
+bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::vector<std::string>& summaries,
+                    const std::string& output, std::string& error)
+{
+    KeyTable keys;
+    if (!keys.read(table, keysPath, error)) return false;
+    const size_t n = summaries.size();
+    allowOpenFiles(n);
+    std::vector<std::unique_ptr<SummaryValues>> members(n);
+    for (size_t i = 0; i < n; ++i) {
+        members[i] = std::make_unique<SummaryValues>();
+        if (!members[i]->open(summaries[i], keys, error)) return false;
+        if (members[i]->years() != members[0]->years()) {
+            error = summaries[i] + ": " + std::to_string(members[i]->years()) + " years, " + summaries[0] + ": " +
+                    std::to_string(members[0]->years());
             return false;
         }
     }
@@ -62,44 +85,64 @@ bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summarie
         columns += name;
     }
     fprintf(out, "%s\n", summaryHeader(table, columns).c_str());
-    std::vector<double> values(summaries.size());
-    std::string line;
-    for (;;) {
-        const Head* lowest = nullptr;
-        for (const Head& h : heads)
-            if (h.live && (!lowest || h.key < lowest->key)) lowest = &h;
-        if (!lowest) break;
-        const SummaryKey key = lowest->key;
-        double sum = 0;
-        for (size_t i = 0; i < heads.size(); ++i) {
-            Head& h = heads[i];
-            values[i] = 0;
-            if (h.live && h.key == key) {
-                values[i] = h.value;
-                h.live = h.reader->next(h.key, h.value);
-                if (!h.reader->error.empty()) {
-                    error = h.reader->error;
-                    fclose(out);
-                    std::remove(tmp.c_str());
-                    return false;
-                }
+
+    // a stretch of keys of every member: about 32 MB whatever the number of members
+    const size_t K = keys.size(), stretch = n == 0 ? 0 : std::min(K, std::max<size_t>(1024, (size_t(4) << 20) / n));
+    std::vector<double> block(n * stretch), values(n);
+    std::string text;
+    bool ok = n > 0;
+    const size_t years = n ? members[0]->years() : 0;
+    for (size_t y = 0; ok && y < years; ++y) {
+        int64_t label = 0, other = 0;
+        ok = members[0]->label(y, label, error);
+        for (size_t i = 1; ok && i < n; ++i)
+            if ((ok = members[i]->label(y, other, error)) && other != label) {
+                error = summaries[i] + ": year " + std::to_string(other) + " where " + summaries[0] + " has " +
+                        std::to_string(label);
+                ok = false;
             }
-            sum += values[i];
+        const std::string year = std::to_string(label) + ",";
+        for (size_t from = 0; ok && from < K; from += stretch) {
+            const size_t count = std::min(stretch, K - from);
+            for (size_t i = 0; ok && i < n; ++i) ok = members[i]->read(y, from, count, &block[i * stretch], error);
+            for (size_t k = 0; ok && k < count; ++k) {
+                double sum = 0, low = block[k], high = block[k];
+                for (size_t i = 0; i < n; ++i) {
+                    const double v = block[i * stretch + k];
+                    values[i] = v;
+                    sum += v;
+                    low = std::min(low, v);
+                    high = std::max(high, v);
+                }
+                if (!keys.always[from + k] && low == 0 && high == 0) continue;
+                text += year;
+                text += keys.cells[from + k];
+                appendNumber(text, sum / double(n));
+                if (low == high) {
+                    for (size_t q = 0; q < quantileLevels.size(); ++q) {
+                        text += ',';
+                        appendNumber(text, low);
+                    }
+                } else {
+                    std::sort(values.begin(), values.end());
+                    for (double p : quantileLevels) {
+                        text += ',';
+                        appendNumber(text, sortedQuantile(values, p));
+                    }
+                }
+                text += '\n';
+            }
+            if (text.size() > (1u << 20)) {
+                fwrite(text.data(), 1, text.size(), out);
+                text.clear();
+            }
         }
-        line = keyCells(table, key);
-        line += plainNumber(sum / double(values.size()));
-        std::sort(values.begin(), values.end());
-        for (double p : quantileLevels) {
-            line += ',';
-            line += plainNumber(sortedQuantile(values, p));
-        }
-        line += "\n";
-        fwrite(line.data(), 1, line.size(), out);
     }
+    fwrite(text.data(), 1, text.size(), out);
     bool failed = ferror(out) != 0;
     failed = fclose(out) != 0 || failed;
-    if (failed || std::rename(tmp.c_str(), output.c_str()) != 0) {
-        error = output + ": " + std::strerror(errno);
+    if (!ok || failed || std::rename(tmp.c_str(), output.c_str()) != 0) {
+        if (ok) error = output + ": " + std::strerror(errno);
         std::remove(tmp.c_str());
         return false;
     }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <cmath>
 #include <map>
@@ -16,6 +17,7 @@
 
 #include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
+#include "ensemble/member_summary.h"
 #include "tests/sandbox.h"
 
 namespace {
@@ -84,8 +86,24 @@ std::map<std::string, double> summary(const std::string& text)
 std::string memberFile(int i, const char* table)
 {
     char name[64];
-    snprintf(name, sizeof name, "var/v/ensemble/member%04d_%s.csv", i, table);
+    snprintf(name, sizeof name, "var/v/ensemble/member%04d_%s.bin", i, table);
     return name;
+}
+
+// a summary (key table and values file) as the plain table it stands for
+std::string summaryText(const Sandbox& s, const std::string& keys, const std::string& values)
+{
+    const SummaryTable t = values.find("_population") != std::string::npos ? SummaryTable::Population
+                                                                            : SummaryTable::Components;
+    std::string error;
+    EXPECT_TRUE(writeSummaryText(t, s.path(keys), s.path(values), s.path("summary.txt"), error)) << error;
+    return s.read("summary.txt");
+}
+
+// the plain table of a member's summary
+std::string memberText(const Sandbox& s, int i, const char* table)
+{
+    return summaryText(s, std::string("var/v/ensemble/summary_") + table + "_keys.csv", memberFile(i, table));
 }
 
 // the births of every region and year of members 1..n: key -> values
@@ -93,7 +111,7 @@ std::map<std::string, std::vector<double>> birthsOf(const Sandbox& s, int n)
 {
     std::map<std::string, std::vector<double>> b;
     for (int i = 1; i <= n; ++i)
-        for (const auto& [key, v] : summary(s.read(memberFile(i, "components"))))
+        for (const auto& [key, v] : summary(memberText(s, i, "components")))
             if (key.find(",births,") != std::string::npos && key.find(",all,") == std::string::npos &&
                 key.find(",agg") == std::string::npos)
                 b[key].push_back(v);
@@ -128,8 +146,8 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
     // every member keeps the accounts: population change = births - deaths + moves in - moves out;
     // the study area is the sum of its regions
     for (int i = 1; i <= 6; ++i) {
-        auto pop = summary(s.read(memberFile(i, "population")));
-        auto comp = summary(s.read(memberFile(i, "components")));
+        auto pop = summary(memberText(s, i, "population"));
+        auto comp = summary(memberText(s, i, "components"));
         for (int y : {2024, 2025}) {
             std::string Y = std::to_string(y), P = std::to_string(y - 1);
             double regions = 0;
@@ -161,7 +179,7 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
         for (size_t c = 7; c < 13; ++c) EXPECT_LE(std::stod(row[c - 1]), std::stod(row[c]));
     }
     std::vector<double> v;
-    for (int i = 1; i <= 6; ++i) v.push_back(summary(s.read(memberFile(i, "population")))["2025,all,all,all,all,"]);
+    for (int i = 1; i <= 6; ++i) v.push_back(summary(memberText(s, i, "population"))["2025,all,all,all,all,"]);
     std::sort(v.begin(), v.end());
     // linear between order statistics: h = 5p; q25 = x1 + 0.25 (x2 - x1), q50 = (x2 + x3) / 2
     auto row = std::find_if(q.begin(), q.end(), [](const auto& r) { return r[0] == "2025" && r[1] == "all" && r[2] == "all"; });
@@ -200,8 +218,32 @@ TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
     EXPECT_FALSE(s.exists("var/v/gem2025.csv"));
     EXPECT_FALSE(s.exists("var/v/bewgem.csv"));
     EXPECT_FALSE(s.exists("var/v/agg.csv"));
-    EXPECT_EQ(s.read("var/v/summary_population.csv").substr(0, 40), "year,area,group,sex,age_band,population\n");
-    EXPECT_EQ(s.read("var/v/summary_components.csv"),
+    // the key tables, and the values: a header and per year its label and a float64 per key
+    EXPECT_EQ(s.read("var/v/summary_components_keys.csv"),
+              "area,component,always\nall,births,1\nall,deaths,1\nall,moves_in,1\nall,moves_out,1\nall,net_migration,1\n"
+              "agg1,births,1\nagg1,deaths,1\nagg1,moves_in,1\nagg1,moves_out,1\nagg1,net_migration,1\n"
+              "1,births,1\n1,deaths,1\n1,moves_in,1\n1,moves_out,1\n1,net_migration,1\n"
+              "2,births,1\n2,deaths,1\n2,moves_in,1\n2,moves_out,1\n2,net_migration,1\n");
+    EXPECT_EQ(s.read("var/v/summary_population_keys.csv"),
+              "area,group,sex,age_band,always\nall,all,all,all,1\nall,all,1,0,1\nall,1,1,0,0\n"
+              "agg1,all,all,all,1\nagg1,1,1,0,0\n1,all,all,all,1\n1,1,1,0,0\n2,all,all,all,1\n2,1,1,0,0\n");
+    const std::string values = s.read("var/v/summary_components.bin");
+    ASSERT_EQ(values.size(), 24u + 2 * 8 * (1 + 20));
+    EXPECT_EQ(values.substr(0, 8), "VELDSUM1");
+    uint64_t keys = 0, hash = 0;
+    int64_t year = 0;
+    double births = 0;
+    memcpy(&keys, values.data() + 8, 8);
+    memcpy(&hash, values.data() + 16, 8);
+    memcpy(&year, values.data() + 24 + 8 * 21, 8);
+    memcpy(&births, values.data() + 24 + 8 * 21 + 8 * 11, 8);
+    EXPECT_EQ(keys, 20u);
+    EXPECT_EQ(hash, fnv1a(s.read("var/v/summary_components_keys.csv")));
+    EXPECT_EQ(year, 2025);
+    EXPECT_EQ(births, 20);   // 2025, region 1
+    EXPECT_EQ(summaryText(s, "var/v/summary_population_keys.csv", "var/v/summary_population.bin").substr(0, 40),
+              "year,area,group,sex,age_band,population\n");
+    EXPECT_EQ(summaryText(s, "var/v/summary_components_keys.csv", "var/v/summary_components.bin"),
               "year,area,component,value\n"
               "2024,all,births,40\n2024,all,deaths,0\n2024,all,moves_in,0\n2024,all,moves_out,0\n2024,all,net_migration,0\n"
               "2024,agg1,births,40\n2024,agg1,deaths,0\n2024,agg1,moves_in,0\n2024,agg1,moves_out,0\n2024,agg1,net_migration,0\n"
@@ -211,7 +253,7 @@ TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
               "2025,agg1,births,40\n2025,agg1,deaths,0\n2025,agg1,moves_in,0\n2025,agg1,moves_out,0\n2025,agg1,net_migration,0\n"
               "2025,1,births,20\n2025,1,deaths,0\n2025,1,moves_in,0\n2025,1,moves_out,0\n2025,1,net_migration,0\n"
               "2025,2,births,20\n2025,2,deaths,0\n2025,2,moves_in,0\n2025,2,moves_out,0\n2025,2,net_migration,0\n");
-    auto pop = summary(s.read("var/v/summary_population.csv"));
+    auto pop = summary(summaryText(s, "var/v/summary_population_keys.csv", "var/v/summary_population.bin"));
     EXPECT_EQ(pop["2023,all,all,all,all,"], 200);
     EXPECT_EQ(pop["2023,all,all,1,0,"], 200);
     EXPECT_EQ(pop["2025,agg1,all,all,all,"], 280);
@@ -232,7 +274,7 @@ TEST(Ensemble, TheSameNumbersWhateverTheMembersAtOnce)
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_quantiles.csv"), q1);
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), c1);
     // the members drew differently
-    EXPECT_NE(s.read(memberFile(1, "components")), s.read(memberFile(2, "components")));
+    EXPECT_NE(memberText(s, 1, "components"), memberText(s, 2, "components"));
 }
 
 TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
