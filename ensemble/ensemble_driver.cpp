@@ -139,6 +139,7 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
             components.push_back(ens + name(i) + "_components.bin");
         }
     std::string error;
+    const auto tablesStart = std::chrono::steady_clock::now();
     // the deterministic forecast as plain tables, the line of the fan charts
     if (deterministicOk) {
         const std::string det = ens + name(0);
@@ -163,6 +164,7 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
         fprintf(stderr, "ensemble: %s\n", error.c_str());
         return 1;
     }
+    const auto pageStart = std::chrono::steady_clock::now();
     FanChartPage page;
     page.ensembleDirectory = ens;
     page.protocolDirectory = variantDir + "prot/";
@@ -176,7 +178,9 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
         fprintf(stderr, "ensemble: %s\n", error.c_str());
         return 1;
     }
-    printf("ensemble page: %s\n", pagePath.c_str());
+    auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
+    printf("ensemble page: %s (tables %.3f s, page %.3f s)\n", pagePath.c_str(), seconds(tablesStart, pageStart),
+           seconds(pageStart, std::chrono::steady_clock::now()));
     return failed ? 1 : 0;
 }
 

@@ -1,6 +1,7 @@
 #include "ensemble/member_summary.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -111,6 +112,17 @@ bool SummaryValues::read(size_t year, size_t from, size_t count, double* out, st
     return true;
 }
 
+void appendPlainNumber(std::string& out, double value)
+{
+    if (value == 0) {
+        out += '0';
+        return;
+    }
+    char buffer[32];
+    auto [p, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, p);
+}
+
 bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std::string& valuesPath,
                       const std::string& output, std::string& error)
 {
@@ -122,7 +134,7 @@ bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std
         error = output + ": " + std::strerror(errno);
         return false;
     }
-    fprintf(out, "%s\n", summaryHeader(table, table == SummaryTable::Population ? "population" : "value").c_str());
+    std::string text = summaryHeader(table, table == SummaryTable::Population ? "population" : "value") + "\n";
     std::vector<double> v(keys.size());
     bool ok = true;
     for (size_t y = 0; ok && y < values.years(); ++y) {
@@ -130,8 +142,14 @@ bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std
         ok = values.label(y, label, error) && values.read(y, 0, keys.size(), v.data(), error);
         const std::string year = std::to_string(label) + ",";
         for (size_t k = 0; ok && k < keys.size(); ++k)
-            if (keys.always[k] || v[k] != 0)
-                fprintf(out, "%s%s%s\n", year.c_str(), keys.cells[k].c_str(), plainNumber(v[k]).c_str());
+            if (keys.always[k] || v[k] != 0) {
+                text += year;
+                text += keys.cells[k];
+                appendPlainNumber(text, v[k]);
+                text += '\n';
+            }
+        fwrite(text.data(), 1, text.size(), out);
+        text.clear();
     }
     const bool bad = ferror(out) != 0;
     if (fclose(out) != 0 || bad) {

@@ -49,6 +49,9 @@ private:
     size_t yearCount = 0;
 };
 
+// a number as plainNumber writes it, appended to `out`
+void appendPlainNumber(std::string& out, double value);
+
 // writes a summary as the plain long table it stands for (one header line, a row per key and
 // year, rows that are 0 only where they always stand)
 bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std::string& valuesPath,

@@ -1,6 +1,7 @@
 #include "ensemble/quantiles.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cerrno>
 #include <cmath>
@@ -9,6 +10,8 @@
 #include <memory>
 
 #include <sys/resource.h>
+#include <tbb/parallel_pipeline.h>
+#include <tbb/task_arena.h>
 
 namespace {
 
@@ -32,16 +35,47 @@ double quantile(std::vector<double>& v, double p)
 
 namespace {
 
-// a number as plainNumber writes it, appended to `out`
-void appendNumber(std::string& out, double value)
+// The rows of a stretch of keys of one year: every member's values of the stretch, then per key
+// the mean and the quantiles (the key's row left out when it only stands where it is not 0 and
+// every member has 0).
+void quantileRows(const std::vector<std::unique_ptr<SummaryValues>>& members, const KeyTable& keys,
+                  const std::string& yearCells, size_t year, size_t from, size_t count, size_t stretch,
+                  std::string& text, std::string& error)
 {
-    if (value == 0) {
-        out += '0';
-        return;
+    const size_t n = members.size();
+    thread_local std::vector<double> block, values;
+    block.resize(n * stretch);
+    values.resize(n);
+    for (size_t i = 0; i < n; ++i)
+        if (!members[i]->read(year, from, count, &block[i * stretch], error)) return;
+    text.reserve(count * 64);
+    for (size_t k = 0; k < count; ++k) {
+        double sum = 0, low = block[k], high = block[k];
+        for (size_t i = 0; i < n; ++i) {
+            const double v = block[i * stretch + k];
+            values[i] = v;
+            sum += v;
+            low = std::min(low, v);
+            high = std::max(high, v);
+        }
+        if (!keys.always[from + k] && low == 0 && high == 0) continue;
+        text += yearCells;
+        text += keys.cells[from + k];
+        appendPlainNumber(text, sum / double(n));
+        if (low == high) {
+            for (size_t q = 0; q < quantileLevels.size(); ++q) {
+                text += ',';
+                appendPlainNumber(text, low);
+            }
+        } else {
+            std::sort(values.begin(), values.end());
+            for (double p : quantileLevels) {
+                text += ',';
+                appendPlainNumber(text, sortedQuantile(values, p));
+            }
+        }
+        text += '\n';
     }
-    char buffer[32];
-    auto [p, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    out.append(buffer, p);
 }
 
 // lets this process hold a file of every member open at once, as far as the system allows
@@ -86,60 +120,67 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
     }
     fprintf(out, "%s\n", summaryHeader(table, columns).c_str());
 
-    // a stretch of keys of every member: about 32 MB whatever the number of members
-    const size_t K = keys.size(), stretch = n == 0 ? 0 : std::min(K, std::max<size_t>(1024, (size_t(4) << 20) / n));
-    std::vector<double> block(n * stretch), values(n);
-    std::string text;
-    bool ok = n > 0;
+    // the year labels, the same in every member
     const size_t years = n ? members[0]->years() : 0;
-    for (size_t y = 0; ok && y < years; ++y) {
+    std::vector<std::string> yearCells(years);
+    for (size_t y = 0; y < years; ++y) {
         int64_t label = 0, other = 0;
-        ok = members[0]->label(y, label, error);
+        bool ok = members[0]->label(y, label, error);
         for (size_t i = 1; ok && i < n; ++i)
             if ((ok = members[i]->label(y, other, error)) && other != label) {
                 error = summaries[i] + ": year " + std::to_string(other) + " where " + summaries[0] + " has " +
                         std::to_string(label);
                 ok = false;
             }
-        const std::string year = std::to_string(label) + ",";
-        for (size_t from = 0; ok && from < K; from += stretch) {
-            const size_t count = std::min(stretch, K - from);
-            for (size_t i = 0; ok && i < n; ++i) ok = members[i]->read(y, from, count, &block[i * stretch], error);
-            for (size_t k = 0; ok && k < count; ++k) {
-                double sum = 0, low = block[k], high = block[k];
-                for (size_t i = 0; i < n; ++i) {
-                    const double v = block[i * stretch + k];
-                    values[i] = v;
-                    sum += v;
-                    low = std::min(low, v);
-                    high = std::max(high, v);
-                }
-                if (!keys.always[from + k] && low == 0 && high == 0) continue;
-                text += year;
-                text += keys.cells[from + k];
-                appendNumber(text, sum / double(n));
-                if (low == high) {
-                    for (size_t q = 0; q < quantileLevels.size(); ++q) {
-                        text += ',';
-                        appendNumber(text, low);
-                    }
-                } else {
-                    std::sort(values.begin(), values.end());
-                    for (double p : quantileLevels) {
-                        text += ',';
-                        appendNumber(text, sortedQuantile(values, p));
-                    }
-                }
-                text += '\n';
-            }
-            if (text.size() > (1u << 20)) {
-                fwrite(text.data(), 1, text.size(), out);
-                text.clear();
-            }
+        if (!ok) {
+            fclose(out);
+            std::remove(tmp.c_str());
+            return false;
         }
+        yearCells[y] = std::to_string(label) + ",";
     }
-    fwrite(text.data(), 1, text.size(), out);
-    bool failed = ferror(out) != 0;
+
+    // Stretches of keys of a year, in order: read from every member and turned into rows side
+    // by side, written in their order. A stretch of all members is about 8 MB.
+    const size_t K = keys.size(), stretch = std::min(K, std::max<size_t>(256, (size_t(1) << 20) / std::max<size_t>(n, 1)));
+    struct Piece {
+        size_t year = 0, from = 0, count = 0;
+        std::string text, error;
+    };
+    size_t nextYear = 0, nextFrom = 0;
+    std::atomic<bool> ok = true;
+    bool failed = false;
+    tbb::parallel_pipeline(
+        size_t(std::max(2, 2 * tbb::this_task_arena::max_concurrency())),
+        tbb::make_filter<void, Piece*>(tbb::filter_mode::serial_in_order,
+                                       [&](tbb::flow_control& fc) -> Piece* {
+                                           if (!ok || nextYear >= years) {
+                                               fc.stop();
+                                               return nullptr;
+                                           }
+                                           Piece* p = new Piece;
+                                           p->year = nextYear;
+                                           p->from = nextFrom;
+                                           p->count = std::min(stretch, K - nextFrom);
+                                           nextFrom += p->count;
+                                           if (nextFrom >= K) nextFrom = 0, ++nextYear;
+                                           return p;
+                                       }) &
+            tbb::make_filter<Piece*, Piece*>(tbb::filter_mode::parallel,
+                                             [&](Piece* p) {
+                                                 quantileRows(members, keys, yearCells[p->year], p->year, p->from,
+                                                              p->count, stretch, p->text, p->error);
+                                                 return p;
+                                             }) &
+            tbb::make_filter<Piece*, void>(tbb::filter_mode::serial_in_order, [&](Piece* p) {
+                if (ok && !p->error.empty()) {
+                    error = p->error;
+                    ok = false;
+                }
+                if (ok && fwrite(p->text.data(), 1, p->text.size(), out) != p->text.size()) failed = true;
+                delete p;
+            }));
+    failed = ferror(out) != 0 || failed;
     failed = fclose(out) != 0 || failed;
     if (!ok || failed || std::rename(tmp.c_str(), output.c_str()) != 0) {
         if (ok) error = output + ": " + std::strerror(errno);

@@ -298,7 +298,7 @@ TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
     EXPECT_FALSE(s.exists(memberFile(1, "population")));
     EXPECT_TRUE(s.exists(memberFile(4, "population")));
     EXPECT_TRUE(s.exists("var/v/ensemble/ensemble_quantiles.csv"));
-    EXPECT_NE(s.read("var/v/prot/ensemble.html").find("1 failed"), std::string::npos);
+    EXPECT_NE(s.read("var/v/prot/ensemble.html").find("fehlgeschlagen: 1"), std::string::npos);
 }
 
 TEST(EnsembleStatistics, TheMeanApproachesTheForecastAndBirthsSpreadAsBinomialDraws)
