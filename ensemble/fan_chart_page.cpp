@@ -62,12 +62,10 @@ std::string areaTitle(const std::string& area)
 std::string fileSafe(const std::string& area) { return area; }
 
 // a fan: the 90 % band, the 50 % band, the median and the deterministic line
-bool drawFan(const std::string& protocolDir, const std::string& name, const std::string& title,
+void drawFan(FILE* p, const std::string& protocolDir, const std::string& name, const std::string& title,
              const std::string& ylabel, const Series& s)
 {
-    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
-    if (!p) return false;
-    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "reset\n%s\n", plotTerminal());
     fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
     fprintf(p, "set title '%s'\nset ylabel '%s'\nset grid\nset key outside\nset xtics 1 rotate by 90\n", title.c_str(),
             ylabel.c_str());
@@ -88,17 +86,14 @@ bool drawFan(const std::string& protocolDir, const std::string& name, const std:
         for (const auto& [y, v] : s.deterministic) fprintf(p, "%d %.10g\n", y, v);
         fprintf(p, "e\n");
     }
-    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
 }
 
 // the pyramid: bars of the median by sex and age band, the 90 % band as error bars; the first
 // sex to the left
-bool drawPyramid(const std::string& protocolDir, const std::string& name, const std::string& title,
+void drawPyramid(FILE* p, const std::string& protocolDir, const std::string& name, const std::string& title,
                  const std::map<std::pair<int, int>, Spread>& bands, int sexes)
 {
-    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
-    if (!p) return false;
-    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "reset\n%s\n", plotTerminal());
     fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
     fprintf(p, "set title '%s'\nset ylabel '%s'\nset xlabel '%s'\nset grid\nset key outside\n", title.c_str(),
             text("age").c_str(), text(sexes == 2 ? "ens_sexes" : "inhabitant").c_str());
@@ -115,7 +110,6 @@ bool drawPyramid(const std::string& protocolDir, const std::string& name, const 
         }
         fprintf(p, "e\n");
     }
-    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
 }
 
 } // namespace
@@ -185,37 +179,54 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
     fprintf(f, "<a href=\"../ensemble/ensemble_quantiles.csv\">ensemble_quantiles.csv</a>, "
                "<a href=\"../ensemble/ensemble_components_quantiles.csv\">ensemble_components_quantiles.csv</a>, "
                "<a href=\"../ensemble/members.csv\">members.csv</a>.</p>\n");
-    auto image = [&](bool drawn, const std::string& name, const std::string& alt) {
-        if (drawn) fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", alt.c_str(), name.c_str());
-        else fprintf(f, "<p>%s: %s</p>\n", alt.c_str(), text("ens_noGnuplot").c_str());
+    // every chart through one gnuplot, then the page: a picture that gnuplot did not finish
+    // is named as such
+    struct Item {
+        std::string heading, picture, alt;
+    };
+    std::vector<Item> items;
+    FILE* p = plotOpen(nullptr, 0, si::appDir, "ensemble");
+    auto chart = [&](const std::string& name, const std::string& alt, const std::function<void()>& draw) {
+        std::remove((page.protocolDirectory + name + ".png").c_str());
+        if (p) draw();
+        items.push_back({"", name, alt});
     };
     // the study area first, then the aggregates
     std::vector<std::string> areas;
     if (population.count("all")) areas.push_back("all");
     for (const auto& [area, s] : population)
         if (area != "all") areas.push_back(area);
+    const std::string& dir = page.protocolDirectory;
     for (const std::string& area : areas) {
         const Series& s = population[area];
         std::string title = areaTitle(area);
-        fprintf(f, "<h2>%s</h2>\n", title.c_str());
+        items.push_back({title, "", ""});
         std::string base = "ensemble_" + fileSafe(area);
-        const std::string populationTitle = text("ens_population") + ", " + title, birthsTitle = text("ens_births") + ", " + title,
-                          netTitle = text("ens_netMigration") + ", " + title;
-        image(drawFan(page.protocolDirectory, base + "_population", populationTitle, text("inhabitant"), s),
-              base + "_population", populationTitle);
+        const std::string populationTitle = text("ens_population") + ", " + title,
+                          birthsTitle = text("ens_births") + ", " + title, netTitle = text("ens_netMigration") + ", " + title;
+        chart(base + "_population", populationTitle,
+              [&] { drawFan(p, dir, base + "_population", populationTitle, text("inhabitant"), s); });
         if (births.count(area))
-            image(drawFan(page.protocolDirectory, base + "_births", birthsTitle, text("ens_births"), births[area]),
-                  base + "_births", birthsTitle);
+            chart(base + "_births", birthsTitle,
+                  [&] { drawFan(p, dir, base + "_births", birthsTitle, text("ens_births"), births[area]); });
         if (net.count(area))
-            image(drawFan(page.protocolDirectory, base + "_net_migration", netTitle, text("ens_movesNet"), net[area]),
-                  base + "_net_migration", netTitle);
+            chart(base + "_net_migration", netTitle,
+                  [&] { drawFan(p, dir, base + "_net_migration", netTitle, text("ens_movesNet"), net[area]); });
     }
     if (!pyramid.empty()) {
         std::string title = text("ens_population") + " " + std::to_string(page.dims.endYear) + ", " + text("ens_studyArea");
-        fprintf(f, "<h2>%s</h2>\n", title.c_str());
-        image(drawPyramid(page.protocolDirectory, "ensemble_pyramid", title, pyramid, page.dims.sexes),
-              "ensemble_pyramid", title);
+        items.push_back({title, "", ""});
+        chart("ensemble_pyramid", title, [&] { drawPyramid(p, dir, "ensemble_pyramid", title, pyramid, page.dims.sexes); });
     }
+    if (p) {
+        fprintf(p, "unset output\n");
+        plotClose(nullptr, 0, p, si::appDir, "ensemble");
+    }
+    for (const Item& item : items)
+        if (!item.heading.empty()) fprintf(f, "<h2>%s</h2>\n", item.heading.c_str());
+        else if (plotPictureComplete(dir + item.picture + ".png"))
+            fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", item.alt.c_str(), item.picture.c_str());
+        else fprintf(f, "<p>%s: %s</p>\n", item.alt.c_str(), text("ens_noGnuplot").c_str());
     fprintf(f, "</body>\n</html>\n");
     bool failed = ferror(f) != 0;
     failed = fclose(f) != 0 || failed;
