@@ -18,6 +18,7 @@
 #include "ensemble/member_runs.h"
 #include "ensemble/member_summary.h"
 #include "ensemble/quantiles.h"
+#include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 
@@ -164,6 +165,13 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
         fprintf(stderr, "ensemble: %s\n", error.c_str());
         return 1;
     }
+    // under $ODE the members have the population only: said on the console and the page
+    KeyTable componentKeys;
+    SummaryValues componentValues;
+    const bool withComponents = componentKeys.read(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, error) &&
+                                componentValues.open(components.front(), componentKeys, error) &&
+                                componentValues.years() > 0;
+    if (!withComponents) printf("ensemble: %s\n", DD::lookup("ens_noComponents").c_str());
     const auto pageStart = std::chrono::steady_clock::now();
     FanChartPage page;
     page.ensembleDirectory = ens;
@@ -173,6 +181,7 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
     page.failed = failed;
     page.seed = seed;
     page.withDeterministic = deterministicOk;
+    page.withComponents = withComponents;
     std::string pagePath = writeFanChartPage(page, error);
     if (pagePath.empty()) {
         fprintf(stderr, "ensemble: %s\n", error.c_str());

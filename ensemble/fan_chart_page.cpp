@@ -179,6 +179,7 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
     fprintf(f, "<a href=\"../ensemble/ensemble_quantiles.csv\">ensemble_quantiles.csv</a>, "
                "<a href=\"../ensemble/ensemble_components_quantiles.csv\">ensemble_components_quantiles.csv</a>, "
                "<a href=\"../ensemble/members.csv\">members.csv</a>.</p>\n");
+    if (!page.withComponents) fprintf(f, "<p><b>%s</b></p>\n", text("ens_noComponents").c_str());
     // every chart through one gnuplot, then the page: a picture that gnuplot did not finish
     // is named as such
     struct Item {

@@ -253,6 +253,15 @@ TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
               "2025,agg1,births,40\n2025,agg1,deaths,0\n2025,agg1,moves_in,0\n2025,agg1,moves_out,0\n2025,agg1,net_migration,0\n"
               "2025,1,births,20\n2025,1,deaths,0\n2025,1,moves_in,0\n2025,1,moves_out,0\n2025,1,net_migration,0\n"
               "2025,2,births,20\n2025,2,deaths,0\n2025,2,moves_in,0\n2025,2,moves_out,0\n2025,2,net_migration,0\n");
+    // the small tool of the README reads the same tables
+    for (const char* table : {"population", "components"}) {
+        const std::string keys = std::string("var/v/summary_") + table + "_keys.csv",
+                          bin = std::string("var/v/summary_") + table + ".bin";
+        const std::string cmd = "python3 '" VELDOR_SOURCE_DIR "/scripts/summary_table.py' '" + s.path(keys) + "' '" +
+                                s.path(bin) + "' > '" + s.path("tool.txt") + "'";
+        ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+        EXPECT_EQ(s.read("tool.txt"), summaryText(s, keys, bin)) << table;
+    }
     auto pop = summary(summaryText(s, "var/v/summary_population_keys.csv", "var/v/summary_population.bin"));
     EXPECT_EQ(pop["2023,all,all,all,all,"], 200);
     EXPECT_EQ(pop["2023,all,all,1,0,"], 200);
@@ -299,6 +308,28 @@ TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
     EXPECT_TRUE(s.exists(memberFile(4, "population")));
     EXPECT_TRUE(s.exists("var/v/ensemble/ensemble_quantiles.csv"));
     EXPECT_NE(s.read("var/v/prot/ensemble.html").find("fehlgeschlagen: 1"), std::string::npos);
+}
+
+TEST(Ensemble, UnderTheDifferentialEquationsTheComponentsAreSaidToBeMissing)
+{
+    // one region, 100 men and 200 women, no births, deaths at 5 % a year
+    Area s(1);
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\nAUSGABE_PROTOKOLL=1\n[METHODE]\nNAG=2\nNGG=2\nNBG=1\n"
+                         "NTYA=1\nGRND=1\nGP=0.5\n");
+    s.write("var/gem2023.csv", "2023;1;1;1;1;100\n2023;1;1;2;1;200\n");
+    s.write("var/fruc2024.csv", "1;1;0..1;0\n");
+    s.write("var/strb2024.csv", "1;1;1..2;0..1;0.05\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-l", "en", "-o", "option($ENSEMBLE 3) option($ODE 1)"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string said = "Components of change are not available under $ODE";
+    EXPECT_NE(r.out.find("ensemble: " + said), std::string::npos) << r.out;
+    EXPECT_NE(s.read("var/v/prot/ensemble.html").find(said), std::string::npos);
+    EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), "year,area,component,mean,q05,q10,q25,q50,q75,q90,q95\n");
+    // the population is there: 300 persons less 5 % a year (Euler: exactly 0.95 a year)
+    Rows q = plain(s.read("var/v/ensemble/ensemble_quantiles.csv"));
+    auto row = std::find_if(q.begin(), q.end(), [](const auto& r) { return r[0] == "2025" && r[1] == "all" && r[2] == "all"; });
+    ASSERT_NE(row, q.end());
+    EXPECT_NEAR(std::stod((*row)[5]), 300 * 0.95 * 0.95, 1e-9);
 }
 
 TEST(EnsembleStatistics, TheMeanApproachesTheForecastAndBirthsSpreadAsBinomialDraws)
