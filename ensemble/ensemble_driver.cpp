@@ -375,6 +375,7 @@ int runEnsemble(const EnsembleRequest& r)
             }
         }
     }
+    const auto received = std::chrono::steady_clock::now();
     int failed = 0;
     for (const Member& m : members) failed += m.ok ? 0 : 1;
     // the list of members with their seeds and how they ended
@@ -394,8 +395,10 @@ int runEnsemble(const EnsembleRequest& r)
     if (work != kept) fs::remove_all(work, ec);
     if (!failed) fs::remove_all(kept, ec);
     auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
-    printf("ensemble: members %.3f s, gathering %.3f s\n", seconds(started, gatherStart),
+    printf("ensemble: members %.3f s, gathering %.3f s", seconds(started, gatherStart),
            seconds(gatherStart, std::chrono::steady_clock::now()));
+    if (cluster.size > 1) printf(" (from the other ranks %.3f s)", seconds(gatherStart, received));
+    printf("\n");
     std::vector<uint64_t> end = {uint64_t(status)};
     clusterBroadcast(end);
     return status;
