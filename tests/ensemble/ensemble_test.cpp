@@ -18,6 +18,7 @@
 #include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
 #include "ensemble/member_summary.h"
+#include "ensemble/quantiles.h"
 #include "tests/sandbox.h"
 
 namespace {
@@ -330,6 +331,52 @@ TEST(Ensemble, UnderTheDifferentialEquationsTheComponentsAreSaidToBeMissing)
     auto row = std::find_if(q.begin(), q.end(), [](const auto& r) { return r[0] == "2025" && r[1] == "all" && r[2] == "all"; });
     ASSERT_NE(row, q.end());
     EXPECT_NEAR(std::stod((*row)[5]), 300 * 0.95 * 0.95, 1e-9);
+}
+
+TEST(EnsembleQuantiles, StreamTheMembersValuesAndNameASummaryOfAnotherKeyTable)
+{
+    Sandbox s;
+    const std::string keys = "area,group,sex,age_band,always\nall,all,all,all,1\n1,1,1,0,0\n1,2,1,0,0\n";
+    s.write("keys.csv", keys);
+    // a values file: the header, then per year the year and a value per key
+    auto values = [&](const std::string& name, const std::vector<std::pair<int64_t, std::vector<double>>>& years,
+                      uint64_t count = 3) {
+        std::string b = "VELDSUM1";
+        const uint64_t hash = fnv1a(keys);
+        b.append(reinterpret_cast<const char*>(&count), 8).append(reinterpret_cast<const char*>(&hash), 8);
+        for (const auto& [year, v] : years)
+            b.append(reinterpret_cast<const char*>(&year), 8).append(reinterpret_cast<const char*>(v.data()), 8 * v.size());
+        s.write(name, b);
+        return s.path(name);
+    };
+    // four members; the cell of group 2 is 0 in every member in 2024: no row
+    std::vector<std::string> members = {values("m1.bin", {{2024, {10, 4, 0}}, {2025, {12, 4, 1}}}),
+                                        values("m2.bin", {{2024, {20, 4, 0}}, {2025, {10, 4, 0}}}),
+                                        values("m3.bin", {{2024, {30, 4, 0}}, {2025, {14, 4, 0}}}),
+                                        values("m4.bin", {{2024, {40, 4, 0}}, {2025, {16, 4, 0}}})};
+    std::string error;
+    ASSERT_TRUE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error)) << error;
+    // 10 20 30 40: h = 3p; q05 = 10 + 0.15 * 10, q25 = 17.5, q50 = 25, q95 = 30 + 0.85 * 10 (the
+    // figures of the rule worked out independently, the last digits those of doubles)
+    EXPECT_EQ(s.read("q.csv"), "year,area,group,sex,age_band,mean,q05,q10,q25,q50,q75,q90,q95\n"
+                               "2024,all,all,all,all,25,11.5,13,17.5,25,32.5,37,38.5\n"
+                               "2024,1,1,1,0,4,4,4,4,4,4,4,4\n"
+                               "2025,all,all,all,all,13,10.3,10.6,11.5,13,14.5,15.4,15.7\n"
+                               "2025,1,1,1,0,4,4,4,4,4,4,4,4\n"
+                               "2025,1,2,1,0,0.25,0,0,0,0,0.25,0.7000000000000002,0.8499999999999996\n");
+    // a member of another key table, one cut short and one of another year are named
+    members.push_back(values("m5.bin", {{2024, {1, 2}}, {2025, {1, 2}}}, 2));
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": 2 keys of another key table than the ensemble's (3 keys)");
+    members.back() = values("m5.bin", {{2024, {1, 2, 3}}});
+    s.write("m5.bin", s.read("m5.bin").substr(0, 40));
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": 40 bytes, a year cut short");
+    members.back() = values("m5.bin", {{2024, {1, 2, 3}}, {2026, {1, 2, 3}}});
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": year 2026 where " + s.path("m1.bin") + " has 2025");
+    // the table of the earlier call stays as it was
+    EXPECT_NE(s.read("q.csv").find("2025,1,2,1,0,0.25"), std::string::npos);
 }
 
 TEST(EnsembleStatistics, TheMeanApproachesTheForecastAndBirthsSpreadAsBinomialDraws)
