@@ -18,6 +18,7 @@
 #include "ensemble/member_runs.h"
 #include "ensemble/member_summary.h"
 #include "ensemble/quantiles.h"
+#include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 
@@ -135,19 +136,43 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
     std::vector<std::string> population, components;
     for (size_t i = 1; i <= count; ++i)
         if (ok(i)) {
-            population.push_back(ens + name(i) + "_population.csv");
-            components.push_back(ens + name(i) + "_components.csv");
+            population.push_back(ens + name(i) + "_population.bin");
+            components.push_back(ens + name(i) + "_components.bin");
         }
+    std::string error;
+    const auto tablesStart = std::chrono::steady_clock::now();
+    // the deterministic forecast as plain tables, the line of the fan charts
+    if (deterministicOk) {
+        const std::string det = ens + name(0);
+        if (!writeSummaryText(SummaryTable::Population, ens + SUMMARY_POPULATION_KEYS, det + "_population.bin",
+                              det + "_population.csv", error) ||
+            !writeSummaryText(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, det + "_components.bin",
+                              det + "_components.csv", error)) {
+            fprintf(stderr, "ensemble: %s\n", error.c_str());
+            deterministicOk = false;
+        }
+        std::remove((det + "_population.bin").c_str());
+        std::remove((det + "_components.bin").c_str());
+    }
     if (population.empty()) {
         fprintf(stderr, "ensemble: no member gave results\n");
         return 1;
     }
-    std::string error;
-    if (!writeQuantiles(SummaryTable::Population, population, ens + "ensemble_quantiles.csv", error) ||
-        !writeQuantiles(SummaryTable::Components, components, ens + "ensemble_components_quantiles.csv", error)) {
+    if (!writeQuantiles(SummaryTable::Population, ens + SUMMARY_POPULATION_KEYS, population,
+                        ens + "ensemble_quantiles.csv", error) ||
+        !writeQuantiles(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, components,
+                        ens + "ensemble_components_quantiles.csv", error)) {
         fprintf(stderr, "ensemble: %s\n", error.c_str());
         return 1;
     }
+    // under $ODE the members have the population only: said on the console and the page
+    KeyTable componentKeys;
+    SummaryValues componentValues;
+    const bool withComponents = componentKeys.read(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, error) &&
+                                componentValues.open(components.front(), componentKeys, error) &&
+                                componentValues.years() > 0;
+    if (!withComponents) printf("ensemble: %s\n", DD::lookup("ens_noComponents").c_str());
+    const auto pageStart = std::chrono::steady_clock::now();
     FanChartPage page;
     page.ensembleDirectory = ens;
     page.protocolDirectory = variantDir + "prot/";
@@ -156,12 +181,15 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
     page.failed = failed;
     page.seed = seed;
     page.withDeterministic = deterministicOk;
+    page.withComponents = withComponents;
     std::string pagePath = writeFanChartPage(page, error);
     if (pagePath.empty()) {
         fprintf(stderr, "ensemble: %s\n", error.c_str());
         return 1;
     }
-    printf("ensemble page: %s\n", pagePath.c_str());
+    auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
+    printf("ensemble page: %s (tables %.3f s, page %.3f s)\n", pagePath.c_str(), seconds(tablesStart, pageStart),
+           seconds(pageStart, std::chrono::steady_clock::now()));
     return failed ? 1 : 0;
 }
 
@@ -272,8 +300,13 @@ int runEnsemble(const EnsembleRequest& r)
         Member& m = members[mine[size_t(&run - runs.data())]];
         if (run.status == 0) {
             std::string runDir = work + m.name + "/";
-            if (takeSummary(runDir + SUMMARY_POPULATION_FILE, local + m.name + "_population.csv", m.error) &&
-                takeSummary(runDir + SUMMARY_COMPONENTS_FILE, local + m.name + "_components.csv", m.error)) {
+            // the key tables of the first run that ends well serve the whole ensemble
+            std::error_code missing;
+            const bool keys = fs::exists(local + SUMMARY_POPULATION_KEYS, missing) ||
+                              (takeSummary(runDir + SUMMARY_POPULATION_KEYS, local + SUMMARY_POPULATION_KEYS, m.error) &&
+                               takeSummary(runDir + SUMMARY_COMPONENTS_KEYS, local + SUMMARY_COMPONENTS_KEYS, m.error));
+            if (keys && takeSummary(runDir + SUMMARY_POPULATION_FILE, local + m.name + "_population.bin", m.error) &&
+                takeSummary(runDir + SUMMARY_COMPONENTS_FILE, local + m.name + "_components.bin", m.error)) {
                 m.ok = true;
                 fs::remove_all(runDir, ec);
                 fs::remove(work + m.name + ".ini", ec);
@@ -299,12 +332,17 @@ int runEnsemble(const EnsembleRequest& r)
     const auto gatherStart = std::chrono::steady_clock::now();
     // the other ranks send how their members ended and their summaries to rank 0
     if (!root) {
+        // the key tables (none when no member of this rank ended well), then the members
+        for (const char* keys : {SUMMARY_POPULATION_KEYS, SUMMARY_COMPONENTS_KEYS}) {
+            clusterSend(readWhole(local + keys));
+            fs::remove(local + keys, ec);
+        }
         clusterSend(std::to_string(mine.size()));
         for (size_t i : mine) {
             Member& m = members[i];
             clusterSend(std::to_string(i) + "," + (m.ok ? "1" : "0"));
             clusterSend(m.error);
-            std::string p = local + m.name + "_population.csv", c = local + m.name + "_components.csv";
+            std::string p = local + m.name + "_population.bin", c = local + m.name + "_components.bin";
             clusterSend(m.ok ? readWhole(p) : std::string());
             clusterSend(m.ok ? readWhole(c) : std::string());
             fs::remove(p, ec);
@@ -317,6 +355,11 @@ int runEnsemble(const EnsembleRequest& r)
         return int(end[0]);
     }
     for (int from = 1; from < cluster.size; ++from) {
+        for (const char* keys : {SUMMARY_POPULATION_KEYS, SUMMARY_COMPONENTS_KEYS}) {
+            std::string text = clusterReceive(from);
+            if (!text.empty() && !fs::exists(ens + keys, ec) && !writeWhole(ens + keys, text))
+                fprintf(stderr, "ensemble: %s%s: %s\n", ens.c_str(), keys, std::strerror(errno));
+        }
         size_t count = std::stoull(clusterReceive(from));
         for (size_t k = 0; k < count; ++k) {
             std::string meta = clusterReceive(from);
@@ -325,13 +368,14 @@ int runEnsemble(const EnsembleRequest& r)
             m.ok = meta.back() == '1';
             m.error = clusterReceive(from);
             std::string p = clusterReceive(from), c = clusterReceive(from);
-            if (m.ok && !(writeWhole(ens + m.name + "_population.csv", p) &&
-                          writeWhole(ens + m.name + "_components.csv", c))) {
+            if (m.ok && !(writeWhole(ens + m.name + "_population.bin", p) &&
+                          writeWhole(ens + m.name + "_components.bin", c))) {
                 m.ok = false;
-                m.error = ens + m.name + "_population.csv: " + std::strerror(errno);
+                m.error = ens + m.name + "_population.bin: " + std::strerror(errno);
             }
         }
     }
+    const auto received = std::chrono::steady_clock::now();
     int failed = 0;
     for (const Member& m : members) failed += m.ok ? 0 : 1;
     // the list of members with their seeds and how they ended
@@ -351,8 +395,10 @@ int runEnsemble(const EnsembleRequest& r)
     if (work != kept) fs::remove_all(work, ec);
     if (!failed) fs::remove_all(kept, ec);
     auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
-    printf("ensemble: members %.3f s, gathering %.3f s\n", seconds(started, gatherStart),
+    printf("ensemble: members %.3f s, gathering %.3f s", seconds(started, gatherStart),
            seconds(gatherStart, std::chrono::steady_clock::now()));
+    if (cluster.size > 1) printf(" (from the other ranks %.3f s)", seconds(gatherStart, received));
+    printf("\n");
     std::vector<uint64_t> end = {uint64_t(status)};
     clusterBroadcast(end);
     return status;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "ensemble/quantiles.h"
+#include "platform/dictionary.h"
 #include "platform/settings.h"
 #include "tables/gnuplot_bridge.h"
 
@@ -47,31 +48,33 @@ struct Series {
     std::map<int, double> deterministic;  // year -> value of the deterministic forecast
 };
 
+// a text of the dictionary in the language of the run
+std::string text(const char* key) { return DD::lookup(key); }
+
 // the area's text as the tables write it, and its title
 std::string areaTitle(const std::string& area)
 {
-    if (area == "all") return "study area";
-    if (area.rfind("agg", 0) == 0) return "aggregate " + area.substr(3);
-    return "region " + area;
+    if (area == "all") return text("ens_studyArea");
+    if (area.rfind("agg", 0) == 0) return text("ens_aggregate") + " " + area.substr(3);
+    return text("ens_region") + " " + area;
 }
 
 std::string fileSafe(const std::string& area) { return area; }
 
 // a fan: the 90 % band, the 50 % band, the median and the deterministic line
-bool drawFan(const std::string& protocolDir, const std::string& name, const std::string& title,
+void drawFan(FILE* p, const std::string& protocolDir, const std::string& name, const std::string& title,
              const std::string& ylabel, const Series& s)
 {
-    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
-    if (!p) return false;
-    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "reset\n%s\n", plotTerminal());
     fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
     fprintf(p, "set title '%s'\nset ylabel '%s'\nset grid\nset key outside\nset xtics 1 rotate by 90\n", title.c_str(),
             ylabel.c_str());
     fprintf(p, "set style fill transparent solid 0.35 noborder\n");
     fprintf(p, "plot '-' using 1:2:3 with filledcurves lc rgb '#4a7fc1' title '90 %%', "
                "'-' using 1:2:3 with filledcurves lc rgb '#1f4e8c' title '50 %%', "
-               "'-' using 1:2 with lines lw 2 lc rgb '#10305a' title 'median'");
-    if (!s.deterministic.empty()) fprintf(p, ", '-' using 1:2 with lines lw 2 dt 2 lc rgb '#c0392b' title 'deterministic'");
+               "'-' using 1:2 with lines lw 2 lc rgb '#10305a' title '%s'", text("ens_median").c_str());
+    if (!s.deterministic.empty())
+        fprintf(p, ", '-' using 1:2 with lines lw 2 dt 2 lc rgb '#c0392b' title '%s'", text("ens_deterministic").c_str());
     fprintf(p, "\n");
     for (const auto& [y, q] : s.years) fprintf(p, "%d %.10g %.10g\n", y, q[Q05], q[Q95]);
     fprintf(p, "e\n");
@@ -83,23 +86,21 @@ bool drawFan(const std::string& protocolDir, const std::string& name, const std:
         for (const auto& [y, v] : s.deterministic) fprintf(p, "%d %.10g\n", y, v);
         fprintf(p, "e\n");
     }
-    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
 }
 
 // the pyramid: bars of the median by sex and age band, the 90 % band as error bars; the first
 // sex to the left
-bool drawPyramid(const std::string& protocolDir, const std::string& name, const std::string& title,
+void drawPyramid(FILE* p, const std::string& protocolDir, const std::string& name, const std::string& title,
                  const std::map<std::pair<int, int>, Spread>& bands, int sexes)
 {
-    FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
-    if (!p) return false;
-    fprintf(p, "%s\n", plotTerminal());
+    fprintf(p, "reset\n%s\n", plotTerminal());
     fprintf(p, "set output '%s%s.png'\n", protocolDir.c_str(), name.c_str());
-    fprintf(p, "set title '%s'\nset ylabel 'age'\nset xlabel '%s'\nset grid\nset key outside\n", title.c_str(),
-            sexes == 2 ? "male | female" : "inhabitants");
+    fprintf(p, "set title '%s'\nset ylabel '%s'\nset xlabel '%s'\nset grid\nset key outside\n", title.c_str(),
+            text("age").c_str(), text(sexes == 2 ? "ens_sexes" : "inhabitant").c_str());
     fprintf(p, "set style fill solid 0.5 border lt -1\nset yrange [-2.5:*]\n");
-    fprintf(p, "plot '-' using 2:1:(0):2:($1-2):($1+2) with boxxyerror lc rgb '#4a7fc1' title 'median', "
-               "'-' using 2:1:3:4 with xerrorbars pt 0 lw 1.5 lc rgb '#c0392b' title '90 %%'\n");
+    fprintf(p, "plot '-' using 2:1:(0):2:($1-2):($1+2) with boxxyerror lc rgb '#4a7fc1' title '%s', "
+               "'-' using 2:1:3:4 with xerrorbars pt 0 lw 1.5 lc rgb '#c0392b' title '90 %%'\n",
+            text("ens_median").c_str());
     for (int pass = 0; pass < 2; ++pass) {
         for (const auto& [sb, q] : bands) {
             double f = sexes == 2 && sb.first == 1 ? -1 : 1;
@@ -109,7 +110,6 @@ bool drawPyramid(const std::string& protocolDir, const std::string& name, const 
         }
         fprintf(p, "e\n");
     }
-    return plotClose(nullptr, 0, p, si::appDir, name.c_str()) == 0;
 }
 
 } // namespace
@@ -165,47 +165,69 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
         error = path + ": " + std::strerror(errno);
         return {};
     }
-    fprintf(f, "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=utf-8>\n<title>Ensemble</title>\n");
+    const std::string heading = text("ens_title");
+    fprintf(f, "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=utf-8>\n<title>%s</title>\n", heading.c_str());
     fprintf(f, "<style>\nbody { background: #FFFFFF; font-family: sans-serif; }\nimg { max-width: 100%%; }\n"
                "h2 { color: #B82619; background-color: #EAE2BB; }\n</style>\n</head>\n<body>\n");
-    fprintf(f, "<a href=\"index.html\">protocol</a><br>\n<hr>\n<h1>Ensemble</h1>\n");
-    fprintf(f, "<p>%d members from seed %llu", page.members, (unsigned long long)page.seed);
-    if (page.failed) fprintf(f, ", <b>%d failed</b> (<a href=\"../ensemble/members.csv\">members.csv</a>)", page.failed);
-    fprintf(f, ". Bands: 50 %% (25 to 75 %% quantile) and 90 %% (5 to 95 %%) around the median; quantiles by "
-               "linear interpolation between order statistics. Tables: "
-               "<a href=\"../ensemble/ensemble_quantiles.csv\">ensemble_quantiles.csv</a>, "
+    fprintf(f, "<a href=\"index.html\">%s</a><br>\n<hr>\n<h1>%s</h1>\n", text("protocol").c_str(), heading.c_str());
+    fprintf(f, "<p>%s: %d, %s %llu", text("ens_members").c_str(), page.members, text("ens_seed").c_str(),
+            (unsigned long long)page.seed);
+    if (page.failed)
+        fprintf(f, ", <b>%s: %d</b> (<a href=\"../ensemble/members.csv\">members.csv</a>)", text("ens_failed").c_str(),
+                page.failed);
+    fprintf(f, ". %s %s: ", text("ens_bands").c_str(), text("ens_tables").c_str());
+    fprintf(f, "<a href=\"../ensemble/ensemble_quantiles.csv\">ensemble_quantiles.csv</a>, "
                "<a href=\"../ensemble/ensemble_components_quantiles.csv\">ensemble_components_quantiles.csv</a>, "
                "<a href=\"../ensemble/members.csv\">members.csv</a>.</p>\n");
-    auto image = [&](bool drawn, const std::string& name, const std::string& alt) {
-        if (drawn) fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", alt.c_str(), name.c_str());
-        else fprintf(f, "<p>%s: could not launch gnuplot</p>\n", alt.c_str());
+    if (!page.withComponents) fprintf(f, "<p><b>%s</b></p>\n", text("ens_noComponents").c_str());
+    // every chart through one gnuplot, then the page: a picture that gnuplot did not finish
+    // is named as such
+    struct Item {
+        std::string heading, picture, alt;
+    };
+    std::vector<Item> items;
+    FILE* p = plotOpen(nullptr, 0, si::appDir, "ensemble");
+    auto chart = [&](const std::string& name, const std::string& alt, const std::function<void()>& draw) {
+        std::remove((page.protocolDirectory + name + ".png").c_str());
+        if (p) draw();
+        items.push_back({"", name, alt});
     };
     // the study area first, then the aggregates
     std::vector<std::string> areas;
     if (population.count("all")) areas.push_back("all");
     for (const auto& [area, s] : population)
         if (area != "all") areas.push_back(area);
+    const std::string& dir = page.protocolDirectory;
     for (const std::string& area : areas) {
         const Series& s = population[area];
         std::string title = areaTitle(area);
-        fprintf(f, "<h2>%s</h2>\n", title.c_str());
+        items.push_back({title, "", ""});
         std::string base = "ensemble_" + fileSafe(area);
-        image(drawFan(page.protocolDirectory, base + "_population", "Population, " + title, "inhabitants", s),
-              base + "_population", "population " + title);
+        const std::string populationTitle = text("ens_population") + ", " + title,
+                          birthsTitle = text("ens_births") + ", " + title, netTitle = text("ens_netMigration") + ", " + title;
+        chart(base + "_population", populationTitle,
+              [&] { drawFan(p, dir, base + "_population", populationTitle, text("inhabitant"), s); });
         if (births.count(area))
-            image(drawFan(page.protocolDirectory, base + "_births", "Births, " + title, "births", births[area]),
-                  base + "_births", "births " + title);
+            chart(base + "_births", birthsTitle,
+                  [&] { drawFan(p, dir, base + "_births", birthsTitle, text("ens_births"), births[area]); });
         if (net.count(area))
-            image(drawFan(page.protocolDirectory, base + "_net_migration", "Net migration, " + title,
-                          "moves in less moves out", net[area]),
-                  base + "_net_migration", "net migration " + title);
+            chart(base + "_net_migration", netTitle,
+                  [&] { drawFan(p, dir, base + "_net_migration", netTitle, text("ens_movesNet"), net[area]); });
     }
     if (!pyramid.empty()) {
-        std::string title = "Population " + std::to_string(page.dims.endYear) + ", study area";
-        fprintf(f, "<h2>%s</h2>\n", title.c_str());
-        image(drawPyramid(page.protocolDirectory, "ensemble_pyramid", title, pyramid, page.dims.sexes),
-              "ensemble_pyramid", "pyramid " + std::to_string(page.dims.endYear));
+        std::string title = text("ens_population") + " " + std::to_string(page.dims.endYear) + ", " + text("ens_studyArea");
+        items.push_back({title, "", ""});
+        chart("ensemble_pyramid", title, [&] { drawPyramid(p, dir, "ensemble_pyramid", title, pyramid, page.dims.sexes); });
     }
+    if (p) {
+        fprintf(p, "unset output\n");
+        plotClose(nullptr, 0, p, si::appDir, "ensemble");
+    }
+    for (const Item& item : items)
+        if (!item.heading.empty()) fprintf(f, "<h2>%s</h2>\n", item.heading.c_str());
+        else if (plotPictureComplete(dir + item.picture + ".png"))
+            fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", item.alt.c_str(), item.picture.c_str());
+        else fprintf(f, "<p>%s: %s</p>\n", item.alt.c_str(), text("ens_noGnuplot").c_str());
     fprintf(f, "</body>\n</html>\n");
     bool failed = ferror(f) != 0;
     failed = fclose(f) != 0 || failed;

@@ -15,6 +15,7 @@ struct FanChartPage {
     int members = 0, failed = 0;
     uint64_t seed = 0;
     bool withDeterministic = false;  // deterministic_population.csv and _components.csv are there
+    bool withComponents = true;      // false: the members had no components of change (under $ODE)
 };
 
 // writes prot/ensemble.html and its pictures; the page's path, or empty with the reason

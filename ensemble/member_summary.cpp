@@ -2,82 +2,159 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
-#include <string_view>
+#include <fstream>
+#include <sstream>
 
-// ---------------------------------------------------------------- reading back
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-SummaryReader::SummaryReader(SummaryTable t, const std::string& p) : table(t), path(p)
+bool KeyTable::read(SummaryTable table, const std::string& path, std::string& error)
 {
-    file = fopen(path.c_str(), "r");
-    if (!file) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
         error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::stringstream whole;
+    whole << in.rdbuf();
+    const std::string bytes = whole.str();
+    hash = fnv1a(bytes);
+    cells.clear();
+    always.clear();
+    const size_t want = table == SummaryTable::Population ? 5 : 3;
+    size_t at = bytes.find('\n');
+    if (at == std::string::npos || bytes.compare(0, at, keyTableHeader(table)) != 0) {
+        error = path + ": line 1: not the key table of the " +
+                (table == SummaryTable::Population ? std::string("population") : std::string("components"));
+        return false;
+    }
+    long line = 1;
+    for (++at; at < bytes.size();) {
+        size_t end = bytes.find('\n', at);
+        if (end == std::string::npos) end = bytes.size();
+        const std::string row = bytes.substr(at, end - at);
+        at = end + 1;
+        ++line;
+        size_t commas = 0;
+        for (char c : row) commas += c == ',';
+        const char flag = row.empty() ? ' ' : row.back();
+        if (commas + 1 != want || row.size() < 2 || row[row.size() - 2] != ',' || (flag != '0' && flag != '1')) {
+            error = path + ": line " + std::to_string(line) + ": " + row;
+            return false;
+        }
+        cells.push_back(row.substr(0, row.size() - 1));
+        always.push_back(flag == '1');
+    }
+    return true;
+}
+
+SummaryValues::~SummaryValues()
+{
+    if (fd >= 0) ::close(fd);
+}
+
+bool SummaryValues::open(const std::string& p, const KeyTable& keys, std::string& error)
+{
+    path = p;
+    fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    char header[SUMMARY_HEADER_BYTES];
+    uint64_t hash = 0;
+    struct stat st {};
+    if (pread(fd, header, sizeof header, 0) != ssize_t(sizeof header) || std::memcmp(header, SUMMARY_MAGIC, 8) != 0) {
+        error = path + ": not a summary (no header \"" + SUMMARY_MAGIC + "\")";
+        return false;
+    }
+    std::memcpy(&keyCount, header + 8, 8);
+    std::memcpy(&hash, header + 16, 8);
+    if (keyCount != keys.size() || hash != keys.hash) {
+        error = path + ": " + std::to_string(keyCount) + " keys of another key table than the ensemble's (" +
+                std::to_string(keys.size()) + " keys)";
+        return false;
+    }
+    fstat(fd, &st);
+    const uint64_t block = 8 * (keyCount + 1), body = uint64_t(st.st_size) - SUMMARY_HEADER_BYTES;
+    if (body % block != 0) {
+        error = path + ": " + std::to_string(st.st_size) + " bytes, a year cut short";
+        return false;
+    }
+    yearCount = size_t(body / block);
+    return true;
+}
+
+bool SummaryValues::label(size_t year, int64_t& out, std::string& error) const
+{
+    const off_t at = off_t(SUMMARY_HEADER_BYTES + year * 8 * (keyCount + 1));
+    if (pread(fd, &out, 8, at) == 8) return true;
+    error = path + ": " + std::strerror(errno);
+    return false;
+}
+
+bool SummaryValues::read(size_t year, size_t from, size_t count, double* out, std::string& error) const
+{
+    const off_t at = off_t(SUMMARY_HEADER_BYTES + year * 8 * (keyCount + 1) + 8 * (1 + from));
+    const size_t bytes = count * sizeof(double);
+    char* p = reinterpret_cast<char*>(out);
+    for (size_t done = 0; done < bytes;) {
+        ssize_t n = pread(fd, p + done, bytes - done, at + off_t(done));
+        if (n <= 0) {
+            error = path + ": " + (n == 0 ? std::string("shorter than its header says") : std::strerror(errno));
+            return false;
+        }
+        done += size_t(n);
+    }
+    return true;
+}
+
+void appendPlainNumber(std::string& out, double value)
+{
+    if (value == 0) {
+        out += '0';
         return;
     }
-    setvbuf(file, nullptr, _IOFBF, 1 << 16);
-    char buffer[256];
-    if (!fgets(buffer, sizeof buffer, file)) error = path + ": empty";
-    line = 1;
+    char buffer[32];
+    auto [p, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, p);
 }
 
-SummaryReader::~SummaryReader()
+bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std::string& valuesPath,
+                      const std::string& output, std::string& error)
 {
-    if (file) fclose(file);
-}
-
-bool SummaryReader::next(SummaryKey& k, double& value)
-{
-    if (!ok()) return false;
-    char buffer[256];
-    if (!fgets(buffer, sizeof buffer, file)) return false;
-    ++line;
-    // the cells in place, without copies: the ensemble reads millions of rows
-    const char* end = buffer + std::strlen(buffer);
-    while (end > buffer && (end[-1] == '\n' || end[-1] == '\r')) --end;
-    const size_t want = table == SummaryTable::Population ? 6 : 4;
-    std::string_view cells[6];
-    size_t n = 0;
-    for (const char* p = buffer;;) {
-        const char* comma = static_cast<const char*>(std::memchr(p, ',', size_t(end - p)));
-        const char* stop = comma ? comma : end;
-        if (n < 6) cells[n] = std::string_view(p, size_t(stop - p));
-        ++n;
-        if (!comma) break;
-        p = comma + 1;
-    }
-    auto bad = [&] {
-        error = path + ": line " + std::to_string(line) + ": " + std::string(buffer, size_t(end - buffer));
+    KeyTable keys;
+    SummaryValues values;
+    if (!keys.read(table, keysPath, error) || !values.open(valuesPath, keys, error)) return false;
+    FILE* out = fopen(output.c_str(), "w");
+    if (!out) {
+        error = output + ": " + std::strerror(errno);
         return false;
-    };
-    auto number = [](std::string_view c, long long& v) {
-        auto [q, ec] = std::from_chars(c.data(), c.data() + c.size(), v);
-        return !c.empty() && ec == std::errc() && q == c.data() + c.size();
-    };
-    long long x;
-    if (n != want || !number(cells[0], x)) return bad();
-    k = SummaryKey{};
-    k.year = int(x);
-    const std::string_view area = cells[1];
-    if (area == "all") k.kind = AREA_ALL;
-    else if (area.substr(0, 3) == "agg" && number(area.substr(3), x)) k.kind = AREA_AGGREGATE, k.area = x;
-    else if (number(area, x)) k.kind = AREA_REGION, k.area = x;
-    else return bad();
-    auto field = [&](std::string_view c, int factor, int& out) {
-        if (c == "all") return out = ALL, true;
-        if (!number(c, x)) return false;
-        out = int(x / factor);
-        return true;
-    };
-    if (table == SummaryTable::Components) {
-        k.a = -2;
-        for (int i = 0; i < COMPONENTS; ++i)
-            if (cells[2] == componentNames[i]) k.a = i;
-        if (k.a < 0) return bad();
-    } else if (!field(cells[2], 1, k.a) || !field(cells[3], 1, k.b) || !field(cells[4], 5, k.c)) {
-        return bad();
     }
-    const std::string_view v = cells[want - 1];
-    auto [p, ec] = std::from_chars(v.data(), v.data() + v.size(), value);
-    if (v.empty() || ec != std::errc() || p != v.data() + v.size()) return bad();
-    return true;
+    std::string text = summaryHeader(table, table == SummaryTable::Population ? "population" : "value") + "\n";
+    std::vector<double> v(keys.size());
+    bool ok = true;
+    for (size_t y = 0; ok && y < values.years(); ++y) {
+        int64_t label = 0;
+        ok = values.label(y, label, error) && values.read(y, 0, keys.size(), v.data(), error);
+        const std::string year = std::to_string(label) + ",";
+        for (size_t k = 0; ok && k < keys.size(); ++k)
+            if (keys.always[k] || v[k] != 0) {
+                text += year;
+                text += keys.cells[k];
+                appendPlainNumber(text, v[k]);
+                text += '\n';
+            }
+        fwrite(text.data(), 1, text.size(), out);
+        text.clear();
+    }
+    const bool bad = ferror(out) != 0;
+    if (fclose(out) != 0 || bad) {
+        if (ok) error = output + ": " + std::strerror(errno);
+        ok = false;
+    }
+    return ok;
 }

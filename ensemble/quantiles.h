@@ -16,8 +16,9 @@ constexpr std::array<double, 7> quantileLevels = {0.05, 0.10, 0.25, 0.50, 0.75, 
 // the quantile of p of the values (sorted in place); 0 for none
 double quantile(std::vector<double>& values, double p);
 
-// Reads the summaries of the members (the same table of each) together in key order and
-// writes one row per key: the key, the mean and the quantiles. A row that a member lacks is 0
-// for it. False with the reason when a summary or the output fails.
-bool writeQuantiles(SummaryTable table, const std::vector<std::string>& summaries, const std::string& output,
-                    std::string& error);
+// Reads the values files of the members (the same table of each, all of the key table
+// `keysPath`) together, a year and a stretch of keys at a time, and writes one row per key and
+// year: the key, the mean and the quantiles. A key that only stands where it is not 0 gets its
+// row when one member's value is not 0. False with the reason when a summary or the output fails.
+bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::vector<std::string>& summaries,
+                    const std::string& output, std::string& error);

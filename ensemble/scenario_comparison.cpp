@@ -10,6 +10,7 @@
 #include "ensemble/member_runs.h"
 #include "ensemble/member_summary.h"
 #include "ensemble/result_tables.h"
+#include "platform/dictionary.h"
 #include "platform/operating_system.h"
 #include "platform/settings.h"
 #include "tables/gnuplot_bridge.h"
@@ -59,9 +60,9 @@ bool drawScenarios(const std::string& protocolDir, const std::string& name, cons
     FILE* p = plotOpen(nullptr, 0, si::appDir, name.c_str());
     if (!p) return false;
     fprintf(p, "%s\n", plotTerminal());
-    fprintf(p, "set output '%s%s.png'\nset title '%s'\nset ylabel 'inhabitants'\nset grid\nset key outside\n"
+    fprintf(p, "set output '%s%s.png'\nset title '%s'\nset ylabel '%s'\nset grid\nset key outside\n"
                "set xtics 1 rotate by 90\nplot",
-            protocolDir.c_str(), name.c_str(), title.c_str());
+            protocolDir.c_str(), name.c_str(), title.c_str(), DD::lookup("inhabitant").c_str());
     for (size_t v = 0; v < variants.size(); ++v)
         fprintf(p, "%s '-' using 1:2 with linespoints lw 2 title '%s'", v ? "," : "", variants[v].c_str());
     fprintf(p, "\n");
@@ -169,28 +170,32 @@ int runScenarios(const ScenarioRequest& r)
         fprintf(stderr, "%s: %s\n", pagePath.c_str(), std::strerror(errno));
         return 1;
     }
-    fprintf(page, "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=utf-8>\n<title>Scenarios</title>\n<style>\n"
+    auto text = [](const char* key) { return DD::lookup(key); };
+    const std::string heading = text("scn_title");
+    fprintf(page, "<!DOCTYPE html>\n<html>\n<head>\n<meta charset=utf-8>\n<title>%s</title>\n<style>\n"
                   "body { background: #FFFFFF; font-family: sans-serif; }\nimg { max-width: 100%%; }\n"
                   "h2 { color: #B82619; background-color: #EAE2BB; }\ntd, th { padding: 1px 7px; text-align: right; }\n"
-                  "</style>\n</head>\n<body>\n<a href=\"index.html\">protocol</a><br>\n<hr>\n<h1>Scenarios</h1>\n");
-    fprintf(page, "<p>Table: <a href=\"../scenarios.csv\">scenarios.csv</a> (each variant's population and its "
-                  "difference from %s).</p>\n", first.c_str());
+                  "</style>\n</head>\n<body>\n<a href=\"index.html\">%s</a><br>\n<hr>\n<h1>%s</h1>\n",
+            heading.c_str(), text("protocol").c_str(), heading.c_str());
+    fprintf(page, "<p>%s: <a href=\"../scenarios.csv\">scenarios.csv</a> (%s %s).</p>\n", text("scn_table").c_str(),
+            text("scn_tableNote").c_str(), first.c_str());
     std::vector<std::string> areas;
     if (charts.count("all")) areas.push_back("all");
     for (const auto& [area, c] : charts)
         if (area != "all") areas.push_back(area);
     for (const std::string& area : areas) {
-        std::string title = area == "all" ? "study area" : "aggregate " + area.substr(3);
+        std::string title = area == "all" ? text("ens_studyArea") : text("ens_aggregate") + " " + area.substr(3);
         fprintf(page, "<h2>%s</h2>\n", title.c_str());
         std::string name = "scenarios_" + area;
-        if (drawScenarios(protocolDir, name, "Population, " + title, names, charts[area]))
+        if (drawScenarios(protocolDir, name, text("ens_population") + ", " + title, names, charts[area]))
             fprintf(page, "<img alt=\"%s\" src=\"%s.png\"><br>\n", title.c_str(), name.c_str());
         else
-            fprintf(page, "<p>could not launch gnuplot</p>\n");
+            fprintf(page, "<p>%s</p>\n", text("ens_noGnuplot").c_str());
         // the last year in figures
         const auto& c = charts[area];
         int last = c.front().empty() ? 0 : c.front().rbegin()->first;
-        fprintf(page, "<table><tr><th>%d</th><th>population</th><th>difference</th></tr>\n", last);
+        fprintf(page, "<table><tr><th>%d</th><th>%s</th><th>%s</th></tr>\n", last, text("scn_population").c_str(),
+                text("scn_difference").c_str());
         for (size_t v = 0; v < names.size(); ++v) {
             auto it = c[v].find(last);
             if (it == c[v].end()) continue;

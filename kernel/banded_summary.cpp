@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <optional>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -35,9 +37,9 @@ std::string summaryHeader(SummaryTable table, const std::string& valueColumns)
            valueColumns;
 }
 
-std::string keyCells(SummaryTable table, const SummaryKey& k)
+std::string areaCells(SummaryTable table, const SummaryKey& k)
 {
-    std::string s = std::to_string(k.year) + ",";
+    std::string s;
     if (k.kind == AREA_ALL) s += "all,";
     else if (k.kind == AREA_AGGREGATE) s += "agg" + std::to_string(k.area) + ",";
     else s += std::to_string(k.area) + ",";
@@ -47,6 +49,19 @@ std::string keyCells(SummaryTable table, const SummaryKey& k)
     cell(k.b, 1);
     cell(k.c, 5);
     return s;
+}
+
+std::string keyCells(SummaryTable table, const SummaryKey& k) { return std::to_string(k.year) + "," + areaCells(table, k); }
+
+std::string keyTableHeader(SummaryTable table)
+{
+    return table == SummaryTable::Population ? "area,group,sex,age_band,always" : "area,component,always";
+}
+
+uint64_t fnv1a(const std::string& bytes, uint64_t hash)
+{
+    for (unsigned char c : bytes) hash = (hash ^ c) * 0x100000001b3ULL;
+    return hash;
 }
 
 bool summaryOnly() { return opt::get("$SUMMARY_ONLY", 0) != 0; }
@@ -62,45 +77,65 @@ struct Bands {
     size_t size() const { return groups * sexes * bands; }
 };
 
-// One of the two files, opened for a year's rows: new with its header before the first year,
-// appended to after it. A file that cannot be written is an error of the run.
+static_assert(std::endian::native == std::endian::little, "the values files are little-endian");
+
+// One of the two tables of a year: its values in key order and, before the first year, its key
+// table. `close` writes them: the key table and the values file new with its header before the
+// first year, the year's block appended after it. A file that cannot be written is an error of
+// the run.
 class SummaryFile {
 public:
-    SummaryFile(SummaryTable t, const char* name, bool first) : table(t), path(variantDirectory() + name)
+    SummaryFile(SummaryTable t, const char* valuesName, const char* keysName, bool first)
+        : table(t), first(first), valuesPath(variantDirectory() + valuesName), keysPath(variantDirectory() + keysName)
     {
-        f = fopen(path.c_str(), first ? "w" : "a");
-        if (!f) {
-            fail("open");
-            return;
+        if (first) keys = keyTableHeader(table) + "\n";
+    }
+    ~SummaryFile() { close(); }
+    void row(const SummaryKey& k, double v, bool always)
+    {
+        values.push_back(v);
+        if (first) {
+            keys += areaCells(table, k);
+            keys += always ? "1\n" : "0\n";
         }
-        if (first) fprintf(f, "%s\n", summaryHeader(table, table == SummaryTable::Population ? "population" : "value").c_str());
     }
-    ~SummaryFile()
+    void year(int label) { this->label = label; }
+    void close()
     {
-        if (!f) return;
-        const bool bad = ferror(f) != 0;
-        if (fclose(f) != 0 || bad) fail("write");
-    }
-    void row(const SummaryKey& k, double v)
-    {
-        if (!f) return;
-        text = keyCells(table, k);
-        text += plainNumber(v);
-        text += '\n';
-        fwrite(text.data(), 1, text.size(), f);
+        if (closed) return;
+        closed = true;
+        if (first && !writeAll(keysPath, "w", keys.data(), keys.size())) return;
+        std::string block;
+        if (first) {
+            block.append(SUMMARY_MAGIC, 8);
+            put(block, uint64_t(values.size()));
+            put(block, fnv1a(keys));
+        }
+        if (label) {
+            put(block, int64_t(*label));
+            block.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(double));
+        }
+        writeAll(valuesPath, first ? "w" : "a", block.data(), block.size());
     }
     SummaryFile(const SummaryFile&) = delete;
     SummaryFile& operator=(const SummaryFile&) = delete;
 
 private:
-    void fail(const char* what)
+    template <class T> static void put(std::string& out, T v) { out.append(reinterpret_cast<const char*>(&v), sizeof v); }
+    bool writeAll(const std::string& path, const char* mode, const char* data, size_t size)
     {
+        FILE* f = fopen(path.c_str(), mode);
+        bool ok = f && fwrite(data, 1, size, f) == size;
         int err = errno;
-        Prot::message(SEV_ERROR, "%s %s %s", what, path.c_str(), os::errorText(err).c_str());
+        if (f && fclose(f) != 0 && ok) ok = false, err = errno;
+        if (!ok) Prot::message(SEV_ERROR, "%s %s %s", f ? "write" : "open", path.c_str(), os::errorText(err).c_str());
+        return ok;
     }
     SummaryTable table;
-    std::string path, text;
-    FILE* f = nullptr;
+    bool first, closed = false;
+    std::optional<int> label;
+    std::string valuesPath, keysPath, keys;
+    std::vector<double> values;
 };
 
 // the population rows of one year: the study area (the sum of the regions, also by sex and
@@ -127,22 +162,36 @@ void populationRows(const Orvane& c, const GemTable& t, int label, SummaryFile& 
     auto area = [&](int kind, long long key, const std::vector<double>& v, bool bySex) {
         double total = 0;
         for (double x : v) total += x;
-        out.row({label, kind, key, ALL, ALL, ALL}, total);
+        out.row({label, kind, key, ALL, ALL, ALL}, total, true);
         if (bySex)
             for (size_t s = 0; s < d.sexes; ++s)
                 for (size_t b = 0; b < d.bands; ++b) {
                     double x = 0;
                     for (size_t g = 0; g < d.groups; ++g) x += v[d.index(g, s, b)];
-                    out.row({label, kind, key, ALL, int(s) + 1, int(b)}, x);
+                    out.row({label, kind, key, ALL, int(s) + 1, int(b)}, x, true);
                 }
         for (size_t g = 0; g < d.groups; ++g)
             for (size_t s = 0; s < d.sexes; ++s)
                 for (size_t b = 0; b < d.bands; ++b)
-                    if (double x = v[d.index(g, s, b)]; x != 0) out.row({label, kind, key, int(g) + 1, int(s) + 1, int(b)}, x);
+                    out.row({label, kind, key, int(g) + 1, int(s) + 1, int(b)}, v[d.index(g, s, b)], false);
     };
     area(AREA_ALL, 0, all, true);
     for (int row = 0; row < aggregates; ++row) area(AREA_AGGREGATE, RK::refKey(ini::DIFF_G, row), byAggregate[size_t(row)], false);
     for (size_t gz = 0; gz < regions; ++gz) area(AREA_REGION, regionKeyOf(c, int(gz)), byRegion[gz], false);
+}
+
+using ComponentValues = std::array<double, COMPONENTS>;
+
+// the component rows of one year: the study area, the aggregates, the regions
+void componentOutput(const Orvane& c, const ComponentValues& all, const std::vector<ComponentValues>& byAggregate,
+                     const std::vector<ComponentValues>& byRegion, int label, SummaryFile& out)
+{
+    auto area = [&](int kind, long long key, const ComponentValues& v) {
+        for (int k = 0; k < COMPONENTS; ++k) out.row({label, kind, key, k}, v[size_t(k)], true);
+    };
+    area(AREA_ALL, 0, all);
+    for (size_t row = 0; row < byAggregate.size(); ++row) area(AREA_AGGREGATE, RK::refKey(ini::DIFF_G, int(row)), byAggregate[row]);
+    for (size_t gz = 0; gz < byRegion.size(); ++gz) area(AREA_REGION, regionKeyOf(c, int(gz)), byRegion[gz]);
 }
 
 // the component rows of one year, from the movement columns as the tables show them (an
@@ -152,7 +201,7 @@ void componentRows(const Orvane& c, const YearStep& y, int label, SummaryFile& o
     const auto columns = y.movementColumns();
     const size_t regions = size_t(c.NGZ);
     const int aggregates = aggregateRows();
-    using Values = std::array<double, COMPONENTS>;
+    using Values = ComponentValues;
     std::vector<Values> byRegion(regions, Values{}), byAggregate(size_t(std::max(aggregates, 0)), Values{});
     Values all{};
     for (size_t gz = 0; gz < regions; ++gz) {
@@ -175,30 +224,39 @@ void componentRows(const Orvane& c, const YearStep& y, int label, SummaryFile& o
             if (row >= 0 && row < aggregates) byAggregate[size_t(row)][size_t(k)] += r[size_t(k)];
         }
     }
-    auto area = [&](int kind, long long key, const Values& v) {
-        for (int k = 0; k < COMPONENTS; ++k) out.row({label, kind, key, k}, v[size_t(k)]);
-    };
-    area(AREA_ALL, 0, all);
-    for (int row = 0; row < aggregates; ++row) area(AREA_AGGREGATE, RK::refKey(ini::DIFF_G, row), byAggregate[size_t(row)]);
-    for (size_t gz = 0; gz < regions; ++gz) area(AREA_REGION, regionKeyOf(c, int(gz)), byRegion[gz]);
+    componentOutput(c, all, byAggregate, byRegion, label, out);
+}
+
+// the key table of the components, before the first year
+void componentKeys(const Orvane& c, SummaryFile& out)
+{
+    const int aggregates = aggregateRows();
+    std::vector<ComponentValues> byRegion(size_t(c.NGZ), ComponentValues{}),
+        byAggregate(size_t(std::max(aggregates, 0)), ComponentValues{});
+    componentOutput(c, ComponentValues{}, byAggregate, byRegion, 0, out);
 }
 
 } // namespace
 
 void startSummary(const Orvane& c, const GemTable& population, int label)
 {
-    SummaryFile pop(SummaryTable::Population, SUMMARY_POPULATION_FILE, true);
-    SummaryFile components(SummaryTable::Components, SUMMARY_COMPONENTS_FILE, true);
+    SummaryFile pop(SummaryTable::Population, SUMMARY_POPULATION_FILE, SUMMARY_POPULATION_KEYS, true);
+    pop.year(label);
     populationRows(c, population, label, pop);
+    // the components' key table is that of any year: the areas and the components
+    SummaryFile components(SummaryTable::Components, SUMMARY_COMPONENTS_FILE, SUMMARY_COMPONENTS_KEYS, true);
+    componentKeys(c, components);
 }
 
 void summariseYear(const Orvane& c, const GemTable& population, const YearStep* y, int label)
 {
     {
-        SummaryFile pop(SummaryTable::Population, SUMMARY_POPULATION_FILE, false);
+        SummaryFile pop(SummaryTable::Population, SUMMARY_POPULATION_FILE, SUMMARY_POPULATION_KEYS, false);
+        pop.year(label);
         populationRows(c, population, label, pop);
     }
     if (!y) return;
-    SummaryFile components(SummaryTable::Components, SUMMARY_COMPONENTS_FILE, false);
+    SummaryFile components(SummaryTable::Components, SUMMARY_COMPONENTS_FILE, SUMMARY_COMPONENTS_KEYS, false);
+    components.year(label);
     componentRows(c, *y, label, components);
 }

@@ -21,6 +21,7 @@
 #include "platform/operating_system.h"
 #include "platform/protocol.h"
 #include "platform/settings.h"
+#include "tables/input_reader.h"
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "kernel/run_values.h"
@@ -385,7 +386,7 @@ std::map<int, LA<R>> loadRates(int entry, const char* arrayName, const typename 
     std::map<int, LA<R>> tables;
     const FileEntry& e = fileTable[static_cast<size_t>(entry)];
     std::string stem = e.name.substr(0, 4);
-    std::vector<std::string> files = os::glob(si::Directory.empty() ? "." : si::Directory, stem + "*.csv");
+    std::vector<std::string> files = os::glob(variantFileDirectory(), stem + "*.csv");
     for (const std::string& f : files) {
         int year = 0;
         if (!rateFileYear(f, year)) continue;

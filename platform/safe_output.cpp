@@ -103,6 +103,12 @@ ssize_t limitedWrite(void* cookie, const char* data, size_t size)
     if (limit >= 0 && before + static_cast<long long>(size) > limit)
         allowed = before < limit ? static_cast<size_t>(limit - before) : 0;
     if (allowed > 0 && !writeAll(fd, data, allowed)) return -1;
+    // as a full disk does: the bytes that fit are a short write, the next write fails (a failed
+    // write after bytes of the same call went out leaves the stream's buffer in disorder)
+    if (allowed > 0 && allowed < size) {
+        errno = ENOSPC;
+        return static_cast<ssize_t>(allowed);
+    }
     if (allowed < size) {
         errno = ENOSPC;
         return -1;

@@ -207,6 +207,12 @@ void setMemberOf(const std::string& variantDirectory)
 {
     g_memberOf = variantDirectory.empty() ? std::string() : withSlash(variantDirectory);
 }
+
+std::string variantFileDirectory()
+{
+    if (!g_memberOf.empty()) return g_memberOf + "../";
+    return si::Directory.empty() ? "." : si::Directory;
+}
 CsvReader* readingReader() { return g_readingReader; }
 
 std::map<long long, long>& regionKeyUse()

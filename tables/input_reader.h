@@ -182,4 +182,7 @@ const std::string& readingName();
 // an ensemble member's tables: looked for in its own directory, then in the variant directory
 // given here, the directory above it and the shared _variant beside it (empty: the usual places)
 void setMemberOf(const std::string& variantDirectory);
+// the directory of the variant file, whose tables its variants share: the run's own, or for an
+// ensemble member that of the variant it belongs to ("." for the current one)
+std::string variantFileDirectory();
 CsvReader* readingReader();

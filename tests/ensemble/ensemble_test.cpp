@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <cmath>
 #include <map>
@@ -16,6 +17,8 @@
 
 #include "ensemble/cluster.h"
 #include "ensemble/ensemble_driver.h"
+#include "ensemble/member_summary.h"
+#include "ensemble/quantiles.h"
 #include "tests/sandbox.h"
 
 namespace {
@@ -84,8 +87,24 @@ std::map<std::string, double> summary(const std::string& text)
 std::string memberFile(int i, const char* table)
 {
     char name[64];
-    snprintf(name, sizeof name, "var/v/ensemble/member%04d_%s.csv", i, table);
+    snprintf(name, sizeof name, "var/v/ensemble/member%04d_%s.bin", i, table);
     return name;
+}
+
+// a summary (key table and values file) as the plain table it stands for
+std::string summaryText(const Sandbox& s, const std::string& keys, const std::string& values)
+{
+    const SummaryTable t = values.find("_population") != std::string::npos ? SummaryTable::Population
+                                                                            : SummaryTable::Components;
+    std::string error;
+    EXPECT_TRUE(writeSummaryText(t, s.path(keys), s.path(values), s.path("summary.txt"), error)) << error;
+    return s.read("summary.txt");
+}
+
+// the plain table of a member's summary
+std::string memberText(const Sandbox& s, int i, const char* table)
+{
+    return summaryText(s, std::string("var/v/ensemble/summary_") + table + "_keys.csv", memberFile(i, table));
 }
 
 // the births of every region and year of members 1..n: key -> values
@@ -93,7 +112,7 @@ std::map<std::string, std::vector<double>> birthsOf(const Sandbox& s, int n)
 {
     std::map<std::string, std::vector<double>> b;
     for (int i = 1; i <= n; ++i)
-        for (const auto& [key, v] : summary(s.read(memberFile(i, "components"))))
+        for (const auto& [key, v] : summary(memberText(s, i, "components")))
             if (key.find(",births,") != std::string::npos && key.find(",all,") == std::string::npos &&
                 key.find(",agg") == std::string::npos)
                 b[key].push_back(v);
@@ -128,8 +147,8 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
     // every member keeps the accounts: population change = births - deaths + moves in - moves out;
     // the study area is the sum of its regions
     for (int i = 1; i <= 6; ++i) {
-        auto pop = summary(s.read(memberFile(i, "population")));
-        auto comp = summary(s.read(memberFile(i, "components")));
+        auto pop = summary(memberText(s, i, "population"));
+        auto comp = summary(memberText(s, i, "components"));
         for (int y : {2024, 2025}) {
             std::string Y = std::to_string(y), P = std::to_string(y - 1);
             double regions = 0;
@@ -161,7 +180,7 @@ TEST(Ensemble, WritesSummariesQuantilesAndThePageAndKeepsTheVariantsOwnResults)
         for (size_t c = 7; c < 13; ++c) EXPECT_LE(std::stod(row[c - 1]), std::stod(row[c]));
     }
     std::vector<double> v;
-    for (int i = 1; i <= 6; ++i) v.push_back(summary(s.read(memberFile(i, "population")))["2025,all,all,all,all,"]);
+    for (int i = 1; i <= 6; ++i) v.push_back(summary(memberText(s, i, "population"))["2025,all,all,all,all,"]);
     std::sort(v.begin(), v.end());
     // linear between order statistics: h = 5p; q25 = x1 + 0.25 (x2 - x1), q50 = (x2 + x3) / 2
     auto row = std::find_if(q.begin(), q.end(), [](const auto& r) { return r[0] == "2025" && r[1] == "all" && r[2] == "all"; });
@@ -200,8 +219,32 @@ TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
     EXPECT_FALSE(s.exists("var/v/gem2025.csv"));
     EXPECT_FALSE(s.exists("var/v/bewgem.csv"));
     EXPECT_FALSE(s.exists("var/v/agg.csv"));
-    EXPECT_EQ(s.read("var/v/summary_population.csv").substr(0, 40), "year,area,group,sex,age_band,population\n");
-    EXPECT_EQ(s.read("var/v/summary_components.csv"),
+    // the key tables, and the values: a header and per year its label and a float64 per key
+    EXPECT_EQ(s.read("var/v/summary_components_keys.csv"),
+              "area,component,always\nall,births,1\nall,deaths,1\nall,moves_in,1\nall,moves_out,1\nall,net_migration,1\n"
+              "agg1,births,1\nagg1,deaths,1\nagg1,moves_in,1\nagg1,moves_out,1\nagg1,net_migration,1\n"
+              "1,births,1\n1,deaths,1\n1,moves_in,1\n1,moves_out,1\n1,net_migration,1\n"
+              "2,births,1\n2,deaths,1\n2,moves_in,1\n2,moves_out,1\n2,net_migration,1\n");
+    EXPECT_EQ(s.read("var/v/summary_population_keys.csv"),
+              "area,group,sex,age_band,always\nall,all,all,all,1\nall,all,1,0,1\nall,1,1,0,0\n"
+              "agg1,all,all,all,1\nagg1,1,1,0,0\n1,all,all,all,1\n1,1,1,0,0\n2,all,all,all,1\n2,1,1,0,0\n");
+    const std::string values = s.read("var/v/summary_components.bin");
+    ASSERT_EQ(values.size(), 24u + 2 * 8 * (1 + 20));
+    EXPECT_EQ(values.substr(0, 8), "VELDSUM1");
+    uint64_t keys = 0, hash = 0;
+    int64_t year = 0;
+    double births = 0;
+    memcpy(&keys, values.data() + 8, 8);
+    memcpy(&hash, values.data() + 16, 8);
+    memcpy(&year, values.data() + 24 + 8 * 21, 8);
+    memcpy(&births, values.data() + 24 + 8 * 21 + 8 * 11, 8);
+    EXPECT_EQ(keys, 20u);
+    EXPECT_EQ(hash, fnv1a(s.read("var/v/summary_components_keys.csv")));
+    EXPECT_EQ(year, 2025);
+    EXPECT_EQ(births, 20);   // 2025, region 1
+    EXPECT_EQ(summaryText(s, "var/v/summary_population_keys.csv", "var/v/summary_population.bin").substr(0, 40),
+              "year,area,group,sex,age_band,population\n");
+    EXPECT_EQ(summaryText(s, "var/v/summary_components_keys.csv", "var/v/summary_components.bin"),
               "year,area,component,value\n"
               "2024,all,births,40\n2024,all,deaths,0\n2024,all,moves_in,0\n2024,all,moves_out,0\n2024,all,net_migration,0\n"
               "2024,agg1,births,40\n2024,agg1,deaths,0\n2024,agg1,moves_in,0\n2024,agg1,moves_out,0\n2024,agg1,net_migration,0\n"
@@ -211,7 +254,16 @@ TEST(Ensemble, AForecastOfOnlyItsSummaryWritesNoResultTables)
               "2025,agg1,births,40\n2025,agg1,deaths,0\n2025,agg1,moves_in,0\n2025,agg1,moves_out,0\n2025,agg1,net_migration,0\n"
               "2025,1,births,20\n2025,1,deaths,0\n2025,1,moves_in,0\n2025,1,moves_out,0\n2025,1,net_migration,0\n"
               "2025,2,births,20\n2025,2,deaths,0\n2025,2,moves_in,0\n2025,2,moves_out,0\n2025,2,net_migration,0\n");
-    auto pop = summary(s.read("var/v/summary_population.csv"));
+    // the small tool of the README reads the same tables
+    for (const char* table : {"population", "components"}) {
+        const std::string keys = std::string("var/v/summary_") + table + "_keys.csv",
+                          bin = std::string("var/v/summary_") + table + ".bin";
+        const std::string cmd = "python3 '" VELDOR_SOURCE_DIR "/scripts/summary_table.py' '" + s.path(keys) + "' '" +
+                                s.path(bin) + "' > '" + s.path("tool.txt") + "'";
+        ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+        EXPECT_EQ(s.read("tool.txt"), summaryText(s, keys, bin)) << table;
+    }
+    auto pop = summary(summaryText(s, "var/v/summary_population_keys.csv", "var/v/summary_population.bin"));
     EXPECT_EQ(pop["2023,all,all,all,all,"], 200);
     EXPECT_EQ(pop["2023,all,all,1,0,"], 200);
     EXPECT_EQ(pop["2025,agg1,all,all,all,"], 280);
@@ -232,7 +284,7 @@ TEST(Ensemble, TheSameNumbersWhateverTheMembersAtOnce)
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_quantiles.csv"), q1);
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), c1);
     // the members drew differently
-    EXPECT_NE(s.read(memberFile(1, "components")), s.read(memberFile(2, "components")));
+    EXPECT_NE(memberText(s, 1, "components"), memberText(s, 2, "components"));
 }
 
 TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
@@ -256,7 +308,75 @@ TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
     EXPECT_FALSE(s.exists(memberFile(1, "population")));
     EXPECT_TRUE(s.exists(memberFile(4, "population")));
     EXPECT_TRUE(s.exists("var/v/ensemble/ensemble_quantiles.csv"));
-    EXPECT_NE(s.read("var/v/prot/ensemble.html").find("1 failed"), std::string::npos);
+    EXPECT_NE(s.read("var/v/prot/ensemble.html").find("fehlgeschlagen: 1"), std::string::npos);
+}
+
+TEST(Ensemble, UnderTheDifferentialEquationsTheComponentsAreSaidToBeMissing)
+{
+    // one region, 100 men and 200 women, no births, deaths at 5 % a year
+    Area s(1);
+    s.write("var/v.ini", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\nAUSGABE_PROTOKOLL=1\n[METHODE]\nNAG=2\nNGG=2\nNBG=1\n"
+                         "NTYA=1\nGRND=1\nGP=0.5\n");
+    s.write("var/gem2023.csv", "2023;1;1;1;1;100\n2023;1;1;2;1;200\n");
+    s.write("var/fruc2024.csv", "1;1;0..1;0\n");
+    s.write("var/strb2024.csv", "1;1;1..2;0..1;0.05\n");
+    RunResult r = s.run({"orvane", "-d", "var/", "-v", "v", "-l", "en", "-o", "option($ENSEMBLE 3) option($ODE 1)"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string said = "Components of change are not available under $ODE";
+    EXPECT_NE(r.out.find("ensemble: " + said), std::string::npos) << r.out;
+    EXPECT_NE(s.read("var/v/prot/ensemble.html").find(said), std::string::npos);
+    EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), "year,area,component,mean,q05,q10,q25,q50,q75,q90,q95\n");
+    // the population is there: 300 persons less 5 % a year (Euler: exactly 0.95 a year)
+    Rows q = plain(s.read("var/v/ensemble/ensemble_quantiles.csv"));
+    auto row = std::find_if(q.begin(), q.end(), [](const auto& r) { return r[0] == "2025" && r[1] == "all" && r[2] == "all"; });
+    ASSERT_NE(row, q.end());
+    EXPECT_NEAR(std::stod((*row)[5]), 300 * 0.95 * 0.95, 1e-9);
+}
+
+TEST(EnsembleQuantiles, StreamTheMembersValuesAndNameASummaryOfAnotherKeyTable)
+{
+    Sandbox s;
+    const std::string keys = "area,group,sex,age_band,always\nall,all,all,all,1\n1,1,1,0,0\n1,2,1,0,0\n";
+    s.write("keys.csv", keys);
+    // a values file: the header, then per year the year and a value per key
+    auto values = [&](const std::string& name, const std::vector<std::pair<int64_t, std::vector<double>>>& years,
+                      uint64_t count = 3) {
+        std::string b = "VELDSUM1";
+        const uint64_t hash = fnv1a(keys);
+        b.append(reinterpret_cast<const char*>(&count), 8).append(reinterpret_cast<const char*>(&hash), 8);
+        for (const auto& [year, v] : years)
+            b.append(reinterpret_cast<const char*>(&year), 8).append(reinterpret_cast<const char*>(v.data()), 8 * v.size());
+        s.write(name, b);
+        return s.path(name);
+    };
+    // four members; the cell of group 2 is 0 in every member in 2024: no row
+    std::vector<std::string> members = {values("m1.bin", {{2024, {10, 4, 0}}, {2025, {12, 4, 1}}}),
+                                        values("m2.bin", {{2024, {20, 4, 0}}, {2025, {10, 4, 0}}}),
+                                        values("m3.bin", {{2024, {30, 4, 0}}, {2025, {14, 4, 0}}}),
+                                        values("m4.bin", {{2024, {40, 4, 0}}, {2025, {16, 4, 0}}})};
+    std::string error;
+    ASSERT_TRUE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error)) << error;
+    // 10 20 30 40: h = 3p; q05 = 10 + 0.15 * 10, q25 = 17.5, q50 = 25, q95 = 30 + 0.85 * 10 (the
+    // figures of the rule worked out independently, the last digits those of doubles)
+    EXPECT_EQ(s.read("q.csv"), "year,area,group,sex,age_band,mean,q05,q10,q25,q50,q75,q90,q95\n"
+                               "2024,all,all,all,all,25,11.5,13,17.5,25,32.5,37,38.5\n"
+                               "2024,1,1,1,0,4,4,4,4,4,4,4,4\n"
+                               "2025,all,all,all,all,13,10.3,10.6,11.5,13,14.5,15.4,15.7\n"
+                               "2025,1,1,1,0,4,4,4,4,4,4,4,4\n"
+                               "2025,1,2,1,0,0.25,0,0,0,0,0.25,0.7000000000000002,0.8499999999999996\n");
+    // a member of another key table, one cut short and one of another year are named
+    members.push_back(values("m5.bin", {{2024, {1, 2}}, {2025, {1, 2}}}, 2));
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": 2 keys of another key table than the ensemble's (3 keys)");
+    members.back() = values("m5.bin", {{2024, {1, 2, 3}}});
+    s.write("m5.bin", s.read("m5.bin").substr(0, 40));
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": 40 bytes, a year cut short");
+    members.back() = values("m5.bin", {{2024, {1, 2, 3}}, {2026, {1, 2, 3}}});
+    EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
+    EXPECT_EQ(error, s.path("m5.bin") + ": year 2026 where " + s.path("m1.bin") + " has 2025");
+    // the table of the earlier call stays as it was
+    EXPECT_NE(s.read("q.csv").find("2025,1,2,1,0,0.25"), std::string::npos);
 }
 
 TEST(EnsembleStatistics, TheMeanApproachesTheForecastAndBirthsSpreadAsBinomialDraws)
