@@ -2,6 +2,7 @@
 // cell parser, the line loop with guards, check column, region keys and value expressions,
 // the expanded copy, and the typed entry points over the array shapes of the system.
 #include "tables/input_reader.h"
+#include "tables/kept_tables.h"
 #include "tables/plain_cells.h"
 
 #include <algorithm>
@@ -177,7 +178,12 @@ namespace {
 ReadingRun* g_run = nullptr;
 }
 
-void setReadingRun(ReadingRun* run) { g_run = run; }
+void setReadingRun(ReadingRun* run)
+{
+    // the tables kept belong to one run: its regions and its files
+    keptTables::forget();
+    g_run = run;
+}
 ReadingRun* readingRun() { return g_run; }
 
 int readYear()
@@ -637,6 +643,9 @@ private:
     // values outside their domain, cells of an additive table given twice, short lines
     uint64_t outsideDomain = 0, summedTwice = 0, badShapes = 0;
     std::set<std::vector<long long>> additiveSeen;
+    // the reading kept for later years, when nothing in it depends on the year
+    KeptTableRecorder kept;
+    int errorsBefore = 0;
 
     void cleanup();
     [[noreturn]] void stop() { throw StopRead(); }
@@ -658,6 +667,9 @@ private:
     void store(const long long* idx, const long long* written, double* row, long long i, double v);
     void finishTable();
     void readLines(char* cell);
+    bool mayKeep() const;
+    void replay(const KeptTable& t);
+    void replaySection(const KeptSection& s, int n);
 };
 
 void TableReader::cleanup()
@@ -739,6 +751,7 @@ void TableReader::structure()
 const char* TableReader::guards(const char* p)
 {
     while (*p == '?') {
+        kept.giveUp();      // a guard asks a variable: the line may count in one year only
         ++p;
         std::string var;
         p = readName(p, var);
@@ -787,6 +800,10 @@ void TableReader::checkCell(const char* text)
     bool inside = ok && !v.isRandom() && v.lo <= checkNo && checkNo <= v.hi;
     if (ok && v.star) inside = true;
     if (ok && v.computed) lineComputed = true;
+    if (!ok || v.computed || v.isRandom())
+        kept.giveUp();
+    else
+        kept.line(YearSection{v.lo, v.hi, v.star}, inside);
     if (mode == 2) {
         if (!inside) {
             lineMessage(0, "@wrongCheckNumber;");
@@ -941,6 +958,7 @@ void TableReader::indexCell(int c, const char* text)
         return;
     }
     if (v.computed) lineComputed = true;
+    if (v.computed || v.isRandom()) kept.giveUp();
     if (isRegion && !regionInterval(v)) return;
     if (v.star && !isRegion && sizes[c] < 0) {
         lineMessage(0, format("@attribute; %d %s = * @fn_Eindex;", c + 1, names[c].c_str()));
@@ -1105,6 +1123,10 @@ void TableReader::store(const long long* idx, const long long* written, double* 
     } else if (v != 0) {
         target.put(idx, v);
     }
+    if (kept.on()) {
+        if (!sparse || v != 0) kept.assignment(idx, v);
+        kept.counted(v);
+    }
     ++assignments;
     if (v != 0) {
         ++result.nonZero;
@@ -1154,6 +1176,7 @@ void TableReader::valueCell(const char* text)
         constantValue = constant ? prog[0].v.d : 0;
     }
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
+    if (!constant) kept.giveUp();      // an expression may give another value each year
 
     // bounds of drawn indices
     bool outerRandom = false;
@@ -1342,6 +1365,18 @@ ReadResult TableReader::run()
     }
     if (!sparse && valueCheck != VC_ADDITIVE) target.clear();
 
+    // a table read before in this run, unchanged and read the same way this year, is not read again
+    std::string keptKey = mayKeep() ? keptTables::key(path, sparse, indexCount, sizes, valueCheck, target.fill)
+                                    : std::string();
+    if (!keptKey.empty() && keptTables::isNever(keptKey)) keptKey.clear();
+    const KeptTable* earlier = keptKey.empty() ? nullptr : keptTables::find(keptKey);
+    if (earlier && !earlier->servesYear(checkNo)) earlier = nullptr;
+    if (earlier) {
+        note += expandText(", @fn_kept;");
+        fclose(in);
+        in = nullptr;
+    }
+
     if (Prot::level(1)) {
         std::string head = expandText(
             mode == 3 ? format("@reading; %s %d @indices;", name.c_str(), indexCount)
@@ -1357,6 +1392,13 @@ ReadResult TableReader::run()
         Prot::writeln(1, "%s%s", head.c_str(), note.c_str());
     }
     Prot::addInputFile(name, path);
+    if (earlier) {
+        replay(*earlier);
+        return result;
+    }
+    if (!keptKey.empty())
+        kept.start(keptTables::take(keptKey, path, indexCount, !sparse && valueCheck != VC_ADDITIVE));
+    errorsBefore = Prot::count(SEV_ERROR);
 
     reader = new CsvReader(in, separatorText().c_str());
     g_readingReader = reader;
@@ -1378,7 +1420,72 @@ ReadResult TableReader::run()
         throw;
     }
     if (sparse) target.finish();
+    if (kept.on() && !expandNeeded && traceLevel == 0 && keyScale < 2 && Prot::count(SEV_ERROR) == errorsBefore)
+        keptTables::keep(keptKey, kept.finish());
+    else if (kept.gaveUp())
+        keptTables::never(keptKey);
     return result;
+}
+
+// A table can be kept when its name carries no year, its check cell is no number that must
+// match the year, and it is read for a run with the plain region keys.
+bool TableReader::mayKeep() const
+{
+    return g_run != nullptr && file.name.find('%') == std::string::npos && mode != 2 && keyScale < 2 &&
+           traceLevel == 0 && !expandNeeded;
+}
+
+// The assignments of the kept reading done again, and what the end of a reading does besides
+// its messages about the content (those were given when the file was read).
+void TableReader::replay(const KeptTable& t)
+{
+    for (const KeptSection& s : t.sections) {
+        if (!s.section.contains(checkNo)) continue;
+        replaySection(s, t.indexCount);
+        result.nonZero += s.result.nonZero;
+        result.nonInteger += s.result.nonInteger;
+        result.sum += s.result.sum;
+    }
+    exprClearTable();
+    if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
+    if (!sparse && valueCheck != VC_ADDITIVE) target.unassigned([](const long long*) {});
+    // the region keys these lines name were counted as used when they were read
+    if (sparse) target.finish();
+}
+
+void TableReader::replaySection(const KeptSection& s, int n)
+{
+    long long idx[5] = {};
+    double* row = nullptr;
+    long long rowOf[5] = {-1, -1, -1, -1, -1};
+    for (size_t k = 0; k < s.values.size(); ++k) {
+        for (int j = 0; j < n; ++j) idx[j] = s.indices[k * static_cast<size_t>(n) + static_cast<size_t>(j)];
+        const double v = s.values[k];
+        if (sparse) {
+            target.put(idx, v);
+            continue;
+        }
+        const long long i = n > 0 ? idx[n - 1] : 0;
+        if (!std::equal(idx, idx + (n > 0 ? n - 1 : 0), rowOf) || row == nullptr) {
+            if (n > 0) idx[n - 1] = 0;
+            row = target.row(idx);
+            if (n > 0) idx[n - 1] = i;
+            std::copy(idx, idx + 5, rowOf);
+        }
+        double* slot = row ? row + i : nullptr;
+        if (valueCheck == VC_ADDITIVE) {
+            if (slot) {
+                *slot = (isUndef(*slot) ? 0 : *slot) + v;
+            } else {
+                double old = target.get(idx);
+                target.put(idx, (isUndef(old) ? 0 : old) + v);
+            }
+        } else if (slot) {
+            *slot = v;
+        } else {
+            target.put(idx, v);
+        }
+    }
 }
 
 void TableReader::readLines(char* cell)
@@ -1414,6 +1521,7 @@ void TableReader::readLines(char* cell)
             if (lineIsComment) {
                 // a command: a cell of a comment line with "!" as second character
                 if (cell[0] && cell[1] == '!') {
+                    kept.giveUp();
                     skip = false;
                     const char* p = guards(skipWhite(cell + 2));
                     if (!skip) runStatements(*parser, p, false);
