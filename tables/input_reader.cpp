@@ -654,7 +654,8 @@ private:
     // a line read otherwise than it looks: a warning, the first few of a table one by one
     void shapeMessage(const std::string& text);
     void valueDomainCheck(const long long* written, double v);
-    void structure();
+    // the layout a line must have, as an error that ends the reading; note: why it may not be met
+    void structure(const std::string& note = std::string());
     const char* guards(const char* p);
     void checkCell(const char* text);
     void indexCell(int c, const char* text);
@@ -729,7 +730,7 @@ void TableReader::lineMessage(int error, const std::string& message)
 }
 
 // the layout a line must have, at error level
-void TableReader::structure()
+void TableReader::structure(const std::string& note)
 {
     char sep = static_cast<char>(reader ? reader->separator : si::separator);
     std::string s;
@@ -743,7 +744,7 @@ void TableReader::structure()
         s += sep;
     }
     s += "float";
-    Prot::message(SEV_ERROR, "@fn_structure; %s:\n%s", name.c_str(), s.c_str());
+    Prot::message(SEV_ERROR, "@fn_structure; %s:\n%s%s", name.c_str(), s.c_str(), note.c_str());
     stop();
 }
 
@@ -806,8 +807,10 @@ void TableReader::checkCell(const char* text)
         kept.line(YearSection{v.lo, v.hi, v.star}, inside);
     if (mode == 2) {
         if (!inside) {
-            lineMessage(0, "@wrongCheckNumber;");
-            structure();
+            // the year the check number must match may be a default filled in
+            const std::string note = ini::defaultsFilledNote({"STARTJAHR"});
+            lineMessage(0, "@wrongCheckNumber;" + note);
+            structure(note);
         }
         return;
     }
@@ -972,9 +975,11 @@ void TableReader::indexCell(int c, const char* text)
     }
     if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
     if (v.lo < first[c] || v.hi > last[c]) {
-        lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;", c + 1,
-                              names[c].c_str(), v.lo, v.hi, first[c], last[c]));
-        structure();
+        // the extent of the column may be a default filled in for a key the variant file lacked
+        const std::string note = ini::defaultsFilledNote({names[c]});
+        lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;%s", c + 1,
+                              names[c].c_str(), v.lo, v.hi, first[c], last[c], note.c_str()));
+        structure(note);
     }
 }
 
@@ -1284,7 +1289,9 @@ void TableReader::finishTable()
         Prot::message(SEV_HINT, "Datei enthält ab Zeile %zd %d endende Strichpunkte", static_cast<ssize_t>(trailingLine),
                       static_cast<int>(trailing));
     exprClearTable();
-    if (mode == 3 && sectionsMatched == 0) Prot::message(SEV_ERROR, "@fn_missingSection;", name.c_str(), checkNo);
+    if (mode == 3 && sectionsMatched == 0)
+        Prot::message(SEV_ERROR, "@fn_missingSection;%s", name.c_str(), checkNo,
+                      ini::defaultsFilledNote({"STARTJAHR", "ENDJAHR"}).c_str());
     if (in) fclose(in);
     in = nullptr;
     if (copy) safeOutput::close(copy);
