@@ -273,6 +273,12 @@ void fatal(FILE* f, int err)
 
 void setAbortHook(std::function<void()> hook) { g_abortHook = std::move(hook); }
 
+namespace {
+std::string g_fatalText;
+} // namespace
+
+std::string fatalText() { return g_fatalText; }
+
 void fatalPath(const std::string& path, int err)
 {
     static std::atomic<bool> ending{false};
@@ -282,10 +288,9 @@ void fatalPath(const std::string& path, int err)
     if (ending.exchange(true))
         for (;;) pause();                 // another thread is ending the process
     // a stream of another writer has no path here: the cause alone is shown then
-    if (path.empty())
-        os::messageBox("Fatal output error in csv", "%s", std::strerror(err ? err : EIO));
-    else
-        os::messageBox("Fatal output error in csv", "%s: %s", path.c_str(), std::strerror(err ? err : EIO));
+    g_fatalText = path.empty() ? std::string(std::strerror(err ? err : EIO))
+                               : path + ": " + std::strerror(err ? err : EIO);
+    os::messageBox("Fatal output error in csv", "%s", g_fatalText.c_str());
     // the tables of all years back under their names first, so that the hook finds them
     dropAppends();
     if (g_abortHook) g_abortHook();

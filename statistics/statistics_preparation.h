@@ -20,11 +20,13 @@ struct CountKeyHash {
 };
 using CountTree = std::unordered_map<CountKey, long long, CountKeyHash>;
 
-// The tool's protocol prot.htm in the working directory. Lines gather in prot.tmp and become
-// the page when it is closed; a line that starts with "!" and a class letter ('h' hint,
-// 'w' warning) is shown in that class.
+// The tool's protocol prot.htm in the working directory, written to a temporary beside it from
+// the start and renamed into place when closed; a line that starts with "!" and a class letter
+// ('h' hint, 'w' warning) is shown in that class. When an output fails on the way (the fatal
+// output error), the page takes the failure and its end and is still put into place.
 class DstProtocol {
 public:
+    ~DstProtocol();
     bool open(const std::string& directory);
     // kind 0 plain text, 'h' hint, 'w' warning
     void message(int kind, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -32,12 +34,15 @@ public:
     // "[value    ] text of the key"
     void setting(const char* key, const std::string& value);
     void close();
-    bool isOpen() const { return temp != nullptr; }
+    bool isOpen() const { return page != nullptr; }
 
 private:
     void put(const std::string& line);
+    // a whole line into the page, in its class
+    void pageLine(const std::string& line);
     std::string directory;
-    FILE* temp = nullptr;
+    FILE* page = nullptr;
+    std::string pending;     // the start of a line not ended yet
 };
 
 // the settings of section RATEN the tool and its readers use
