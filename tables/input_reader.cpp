@@ -1449,9 +1449,9 @@ void TableReader::replay(const KeptTable& t)
     for (const KeptSection& s : t.sections) {
         if (!s.section.contains(checkNo)) continue;
         replaySection(s, t.indexCount);
-        result.nonZero += s.result.nonZero;
-        result.nonInteger += s.result.nonInteger;
-        result.sum += s.result.sum;
+        result.nonZero += s.nonZero;
+        result.nonInteger += s.nonInteger;
+        result.sum += s.sum;
     }
     exprClearTable();
     if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());

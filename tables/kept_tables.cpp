@@ -101,7 +101,7 @@ void KeptTableRecorder::counted(double value)
     if (!table) return;
     if (current < 0) line(YearSection{}, true);
     if (!table || !recording) return;
-    ReadResult& r = table->sections[static_cast<size_t>(current)].result;
+    KeptSection& r = table->sections[static_cast<size_t>(current)];
     if (value != 0) {
         ++r.nonZero;
         r.sum += value;

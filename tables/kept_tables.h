@@ -14,8 +14,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "tables/input_reader.h"
-
 // the year section of a line of a table by years (its check cell); every year for a table
 // without year cells
 struct YearSection {
@@ -35,7 +33,9 @@ struct KeptSection {
     // the assignments in their order: indexCount indices (0-based) and the value stored
     std::vector<int32_t> indices;
     std::vector<double> values;
-    ReadResult result;      // the counts and the sum of these lines
+    // the counts and the sum of these lines, as the reader reports them
+    uint64_t nonZero = 0, nonInteger = 0;
+    double sum = 0;
 };
 
 // what the readings of one file into one target shape assigned
