@@ -94,20 +94,23 @@ struct Limited {
     int fd;
 };
 
+// A write function of a cookie stream returns the bytes it took, and 0 for a failure, never a
+// negative number: the C library's buffer handling breaks on one (a large fwrite then copies
+// into a buffer it has given up). A write cut by the limit takes what fits; the next is refused.
 ssize_t limitedWrite(void* cookie, const char* data, size_t size)
 {
     int fd = static_cast<Limited*>(cookie)->fd;
     long long limit = writeLimit();
     long long before = g_written.fetch_add(static_cast<long long>(size));
     size_t allowed = size;
-    if (limit >= 0 && before + static_cast<long long>(size) > limit)
+    if (limit >= 0 && before + static_cast<long long>(size) > limit) {
         allowed = before < limit ? static_cast<size_t>(limit - before) : 0;
-    if (allowed > 0 && !writeAll(fd, data, allowed)) return -1;
-    if (allowed < size) {
-        errno = ENOSPC;
-        return -1;
+        g_written.fetch_sub(static_cast<long long>(size - allowed));
     }
-    return static_cast<ssize_t>(size);
+    if (allowed > 0 && !writeAll(fd, data, allowed)) return 0;
+    // a short count is a failure to the caller: the cause it will read is the full disk
+    if (allowed < size) errno = ENOSPC;
+    return static_cast<ssize_t>(allowed);
 }
 
 int limitedSeek(void* cookie, off64_t* offset, int whence)
