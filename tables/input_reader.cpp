@@ -1373,7 +1373,10 @@ ReadResult TableReader::run()
     if (!sparse && valueCheck != VC_ADDITIVE) target.clear();
 
     // a table read before in this run, unchanged and read the same way this year, is not read again
-    std::string keptKey = mayKeep() ? keptTables::key(path, sparse, indexCount, sizes, valueCheck, target.fill)
+    // the key: the file, how its entry reads it and the target's shape
+    std::string keptKey = mayKeep() ? keptTables::key(path, sparse, indexCount, sizes, valueCheck, target.fill) +
+                                          format(" %s %d %d %d", file.name.c_str(), file.lastIndexFromZero,
+                                                 file.regionColumn, file.checkMode)
                                     : std::string();
     if (!keptKey.empty() && keptTables::isNever(keptKey)) keptKey.clear();
     const KeptTable* earlier = keptKey.empty() ? nullptr : keptTables::find(keptKey);
