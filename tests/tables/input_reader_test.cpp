@@ -620,6 +620,33 @@ TEST_F(ReadTab, TableWithoutYearInItsNameIsReadOncePerRun)
     EXPECT_EQ(additive[0], 4 * 5.25);
     EXPECT_EQ(additive[2], 4 * 0.25);
 
+    // the sparse forms: cells collected and added after the reading, and the compact table
+    write("p.csv", "1001;1;1;0;5\n1002;1;*;0..1;1\n1002;1;1;0;2\n");
+    write("fb.csv", "1;2;1;1;0;1\n1;1;1;1;0;2\n1;2;1;1;0;3\n2;2;1;1;0;0\n");
+    FileEntry region = entry("p", 1, 0, 2), b = entry("fb", 1);
+    const long long fbSizes[5] = {2, 2, 1, 1, 1};
+    for (int year = 2020; year <= 2022; ++year) {
+        JAHR = year;
+        for (bool fresh : {false, true}) {
+            if (fresh) keptTables::forget();
+            GemTable sparse("S"), compact("C");
+            sparse.make("S", 3, 1, 2, 2, true);
+            compact.make("C", 3, 1, 2, 2, true);
+            FBList list;
+            readTableAdd(region, sparse, "NGZ\0NBG\0NGG\0NAG\0");
+            readTable(region, compact, "NGZ\0NBG\0NGG\0NAG\0");
+            readTableAdd(b, list, fbSizes, "TYB\0TYB\0NBG\0NGG\0NAG\0");
+            EXPECT_EQ(has(newText(), "[fn_kept]"), year > 2020 && !fresh) << year;
+            EXPECT_EQ(sparse.get(1, 0, 0, 0), 3) << year;
+            EXPECT_EQ(sparse.get(1, 0, 1, 1), 1) << year;
+            EXPECT_EQ(sparse.stored(), 5u) << year;
+            EXPECT_EQ(compact.get(1, 0, 0, 0), 2) << year;
+            EXPECT_EQ(compact.stored(), 5u) << year;
+            ASSERT_EQ(list.size(), 2u) << year;
+            EXPECT_EQ(list.get(0, 1, 0, 0, 0), 4) << year;
+        }
+    }
+
     // the warnings about a table's content come with its first reading, not every year
     keptTables::forget();
     FileEntry plain = entry("plain");
