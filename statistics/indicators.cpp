@@ -105,7 +105,7 @@ void Dstmak::indicators()
 {
     Dstmak& tool = *this;
     if (!tool.protocol->open(tool.directory)) {
-        fprintf(stderr, "open %sprot.htm:\n%s\n", tool.directory, os::errorText(errno).c_str());
+        fprintf(stderr, "open %sprot.tmp:\n%s\n", tool.directory, os::errorText(errno).c_str());
         exitStatus = 1;
         return;
     }

@@ -56,54 +56,59 @@ size_t CountKeyHash::operator()(const CountKey& key) const
 
 // ---------------------------------------------------------------- protocol
 
-namespace {
-const char* const kPageEnd = "</pre>\n</body>\n</html>\n";
-} // namespace
-
 DstProtocol::~DstProtocol()
 {
-    if (page) safeOutput::setAbortHook(nullptr);
+    if (temp) safeOutput::setAbortHook(nullptr);
 }
 
 bool DstProtocol::open(const std::string& dir)
 {
     directory = dir;
-    page = safeOutput::open(dir + "prot.htm", false, true);
-    if (!page) return false;
-    fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n<title>Protokoll</title>\n<style>\n"
-          ".h { background: #99FF99; }\n.w { background: #FFCC99; }\n</style>\n</head>\n<body>\n<pre>\n",
-          page);
-    // an output that fails ends the process: the page says so and is put into place all the same
+    temp = fopen((dir + "prot.tmp").c_str(), "w+b");
+    if (!temp) return false;
+    // an output that fails ends the process: the protocol takes the failure as its last line and
+    // is made a page all the same, and the temp file goes
     safeOutput::setAbortHook([this] {
-        if (!page) return;
-        if (!pending.empty()) pageLine(pending + "\n");
-        pending.clear();
-        pageLine("!wFatal output error in csv: " + safeOutput::fatalText() + "\n");
-        fputs(kPageEnd, page);
+        if (!temp) return;
+        fprintf(temp, "!wFatal output error in csv: %s\n", safeOutput::fatalText().c_str());
+        if (FILE* page = writePage()) safeOutput::commit(page);
     });
     return true;
 }
 
-void DstProtocol::pageLine(const std::string& line)
+FILE* DstProtocol::writePage()
 {
-    if (line.size() >= 2 && line[0] == '!' && (line[1] == 'h' || line[1] == 'w')) {
-        const bool newline = line.back() == '\n';
-        fprintf(page, "<span class=\"%c\">%s</span>%s", line[1],
-                line.substr(2, line.size() - 2 - (newline ? 1 : 0)).c_str(), newline ? "\n" : "");
-    } else {
-        fputs(line.c_str(), page);
+    FILE* page = safeOutput::open(directory + "prot.htm");
+    int err = errno;
+    if (page) {
+        fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n<title>Protokoll</title>\n<style>\n"
+              ".h { background: #99FF99; }\n.w { background: #FFCC99; }\n</style>\n</head>\n<body>\n<pre>\n",
+              page);
+        fflush(temp);
+        rewind(temp);
+        char line[8192];
+        while (fgets(line, sizeof line, temp)) {
+            if (line[0] == '!' && (line[1] == 'h' || line[1] == 'w')) {
+                size_t n = strlen(line);
+                bool newline = n > 0 && line[n - 1] == '\n';
+                if (newline) line[n - 1] = 0;
+                fprintf(page, "<span class=\"%c\">%s</span>%s", line[1], line + 2, newline ? "\n" : "");
+            } else {
+                fputs(line, page);
+            }
+        }
+        fputs("</pre>\n</body>\n</html>\n", page);
     }
+    fclose(temp);
+    temp = nullptr;
+    remove((directory + "prot.tmp").c_str());
+    errno = err;
+    return page;
 }
 
 void DstProtocol::put(const std::string& line)
 {
-    if (page) {
-        pending += line;
-        for (size_t end; (end = pending.find('\n')) != std::string::npos;) {
-            pageLine(pending.substr(0, end + 1));
-            pending.erase(0, end + 1);
-        }
-    }
+    if (temp) fputs(line.c_str(), temp);
     std::string shown = line;
     if (shown.size() >= 2 && shown[0] == '!' && (shown[1] == 'h' || shown[1] == 'w')) shown = shown.substr(2);
     fputs(plainText(shown).c_str(), stdout);
@@ -134,16 +139,18 @@ void DstProtocol::setting(const char* key, const std::string& value)
 
 void DstProtocol::close()
 {
-    if (!page) return;
+    if (!temp) return;
     fflush(stdout);
-    if (!pending.empty()) pageLine(pending);
-    pending.clear();
-    fputs(kPageEnd, page);
+    if (fflush(temp) != 0 || ferror(temp)) safeOutput::fatalPath(directory + "prot.tmp", errno ? errno : EIO);
     safeOutput::setAbortHook(nullptr);
-    FILE* done = page;
-    page = nullptr;
-    // a page that cannot be put into place is the fatal output error, with its path
-    safeOutput::close(done);
+    FILE* page = writePage();
+    if (page) {
+        // a page that cannot be put into place is the fatal output error, with its path
+        safeOutput::close(page);
+    } else {
+        fprintf(stderr, "open %sprot.htm: %s\n", directory.c_str(), os::errorText(errno).c_str());
+        exitStatus = 1;
+    }
 }
 
 // ---------------------------------------------------------------- settings
@@ -415,7 +422,7 @@ void Dstmak::makro()
 {
     auto start = std::chrono::steady_clock::now();
     if (!protocol->open(directory)) {
-        fprintf(stderr, "open %sprot.htm:\n%s\n", directory, os::errorText(errno).c_str());
+        fprintf(stderr, "open %sprot.tmp:\n%s\n", directory, os::errorText(errno).c_str());
         exitStatus = 1;
         return;
     }

@@ -20,10 +20,11 @@ struct CountKeyHash {
 };
 using CountTree = std::unordered_map<CountKey, long long, CountKeyHash>;
 
-// The tool's protocol prot.htm in the working directory, written to a temporary beside it from
-// the start and renamed into place when closed; a line that starts with "!" and a class letter
-// ('h' hint, 'w' warning) is shown in that class. When an output fails on the way (the fatal
-// output error), the page takes the failure and its end and is still put into place.
+// The tool's protocol prot.htm in the working directory. Lines gather in the temp file prot.tmp
+// and become the page, written through a temporary and renamed into place, when it is closed; a
+// line that starts with "!" and a class letter ('h' hint, 'w' warning) is shown in that class.
+// When an output fails on the way (the fatal output error), the failure is the last line and the
+// page is made all the same; prot.tmp never stays behind.
 class DstProtocol {
 public:
     ~DstProtocol();
@@ -34,15 +35,15 @@ public:
     // "[value    ] text of the key"
     void setting(const char* key, const std::string& value);
     void close();
-    bool isOpen() const { return page != nullptr; }
+    bool isOpen() const { return temp != nullptr; }
 
 private:
     void put(const std::string& line);
-    // a whole line into the page, in its class
-    void pageLine(const std::string& line);
+    // the page from the temp file, which is closed and removed; nullptr (errno set) when the
+    // page cannot be opened
+    FILE* writePage();
     std::string directory;
-    FILE* page = nullptr;
-    std::string pending;     // the start of a line not ended yet
+    FILE* temp = nullptr;
 };
 
 // the settings of section RATEN the tool and its readers use

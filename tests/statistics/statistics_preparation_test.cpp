@@ -310,6 +310,7 @@ TEST_F(Dstmak, AFullDiskNamesTheTableAndEndsWithStatusOne)
         EXPECT_NE(r.err.find("Fatal output error in csv: work/"), std::string::npos) << limit << r.err;
         EXPECT_NE(r.err.find(": No space left on device"), std::string::npos) << limit << r.err;
         EXPECT_EQ(r.out.find("Ende "), std::string::npos) << limit;
+        EXPECT_FALSE(s.exists("work/prot.tmp")) << limit;    // the protocol's temp file goes
     }
     RunResult r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 0);
