@@ -48,6 +48,12 @@ const char* const USAGE =
     "  --floor                a serial run against formatting and writing its results again with to_chars\n"
     "  --long                 the cost of the long tables (LangeTabellen=1): the writing of the year's\n"
     "                         outputs from the run's trace without and with them, and the whole runs\n"
+    "  --duplicates MB        with --building: the weights of demolition by region (reagzr.csv, a table\n"
+    "                         without a year in its name, read every year) as MB megabytes of rows that\n"
+    "                         repeat each region's row, as a table appended to over the years may; the\n"
+    "                         first reading of a run warns of the cells given twice, later years take the\n"
+    "                         table from memory:\n"
+    "                           forecastbench --building --duplicates 200 --generate 1000 dup\n"
     "  --generate N dir       only writes a study area of N regions into dir (dir/v.ini, dir/v/gem2023.csv,\n"
     "                         rates, ...), to try the program on a large area:\n"
     "                           forecastbench --generate 10000 big && App/orvane orvane -d big/ -v v\n"
@@ -67,6 +73,8 @@ bool traceOn = false;
 // the long tables case: every specified table is written (also with the trace on), and the long
 // tables of all years beside them when longTablesOn (LangeTabellen=1)
 bool longTables = false, longTablesOn = false;
+// megabytes of repeated rows in the weights of demolition by region (0: one line for all regions)
+long long duplicateMB = 0;
 
 void writeFile(const fs::path& p, const std::string& text)
 {
@@ -187,7 +195,20 @@ void generate(int n, const fs::path& dir)
     writeFile(dir / "nebqqa.csv", span + ";*;1..2;0.2\n");
     writeFile(dir / "rear.csv", span + ";" + demolition + ";0.05\n");
     writeFile(dir / "reaqza.csv", span + ";*;1..2;0.1\n");
-    writeFile(dir / "reagzr.csv", span + ";" + regions + ";1\n");
+    if (duplicateMB <= 0) {
+        writeFile(dir / "reagzr.csv", span + ";" + regions + ";1\n");
+        return;
+    }
+    // each region's row again and again, until the table holds the megabytes asked for
+    std::ofstream f(dir / "reagzr.csv", std::ios::binary);
+    const long long bytes = duplicateMB * 1000000;
+    long long written = 0;
+    std::string rows;
+    for (int z = 1; z <= n; ++z) rows += span + ";" + std::to_string(100000 + z) + ";1\n";
+    while (written < bytes) {
+        f << rows;
+        written += static_cast<long long>(rows.size());
+    }
 }
 
 // CPU seconds of the last case run
@@ -532,6 +553,8 @@ int main(int argc, char** argv)
             internal = a == "--internal" ? 1 : 2;
         } else if (a == "--years" && i + 1 < argc) {
             YEARS = std::max(1, std::atoi(argv[++i]));
+        } else if (a == "--duplicates" && i + 1 < argc) {
+            duplicateMB = std::max(0LL, std::atoll(argv[++i]));
         } else if (a == "--step") {
             step = true;
         } else if (a == "--floor") {

@@ -85,5 +85,10 @@ int main(int argc, char** argv)
     printf("data with labels    %8.3f s\n", data);
     printf("shp2plt with gnuplot %7.3f s (status %d, %llu bytes of PNG)\n", whole, status,
            (unsigned long long)(fs::exists(dir + "/karte.png") ? fs::file_size(dir + "/karte.png") : 0));
+    // a directory of its own choosing goes again; one the caller named stays for a look
+    if (argc <= 3) {
+        std::error_code ec;
+        fs::remove_all(dir, ec);
+    }
     return status;
 }

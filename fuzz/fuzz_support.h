@@ -13,6 +13,13 @@
 
 namespace fuzzing {
 
+// the scratch directory as made, for its removal at the end of the process
+inline std::string& scratchRoot()
+{
+    static std::string root;
+    return root;
+}
+
 // the scratch directory (ends with "/"), made on first use with App/ holding the program's
 // files from the source tree, and the protocol set up for variant "v" without a page
 inline const std::string& scratch()
@@ -20,6 +27,12 @@ inline const std::string& scratch()
     static std::string dir = [] {
         char tmpl[] = "/tmp/veldor-fuzz-XXXXXX";
         std::string d = mkdtemp(tmpl);
+        // removed when the target ends (a crash leaves it, with what the input wrote)
+        scratchRoot() = d;
+        std::atexit([] {
+            std::error_code ec;
+            std::filesystem::remove_all(scratchRoot(), ec);
+        });
         d += "/";
         std::filesystem::create_directories(d + "App");
         std::filesystem::create_directories(d + "var/v");

@@ -123,6 +123,7 @@ void hhprog(int count, char** vector)
             hhprot::log("Haushaltsprognose %.3fs\n", secondsSince(phase));
         }
         hhprot::close(secondsSince(start));
+        if (!hhprot::pagesWritten()) exitStatus = 1;
     } catch (const std::exception& e) {
         closeResultFiles();
         hhprot::failure("Fehlerabbruch", e.what());

@@ -7,6 +7,7 @@
 
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "platform/text_format.h"
 #include "tables/gnuplot_bridge.h"
@@ -27,6 +28,7 @@ struct State {
     int plotFile = 0;
     std::vector<std::string> plots;   // the pictures asked of gnuplot, to be checked when it has run
     int logOn = -1;
+    bool pageFailed = false;          // a page that could not be put into place
 };
 State s;
 
@@ -78,9 +80,9 @@ bool open(const std::string& dir)
     s.dir = dir;
     std::error_code ec;
     std::filesystem::create_directories(dir + "p", ec);
-    s.index = fopen((dir + "index.html").c_str(), "wb");
+    s.index = openPage(dir + "index.html");
     if (!s.index) return false;
-    s.toc = fopen((dir + "p/toc.htm").c_str(), "wb");
+    s.toc = openPage(dir + "p/toc.htm");
     fprintf(s.index,
             "%s<title>Protokoll HHProg %s</title>\n<link rel=stylesheet href=\"p/style.css\">\n"
             "<style>\n#toc { position: fixed; left: 0; top: 0; width: 120px; height: 100%%; border: 0; background: #D7E7F7; }\n"
@@ -149,15 +151,12 @@ FILE* subPage(const char* caption, const char* linkText)
 {
     if (!s.index) return nullptr;
     if (s.subAnchor >= 9 || !s.sub) {
-        if (s.sub) {
-            fputs("</body>\n</html>\n", s.sub);
-            fclose(s.sub);
-        }
+        closePage(s.sub);
         ++s.subFile;
         s.subAnchor = -1;
         char name[32];
         snprintf(name, sizeof name, "p/%06d.htm", s.subFile);
-        s.sub = fopen((s.dir + name).c_str(), "wb");
+        s.sub = openPage(s.dir + name);
         if (!s.sub) return nullptr;
         fprintf(s.sub, "%s<link rel=stylesheet href=\"style.css\">\n</head>\n<body>\n", pageHead);
     } else {
@@ -206,24 +205,48 @@ void log(const char* format, ...)
     fclose(f);
 }
 
+FILE* openPage(const std::string& path)
+{
+    FILE* f = safeOutput::open(path, false, true);
+    if (!f) {
+        int err = errno;
+        s.pageFailed = true;
+        if (s.index) failure("Fehlerabbruch", path + ": " + os::errorText(err));
+        else fprintf(stderr, "%s: %s: %s\n", "HHPROG", path.c_str(), os::errorText(err).c_str());
+        errno = err;
+    }
+    return f;
+}
+
+void closePage(FILE*& f)
+{
+    if (!f) return;
+    FILE* page = f;
+    f = nullptr;
+    // the page that is closed takes no more lines of the contents or the messages
+    if (page == s.toc) s.toc = nullptr;
+    if (page == s.index) s.index = nullptr;
+    if (page == s.sub) s.sub = nullptr;
+    fputs("</body>\n</html>\n", page);
+    std::string path = safeOutput::target(page);
+    int err = safeOutput::owns(page) ? safeOutput::commit(page) : (std::fclose(page) != 0 ? errno : 0);
+    if (err == 0) return;
+    s.pageFailed = true;
+    if (s.index)
+        failure("Fehlerabbruch", path + ": " + os::errorText(err));
+    else
+        fprintf(stderr, "%s: %s: %s\n", "HHPROG", path.c_str(), os::errorText(err).c_str());
+}
+
 void end()
 {
-    if (s.sub) {
-        fputs("</body>\n</html>\n", s.sub);
-        fclose(s.sub);
-        s.sub = nullptr;
-    }
-    if (s.toc) {
-        fputs("</body>\n</html>\n", s.toc);
-        fclose(s.toc);
-        s.toc = nullptr;
-    }
-    if (s.index) {
-        fputs("</div>\n</body>\n</html>\n", s.index);
-        fclose(s.index);
-        s.index = nullptr;
-    }
+    closePage(s.sub);
+    closePage(s.toc);
+    if (s.index) fputs("</div>\n", s.index);
+    closePage(s.index);
 }
+
+bool pagesWritten() { return !s.pageFailed; }
 
 void close(double seconds)
 {

@@ -37,10 +37,19 @@ void checkPlots();
 // the log file log.htm of the user directory, when [TRACE] logfile is on
 void log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// A page of the protocol beside index.html (a sub-page, a page of a region and year): written
+// to a temporary beside it and renamed into place when closed. closePage writes the page end,
+// and a failure to put a page into place is said in the protocol (while index.html is open)
+// and on the console; f is nullptr afterwards.
+FILE* openPage(const std::string& path);
+void closePage(FILE*& f);
+
 // the suppressed warnings, the counts and the run time, then the page end
 void close(double seconds);
 // the page end alone (after a failure)
 void end();
+// false when a page of the protocol could not be written whole (the run then ends with status 1)
+bool pagesWritten();
 void reset();
 
 } // namespace hhprot

@@ -288,7 +288,7 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
     if (f) {
         fprintf(f, "<table>\n<caption>%s</caption>\n<tr><th>HDO</th>%s<th>Eingaben</th><th>Ergebnis</th><th>Abweichung</th></tr>\n",
                 DD::lookup("hh_hB2_6").c_str(), hh.protocolVolume > 2 ? "<th>Einagbedatei</th>" : "");
-        detail = fopen((hh.directory + "Prognose/p/" + detailName).c_str(), "wb");
+        detail = hhprot::openPage(hh.directory + "Prognose/p/" + detailName);
         if (detail)
             fprintf(detail, "<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n"
                             "<link rel=\"stylesheet\" href=\"style.css\">\n<title>HDO %d %d</title>\n</head>\n<body>\n",
@@ -304,10 +304,7 @@ void estimateSizes(int year, int region, const RegionYear& z, const BaseTables& 
         ~Finish()
         {
             if (page) fputs("</table>\n", page);
-            if (detail) {
-                fputs("</body>\n</html>\n", detail);
-                fclose(detail);
-            }
+            hhprot::closePage(detail);
         }
     } finish{f, detail};
     int t = g2t.pairs[static_cast<size_t>(region)].second - 1;

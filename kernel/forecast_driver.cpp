@@ -183,8 +183,12 @@ int RK::PRO(Orvane* orvane)
             Trace::start("ORVANE");
             Trace::enter("RKPRO");
             Prot::setFlush(opt::get("$FLUSH", 0) != 0);
-            if (ini::ENDJAHR < ini::STARTJAHR)
-                Prot::message(SEV_HINT, "@emptyForecast;", ini::STARTJAHR, ini::ENDJAHR);
+            if (ini::ENDJAHR < ini::STARTJAHR) {
+                // the years may be defaults filled in; the note is text, its "%" no conversion
+                std::string text = DD::expKey("@emptyForecast;");
+                for (char ch : ini::defaultsFilledNote({"STARTJAHR", "ENDJAHR"})) text += ch == '%' ? "%%" : std::string(1, ch);
+                Prot::message(SEV_HINT, text.c_str(), ini::STARTJAHR, ini::ENDJAHR);
+            }
             // a fatal output error ends the process at once: the year in work is then undone too
             safeOutput::setAbortHook([] { failedYear(false); });
             progress::start(ini::ENDJAHR - ini::STARTJAHR + 1, DD::expKey("@progressYear;"));

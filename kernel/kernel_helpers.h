@@ -73,6 +73,17 @@ VELDOR_MODULE_LETTER(Y)
 // the seventeen module letters in the order of the settings
 inline constexpr char moduleLetters[] = "ABCDEGIKMNPRSTVWY";
 
+// The assertion of a combination of modules: a failure names, beside the condition, the module
+// keys that the variant file lacked and that got their default, which may be why it failed:
+// those of guard (the condition the check stands under) when there are any, else those of the
+// condition.
+void moduleCheck(bool condition, const char* source, int line, const char* text, const char* guard = "");
+#define MODULE_CHECK(cond, source) moduleCheck((cond), (source), __LINE__, #cond)
+#define MODULE_CHECK_UNDER(guard, cond, source)                                   \
+    do {                                                                          \
+        if (guard) moduleCheck((cond), (source), __LINE__, #cond, #guard);        \
+    } while (0)
+
 // inrange(lo, x, hi): lo <= x <= hi, as written in assertions
 template <class L, class X, class H> constexpr bool inrange(L lo, X x, H hi) { return lo <= x && x <= hi; }
 // isoneof(x, { a, b }): x is one of the list

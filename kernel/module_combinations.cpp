@@ -14,14 +14,14 @@ void RK::checkCombinations(const Orvane& c)
     if (_(T_0)) return;
     // external migration
     const char* const irw = "source\\c\\rkirw";
-    if (C_() != 6 && !_(B_0) && inrange(2, N_(), 4)) VCHECK((K_() > K_1) && _(A_0) && _(C_0), irw);
-    if (C_() != 6 && !_(C_0)) VCHECK(N_() < N_2, irw);
+    MODULE_CHECK_UNDER(C_() != 6 && !_(B_0) && inrange(2, N_(), 4), (K_() > K_1) && _(A_0) && _(C_0), irw);
+    MODULE_CHECK_UNDER(C_() != 6 && !_(C_0), N_() < N_2, irw);
     if (_(A_1) && _(B_0) && !_(M_2)) {
-        VCHECK(_(C_0), irw);
-        if (_(N_1)) VCHECK(_(M_0), irw);
-        if (_(M_1)) VCHECK(_(N_0), irw);
+        MODULE_CHECK_UNDER(_(A_1) && _(B_0) && !_(M_2), _(C_0), irw);
+        MODULE_CHECK_UNDER(_(N_1), _(M_0), irw);
+        MODULE_CHECK_UNDER(_(M_1), _(N_0), irw);
     }
-    if ((_(A_1) && _(B_0) && _(M_2)) || (_(A_0) && _(B_0) && _(C_0) && _(M_2))) VCHECK(_(C_0), irw);
+    MODULE_CHECK_UNDER((_(A_1) && _(B_0) && _(M_2)) || (_(A_0) && _(B_0) && _(C_0) && _(M_2)), _(C_0), irw);
     // in-migration by cohort compares the targets of in-migration, balance and out-migration
     // cell by cell: the tables they will be read into must have one shape
     if (_(B_1) && _(M_2) && !_(N_0) && !_(C_0) && !_(C_6)) {
@@ -37,5 +37,5 @@ void RK::checkCombinations(const Orvane& c)
                irw);
     }
     // internal migration balance
-    if (!_(I_0) && !_(P_0)) VCHECK(inrange(P_1, P_(), P_2), "source\\c\\rkabg");
+    MODULE_CHECK_UNDER(!_(I_0) && !_(P_0), inrange(P_1, P_(), P_2), "source\\c\\rkabg");
 }

@@ -27,6 +27,7 @@
 #include "tables/expression.h"
 #include "tables/functions.h"
 #include "tables/input_reader.h"
+#include "tables/kept_tables.h"
 
 #define C (*Orvane::current)
 
@@ -549,6 +550,12 @@ void RK::REF()
         for (int k = COL_TYG; k <= COL_TYHH; ++k) *types[k - COL_TYG] -= ref.lowest[k];
     }
 
+    // the tables kept from earlier years name regions by their places in this table: other
+    // regions (a newer reference table) make them be read again
+    if (r.regions.size() != C.regions.size() ||
+        !std::equal(r.regions.begin(), r.regions.end(), C.regions.begin(),
+                    [](const RegionRow& a, const RegionRow& b) { return a.key == b.key; }))
+        keptTables::forget();
     C.regions = std::move(r.regions);
     C.indexRegions();
     C.maxKey = std::max<int64_t>(C.maxKey, r.largestKey);

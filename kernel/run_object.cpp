@@ -90,13 +90,14 @@ int moduleOf(char letter) { return ini::module(letter); }
 void Orvane::checkModules() const {
     static const char* const source = "source\\c\\rkini";
     if (_(T_0)) {
-        VCHECK(_(A_0) && _(B_0) && _(C_0) && _(D_0) && _(E_0) && _(I_0) && _(K_0) && _(M_0) && _(N_0) && _(P_0) &&
-                   _(V_0) && C.NTYA == 1,
-               source);
+        MODULE_CHECK_UNDER(_(T_0),
+                           _(A_0) && _(B_0) && _(C_0) && _(D_0) && _(E_0) && _(I_0) && _(K_0) && _(M_0) &&
+                               _(N_0) && _(P_0) && _(V_0) && C.NTYA == 1,
+                           source);
     } else {
-        if (_(I_0) && _(P_0)) VCHECK(_(D_0) && _(E_0), source);
-        VCHECK(!(_(N_0) && _(M_0) && _(A_1)), source);
-        VCHECK(!(_(N_0) && _(M_0) && _(B_1)), source);
+        MODULE_CHECK_UNDER(_(I_0) && _(P_0), _(D_0) && _(E_0), source);
+        MODULE_CHECK(!(_(N_0) && _(M_0) && _(A_1)), source);
+        MODULE_CHECK(!(_(N_0) && _(M_0) && _(B_1)), source);
     }
 }
 

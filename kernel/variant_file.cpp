@@ -228,6 +228,7 @@ int Maintenance::readModule(const char* key, char letter, int def, int highest)
             variant = def;
             Prot::message(SEV_HINT, "%s.ini [METHODE] %s=%c%d inserted", name.c_str(), key, letter, variant);
             write("METHODE", key, std::string(1, letter) + std::to_string(variant));
+            ini::noteDefaultFilled(key, std::string(1, letter) + std::to_string(variant), name + ".ini", true);
         } else {
             variant = v.empty() ? 0 : std::atoi(v.c_str() + 1);
             if (!v.empty() && !wholeInteger(v.substr(1)))

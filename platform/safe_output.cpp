@@ -94,26 +94,23 @@ struct Limited {
     int fd;
 };
 
+// A write function of a cookie stream returns the bytes it took, and 0 for a failure, never a
+// negative number: the C library's buffer handling breaks on one (a large fwrite then copies
+// into a buffer it has given up). A write cut by the limit takes what fits; the next is refused.
 ssize_t limitedWrite(void* cookie, const char* data, size_t size)
 {
     int fd = static_cast<Limited*>(cookie)->fd;
     long long limit = writeLimit();
     long long before = g_written.fetch_add(static_cast<long long>(size));
     size_t allowed = size;
-    if (limit >= 0 && before + static_cast<long long>(size) > limit)
+    if (limit >= 0 && before + static_cast<long long>(size) > limit) {
         allowed = before < limit ? static_cast<size_t>(limit - before) : 0;
-    if (allowed > 0 && !writeAll(fd, data, allowed)) return -1;
-    // as a full disk does: the bytes that fit are a short write, the next write fails (a failed
-    // write after bytes of the same call went out leaves the stream's buffer in disorder)
-    if (allowed > 0 && allowed < size) {
-        errno = ENOSPC;
-        return static_cast<ssize_t>(allowed);
+        g_written.fetch_sub(static_cast<long long>(size - allowed));
     }
-    if (allowed < size) {
-        errno = ENOSPC;
-        return -1;
-    }
-    return static_cast<ssize_t>(size);
+    if (allowed > 0 && !writeAll(fd, data, allowed)) return 0;
+    // a short count is a failure to the caller: the cause it will read is the full disk
+    if (allowed < size) errno = ENOSPC;
+    return static_cast<ssize_t>(allowed);
 }
 
 int limitedSeek(void* cookie, off64_t* offset, int whence)
@@ -279,6 +276,12 @@ void fatal(FILE* f, int err)
 
 void setAbortHook(std::function<void()> hook) { g_abortHook = std::move(hook); }
 
+namespace {
+std::string g_fatalText;
+} // namespace
+
+std::string fatalText() { return g_fatalText; }
+
 void fatalPath(const std::string& path, int err)
 {
     static std::atomic<bool> ending{false};
@@ -288,10 +291,9 @@ void fatalPath(const std::string& path, int err)
     if (ending.exchange(true))
         for (;;) pause();                 // another thread is ending the process
     // a stream of another writer has no path here: the cause alone is shown then
-    if (path.empty())
-        os::messageBox("Fatal output error in csv", "%s", std::strerror(err ? err : EIO));
-    else
-        os::messageBox("Fatal output error in csv", "%s: %s", path.c_str(), std::strerror(err ? err : EIO));
+    g_fatalText = path.empty() ? std::string(std::strerror(err ? err : EIO))
+                               : path + ": " + std::strerror(err ? err : EIO);
+    os::messageBox("Fatal output error in csv", "%s", g_fatalText.c_str());
     // the tables of all years back under their names first, so that the hook finds them
     dropAppends();
     if (g_abortHook) g_abortHook();

@@ -35,8 +35,11 @@ void close(FILE* f);
 [[noreturn]] void fatal(FILE* f, int err);
 [[noreturn]] void fatalPath(const std::string& path, int err);
 
-// Called once by the fatal output error before the process ends (the kernel undoes its year).
+// Called once by the fatal output error before the process ends (the kernel undoes its year,
+// a tool's protocol takes the failure).
 void setAbortHook(std::function<void()> hook);
+// the failure of the fatal output error under way, "<path>: <cause>" (empty before one)
+std::string fatalText();
 
 // Writes the whole text to path through a temporary. 0 or the error number.
 int writeFile(const std::string& path, const std::string& data);

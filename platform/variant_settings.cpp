@@ -1,5 +1,6 @@
 #include "platform/variant_settings.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/dictionary.h"
@@ -47,22 +48,52 @@ void setModule(char letter, int variant)
 namespace {
 struct Filled {
     std::string key, value, file;
+    bool module;
 };
 std::vector<Filled> g_filled;
 } // namespace
 
-void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file)
+void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file, bool module)
 {
-    g_filled.push_back({key, value, file});
+    g_filled.push_back({key, value, file, module});
 }
 
 void clearDefaultsFilled() { g_filled.clear(); }
+
+namespace {
+std::string filledNote(const Filled& f)
+{
+    return "; " + f.key + "=" + f.value + " " + DD::lookup("defaultFilled") + " " + f.file;
+}
+} // namespace
 
 std::string defaultsFilledNote()
 {
     std::string note;
     for (const Filled& f : g_filled)
-        note += "; " + f.key + "=" + f.value + " " + DD::lookup("defaultFilled") + " " + f.file;
+        if (!f.module) note += filledNote(f);
+    return note;
+}
+
+std::string defaultsFilledNote(const std::vector<std::string>& keys)
+{
+    // several keys of one file in one clause: "; A=1, B=2 filled in as defaults, the keys ..."
+    std::vector<const Filled*> named;
+    for (const Filled& f : g_filled)
+        if (std::find(keys.begin(), keys.end(), f.key) != keys.end()) named.push_back(&f);
+    std::string note;
+    for (size_t i = 0; i < named.size();) {
+        size_t j = i + 1;
+        while (j < named.size() && named[j]->file == named[i]->file) ++j;
+        if (j == i + 1) {
+            note += filledNote(*named[i]);
+        } else {
+            note += "; ";
+            for (size_t k = i; k < j; ++k) note += (k > i ? ", " : "") + named[k]->key + "=" + named[k]->value;
+            note += " " + DD::lookup("defaultsFilled") + " " + named[i]->file;
+        }
+        i = j;
+    }
     return note;
 }
 

@@ -2,6 +2,7 @@
 // dimensions and the module letters. The variant file's maintenance fills them; everyone reads them.
 #pragma once
 #include <string>
+#include <vector>
 
 namespace ini {
 
@@ -35,10 +36,15 @@ void setModule(char letter, int variant);
 
 // The keys the variant file lacked in this run and the defaults filled in for them, so that an
 // error that follows from one names the missing key.
-void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file);
+// A module letter filled in is named only where its key is asked for.
+void noteDefaultFilled(const std::string& key, const std::string& value, const std::string& file,
+                       bool module = false);
 void clearDefaultsFilled();
 // "" when none was filled in, else "; STARTJAHR=2026 filled in as a default, the key was
-// missing in <file>" for each (in the language of the run)
+// missing in <file>" for each but the module letters (in the language of the run)
 std::string defaultsFilledNote();
+// the same for the keys named only, several of one file in one clause ("; STARTJAHR=2026,
+// ENDJAHR=2026 filled in as defaults, the keys were missing in <file>"); "" when none was filled in
+std::string defaultsFilledNote(const std::vector<std::string>& keys);
 
 } // namespace ini

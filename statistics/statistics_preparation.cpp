@@ -56,11 +56,54 @@ size_t CountKeyHash::operator()(const CountKey& key) const
 
 // ---------------------------------------------------------------- protocol
 
+DstProtocol::~DstProtocol()
+{
+    if (temp) safeOutput::setAbortHook(nullptr);
+}
+
 bool DstProtocol::open(const std::string& dir)
 {
     directory = dir;
     temp = fopen((dir + "prot.tmp").c_str(), "w+b");
-    return temp != nullptr;
+    if (!temp) return false;
+    // an output that fails ends the process: the protocol takes the failure as its last line and
+    // is made a page all the same, and the temp file goes
+    safeOutput::setAbortHook([this] {
+        if (!temp) return;
+        fprintf(temp, "!wFatal output error in csv: %s\n", safeOutput::fatalText().c_str());
+        if (FILE* page = writePage()) safeOutput::commit(page);
+    });
+    return true;
+}
+
+FILE* DstProtocol::writePage()
+{
+    FILE* page = safeOutput::open(directory + "prot.htm");
+    int err = errno;
+    if (page) {
+        fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n<title>Protokoll</title>\n<style>\n"
+              ".h { background: #99FF99; }\n.w { background: #FFCC99; }\n</style>\n</head>\n<body>\n<pre>\n",
+              page);
+        fflush(temp);
+        rewind(temp);
+        char line[8192];
+        while (fgets(line, sizeof line, temp)) {
+            if (line[0] == '!' && (line[1] == 'h' || line[1] == 'w')) {
+                size_t n = strlen(line);
+                bool newline = n > 0 && line[n - 1] == '\n';
+                if (newline) line[n - 1] = 0;
+                fprintf(page, "<span class=\"%c\">%s</span>%s", line[1], line + 2, newline ? "\n" : "");
+            } else {
+                fputs(line, page);
+            }
+        }
+        fputs("</pre>\n</body>\n</html>\n", page);
+    }
+    fclose(temp);
+    temp = nullptr;
+    remove((directory + "prot.tmp").c_str());
+    errno = err;
+    return page;
 }
 
 void DstProtocol::put(const std::string& line)
@@ -99,32 +142,15 @@ void DstProtocol::close()
     if (!temp) return;
     fflush(stdout);
     if (fflush(temp) != 0 || ferror(temp)) safeOutput::fatalPath(directory + "prot.tmp", errno ? errno : EIO);
-    FILE* page = safeOutput::open(directory + "prot.htm");
+    safeOutput::setAbortHook(nullptr);
+    FILE* page = writePage();
     if (page) {
-        fputs("<!DOCTYPE html>\n<html lang=\"de\">\n<head>\n<meta charset=\"utf-8\">\n<title>Protokoll</title>\n<style>\n"
-              ".h { background: #99FF99; }\n.w { background: #FFCC99; }\n</style>\n</head>\n<body>\n<pre>\n",
-              page);
-        rewind(temp);
-        char line[8192];
-        while (fgets(line, sizeof line, temp)) {
-            if (line[0] == '!' && (line[1] == 'h' || line[1] == 'w')) {
-                size_t n = strlen(line);
-                bool newline = n > 0 && line[n - 1] == '\n';
-                if (newline) line[n - 1] = 0;
-                fprintf(page, "<span class=\"%c\">%s</span>%s", line[1], line + 2, newline ? "\n" : "");
-            } else {
-                fputs(line, page);
-            }
-        }
-        fputs("</pre>\n</body>\n</html>\n", page);
+        // a page that cannot be put into place is the fatal output error, with its path
         safeOutput::close(page);
     } else {
         fprintf(stderr, "open %sprot.htm: %s\n", directory.c_str(), os::errorText(errno).c_str());
         exitStatus = 1;
     }
-    fclose(temp);
-    temp = nullptr;
-    remove((directory + "prot.tmp").c_str());
 }
 
 // ---------------------------------------------------------------- settings

@@ -20,11 +20,14 @@ struct CountKeyHash {
 };
 using CountTree = std::unordered_map<CountKey, long long, CountKeyHash>;
 
-// The tool's protocol prot.htm in the working directory. Lines gather in prot.tmp and become
-// the page when it is closed; a line that starts with "!" and a class letter ('h' hint,
-// 'w' warning) is shown in that class.
+// The tool's protocol prot.htm in the working directory. Lines gather in the temp file prot.tmp
+// and become the page, written through a temporary and renamed into place, when it is closed; a
+// line that starts with "!" and a class letter ('h' hint, 'w' warning) is shown in that class.
+// When an output fails on the way (the fatal output error), the failure is the last line and the
+// page is made all the same; prot.tmp never stays behind.
 class DstProtocol {
 public:
+    ~DstProtocol();
     bool open(const std::string& directory);
     // kind 0 plain text, 'h' hint, 'w' warning
     void message(int kind, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -36,6 +39,9 @@ public:
 
 private:
     void put(const std::string& line);
+    // the page from the temp file, which is closed and removed; nullptr (errno set) when the
+    // page cannot be opened
+    FILE* writePage();
     std::string directory;
     FILE* temp = nullptr;
 };

@@ -2,6 +2,7 @@
 // cell parser, the line loop with guards, check column, region keys and value expressions,
 // the expanded copy, and the typed entry points over the array shapes of the system.
 #include "tables/input_reader.h"
+#include "tables/kept_tables.h"
 #include "tables/plain_cells.h"
 
 #include <algorithm>
@@ -177,7 +178,12 @@ namespace {
 ReadingRun* g_run = nullptr;
 }
 
-void setReadingRun(ReadingRun* run) { g_run = run; }
+void setReadingRun(ReadingRun* run)
+{
+    // the tables kept belong to one run: its regions and its files
+    keptTables::forget();
+    g_run = run;
+}
 ReadingRun* readingRun() { return g_run; }
 
 int readYear()
@@ -643,6 +649,9 @@ private:
     // values outside their domain, cells of an additive table given twice, short lines
     uint64_t outsideDomain = 0, summedTwice = 0, badShapes = 0;
     std::set<std::vector<long long>> additiveSeen;
+    // the reading kept for later years, when nothing in it depends on the year
+    KeptTableRecorder kept;
+    int errorsBefore = 0;
 
     void cleanup();
     [[noreturn]] void stop() { throw StopRead(); }
@@ -651,7 +660,8 @@ private:
     // a line read otherwise than it looks: a warning, the first few of a table one by one
     void shapeMessage(const std::string& text);
     void valueDomainCheck(const long long* written, double v);
-    void structure();
+    // the layout a line must have, as an error that ends the reading; note: why it may not be met
+    void structure(const std::string& note = std::string());
     const char* guards(const char* p);
     void checkCell(const char* text);
     void indexCell(int c, const char* text);
@@ -664,6 +674,9 @@ private:
     void store(const long long* idx, const long long* written, double* row, long long i, double v);
     void finishTable();
     void readLines(char* cell);
+    bool mayKeep() const;
+    void replay(const KeptTable& t);
+    void replaySection(const KeptSection& s, int n);
 };
 
 void TableReader::cleanup()
@@ -723,7 +736,7 @@ void TableReader::lineMessage(int error, const std::string& message)
 }
 
 // the layout a line must have, at error level
-void TableReader::structure()
+void TableReader::structure(const std::string& note)
 {
     char sep = static_cast<char>(reader ? reader->separator : si::separator);
     std::string s;
@@ -737,7 +750,7 @@ void TableReader::structure()
         s += sep;
     }
     s += "float";
-    Prot::message(SEV_ERROR, "@fn_structure; %s:\n%s", name.c_str(), s.c_str());
+    Prot::message(SEV_ERROR, "@fn_structure; %s:\n%s%s", name.c_str(), s.c_str(), note.c_str());
     stop();
 }
 
@@ -745,6 +758,7 @@ void TableReader::structure()
 const char* TableReader::guards(const char* p)
 {
     while (*p == '?') {
+        kept.giveUp();      // a guard asks a variable: the line may count in one year only
         ++p;
         std::string var;
         p = readName(p, var);
@@ -793,10 +807,16 @@ void TableReader::checkCell(const char* text)
     bool inside = ok && !v.isRandom() && v.lo <= checkNo && checkNo <= v.hi;
     if (ok && v.star) inside = true;
     if (ok && v.computed) lineComputed = true;
+    if (!ok || v.computed || v.isRandom())
+        kept.giveUp();
+    else
+        kept.line(YearSection{v.lo, v.hi, v.star}, inside);
     if (mode == 2) {
         if (!inside) {
-            lineMessage(0, "@wrongCheckNumber;");
-            structure();
+            // the year the check number must match may be a default filled in
+            const std::string note = ini::defaultsFilledNote({"STARTJAHR"});
+            lineMessage(0, "@wrongCheckNumber;" + note);
+            structure(note);
         }
         return;
     }
@@ -947,6 +967,7 @@ void TableReader::indexCell(int c, const char* text)
         return;
     }
     if (v.computed) lineComputed = true;
+    if (v.computed || v.isRandom()) kept.giveUp();
     if (isRegion && !regionInterval(v)) return;
     if (v.star && !isRegion && sizes[c] < 0) {
         lineMessage(0, format("@attribute; %d %s = * @fn_Eindex;", c + 1, names[c].c_str()));
@@ -960,9 +981,11 @@ void TableReader::indexCell(int c, const char* text)
     }
     if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
     if (v.lo < first[c] || v.hi > last[c]) {
-        lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;", c + 1,
-                              names[c].c_str(), v.lo, v.hi, first[c], last[c]));
-        structure();
+        // the extent of the column may be a default filled in for a key the variant file lacked
+        const std::string note = ini::defaultsFilledNote({names[c]});
+        lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;%s", c + 1,
+                              names[c].c_str(), v.lo, v.hi, first[c], last[c], note.c_str()));
+        structure(note);
     }
 }
 
@@ -1111,6 +1134,10 @@ void TableReader::store(const long long* idx, const long long* written, double* 
     } else if (v != 0) {
         target.put(idx, v);
     }
+    if (kept.on()) {
+        if (!sparse || v != 0) kept.assignment(idx, v);
+        kept.counted(v);
+    }
     ++assignments;
     if (v != 0) {
         ++result.nonZero;
@@ -1160,6 +1187,7 @@ void TableReader::valueCell(const char* text)
         constantValue = constant ? prog[0].v.d : 0;
     }
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
+    if (!constant) kept.giveUp();      // an expression may give another value each year
 
     // bounds of drawn indices
     bool outerRandom = false;
@@ -1267,7 +1295,9 @@ void TableReader::finishTable()
         Prot::message(SEV_HINT, "Datei enthält ab Zeile %zd %d endende Strichpunkte", static_cast<ssize_t>(trailingLine),
                       static_cast<int>(trailing));
     exprClearTable();
-    if (mode == 3 && sectionsMatched == 0) Prot::message(SEV_ERROR, "@fn_missingSection;", name.c_str(), checkNo);
+    if (mode == 3 && sectionsMatched == 0)
+        Prot::message(SEV_ERROR, "@fn_missingSection;%s", name.c_str(), checkNo,
+                      ini::defaultsFilledNote({"STARTJAHR", "ENDJAHR"}).c_str());
     if (in) fclose(in);
     in = nullptr;
     if (copy) safeOutput::close(copy);
@@ -1348,6 +1378,21 @@ ReadResult TableReader::run()
     }
     if (!sparse && valueCheck != VC_ADDITIVE) target.clear();
 
+    // a table read before in this run, unchanged and read the same way this year, is not read again
+    // the key: the file, how its entry reads it and the target's shape
+    std::string keptKey = mayKeep() ? keptTables::key(path, sparse, indexCount, sizes, valueCheck, target.fill) +
+                                          format(" %s %d %d %d", file.name.c_str(), file.lastIndexFromZero,
+                                                 file.regionColumn, file.checkMode)
+                                    : std::string();
+    if (!keptKey.empty() && keptTables::isNever(keptKey)) keptKey.clear();
+    const KeptTable* earlier = keptKey.empty() ? nullptr : keptTables::find(keptKey);
+    if (earlier && !earlier->servesYear(checkNo)) earlier = nullptr;
+    if (earlier) {
+        note += expandText(", @fn_kept;");
+        fclose(in);
+        in = nullptr;
+    }
+
     if (Prot::level(1)) {
         std::string head = expandText(
             mode == 3 ? format("@reading; %s %d @indices;", name.c_str(), indexCount)
@@ -1363,6 +1408,13 @@ ReadResult TableReader::run()
         Prot::writeln(1, "%s%s", head.c_str(), note.c_str());
     }
     Prot::addInputFile(name, path);
+    if (earlier) {
+        replay(*earlier);
+        return result;
+    }
+    if (!keptKey.empty())
+        kept.start(keptTables::take(keptKey, path, indexCount, !sparse && valueCheck != VC_ADDITIVE));
+    errorsBefore = Prot::count(SEV_ERROR);
 
     reader = new CsvReader(in, separatorText().c_str());
     g_readingReader = reader;
@@ -1384,7 +1436,72 @@ ReadResult TableReader::run()
         throw;
     }
     if (sparse) target.finish();
+    if (kept.on() && !expandNeeded && traceLevel == 0 && keyScale < 2 && Prot::count(SEV_ERROR) == errorsBefore)
+        keptTables::keep(keptKey, kept.finish());
+    else if (kept.gaveUp())
+        keptTables::never(keptKey);
     return result;
+}
+
+// A table can be kept when its name carries no year, its check cell is no number that must
+// match the year, and it is read for a run with the plain region keys.
+bool TableReader::mayKeep() const
+{
+    return g_run != nullptr && file.name.find('%') == std::string::npos && mode != 2 && keyScale < 2 &&
+           traceLevel == 0 && !expandNeeded;
+}
+
+// The assignments of the kept reading done again, and what the end of a reading does besides
+// its messages about the content (those were given when the file was read).
+void TableReader::replay(const KeptTable& t)
+{
+    for (const KeptSection& s : t.sections) {
+        if (!s.section.contains(checkNo)) continue;
+        replaySection(s, t.indexCount);
+        result.nonZero += s.nonZero;
+        result.nonInteger += s.nonInteger;
+        result.sum += s.sum;
+    }
+    exprClearTable();
+    if (result.nonZero == 0) Prot::writeln(1, "%s @fn_empty;", name.c_str());
+    if (!sparse && valueCheck != VC_ADDITIVE) target.unassigned([](const long long*) {});
+    // the region keys these lines name were counted as used when they were read
+    if (sparse) target.finish();
+}
+
+void TableReader::replaySection(const KeptSection& s, int n)
+{
+    long long idx[5] = {};
+    double* row = nullptr;
+    long long rowOf[5] = {-1, -1, -1, -1, -1};
+    for (size_t k = 0; k < s.values.size(); ++k) {
+        for (int j = 0; j < n; ++j) idx[j] = s.indices[k * static_cast<size_t>(n) + static_cast<size_t>(j)];
+        const double v = s.values[k];
+        if (sparse) {
+            target.put(idx, v);
+            continue;
+        }
+        const long long i = n > 0 ? idx[n - 1] : 0;
+        if (!std::equal(idx, idx + (n > 0 ? n - 1 : 0), rowOf) || row == nullptr) {
+            if (n > 0) idx[n - 1] = 0;
+            row = target.row(idx);
+            if (n > 0) idx[n - 1] = i;
+            std::copy(idx, idx + 5, rowOf);
+        }
+        double* slot = row ? row + i : nullptr;
+        if (valueCheck == VC_ADDITIVE) {
+            if (slot) {
+                *slot = (isUndef(*slot) ? 0 : *slot) + v;
+            } else {
+                double old = target.get(idx);
+                target.put(idx, (isUndef(old) ? 0 : old) + v);
+            }
+        } else if (slot) {
+            *slot = v;
+        } else {
+            target.put(idx, v);
+        }
+    }
 }
 
 void TableReader::readLines(char* cell)
@@ -1420,6 +1537,7 @@ void TableReader::readLines(char* cell)
             if (lineIsComment) {
                 // a command: a cell of a comment line with "!" as second character
                 if (cell[0] && cell[1] == '!') {
+                    kept.giveUp();
                     skip = false;
                     const char* p = guards(skipWhite(cell + 2));
                     if (!skip) runStatements(*parser, p, false);

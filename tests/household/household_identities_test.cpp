@@ -10,6 +10,8 @@
 #include <map>
 #include <sstream>
 #include <tuple>
+#include <string>
+#include <vector>
 
 #include "../sandbox.h"
 
@@ -379,4 +381,37 @@ TEST_F(HouseholdChain, AFullDiskNamesTheFileAndLeavesNoCutTable)
             EXPECT_EQ(text.size(), expected.size()) << limit << " " << f;
         }
     }
+}
+
+TEST_F(HouseholdChain, AFullDiskOnTheProtocolPagesEndsWithStatusOneAndNoCutPage)
+{
+    ASSERT_EQ(s.run({"hhprog", "-P", "0"}).status, 0);
+    // everything the run writes through the limit: its four tables and the pages of its protocol
+    namespace fs = std::filesystem;
+    std::vector<std::string> pages;
+    long total = 0;
+    for (const auto& e : fs::recursive_directory_iterator(s.path("hh/Quoten"))) {
+        const std::string name = e.path().filename().string();
+        if (!e.is_regular_file() || name == "prot.tmp" || name == "style.css") continue;
+        total += static_cast<long>(e.file_size());
+        if (e.path().extension() == ".htm" || e.path().extension() == ".html")
+            pages.push_back(fs::relative(e.path(), s.root()).string());
+    }
+    ASSERT_GE(pages.size(), 3u);
+    for (long limit : {total - 1, total - 200, total - 2000}) {
+        for (const std::string& p : pages) std::remove(s.path(p).c_str());
+        RunResult r = s.run({"hhprog", "-P", "0"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(limit)});
+        EXPECT_EQ(r.status, 1) << limit << r.out << r.err;
+        // the page that failed is named with its cause; each page there is whole
+        EXPECT_NE(r.err.find("HHPROG: hh/Quoten/"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find(".htm"), std::string::npos) << limit << r.err;
+        EXPECT_NE(r.err.find(": No space left on device"), std::string::npos) << limit << r.err;
+        for (const std::string& p : pages) {
+            if (!s.exists(p)) continue;
+            const std::string text = s.read(p);
+            EXPECT_EQ(text.substr(text.size() - 8), "</html>\n") << limit << " " << p;
+        }
+    }
+    // with room for all of it the run ends well
+    EXPECT_EQ(s.run({"hhprog", "-P", "0"}, {"VELDOR_WRITE_LIMIT=" + std::to_string(total + 4096)}).status, 0);
 }

@@ -160,7 +160,8 @@ TEST(ForecastYear, ModuleCheckStopsTheRunWithTheLiteralCondition)
     std::string prot = protocol(s);
     EXPECT_NE(prot.find("source\\c\\rkini: "), std::string::npos);
     EXPECT_NE(prot.find(": _(A_0) && _(B_0) && _(C_0) && _(D_0) && _(E_0) && _(I_0) && _(K_0) && _(M_0) && _(N_0) && "
-                        "_(P_0) && _(V_0) && C.NTYA == 1</span>"),
+                        "_(P_0) && _(V_0) && C.NTYA == 1; BEVOELKERUNGSBEWEGUNGEN=T0 als Vorgabe ergänzt, der "
+                        "Schlüssel fehlte in var/v.ini</span>"),
               std::string::npos);
     EXPECT_FALSE(s.exists("var/v/gem2024.csv"));
 }

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -96,8 +97,15 @@ TEST(IterativeFitting, AgreesWithTheIndependentScriptOnRandomProblems)
     ini::EPS = 1e-9;
     ini::NITER = 500;
     std::mt19937 rng(20240613);
-    // a name of this process's own: the same test may run in another build at the same time
-    const std::string dir = testing::TempDir() + "veldor-ipf-" + std::to_string(getpid()) + "-";
+    // a directory of this run's own (the same test may run in another build at the same time),
+    // removed with everything in it however the test ends
+    std::string tmpl = testing::TempDir() + "veldor-ipf-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
+    struct Removed {
+        std::string path;
+        ~Removed() { std::filesystem::remove_all(path); }
+    } removed{tmpl};
+    const std::string dir = tmpl + "/";
     for (int problem = 0; problem < 6; ++problem) {
         const size_t n = 2 + static_cast<size_t>(problem), m = 1 + static_cast<size_t>(problem % 3);
         TypeFit f = randomProblem(rng, n, m);

@@ -360,4 +360,37 @@ TEST_F(RefTable, LaterTableMustKeepTheRegionCount)
     EXPECT_TRUE(has(p, "Gebietszahl geändert (1 / 2)")) << p;
 }
 
+TEST_F(RefTable, ANewerTableWithOtherKeysMakesKeptTablesBeReadAgain)
+{
+    // a table by region without a year in its name is kept from 2024 on; from 2026 a newer
+    // reference table renumbers the regions, and the kept cell must follow its key
+    table("1;A;1;1;1;1;1;1;1;1;1;1;1\n2;B;1;1;1;1;1;1;1;1;1;1;1\n");
+    std::ofstream(dir + "w.csv", std::ios::binary) << "2;20\n";
+    FileEntry w;
+    w.name = "w";
+    w.kind = 1;
+    w.regionColumn = 2;
+    auto readWeights = [&] {
+        LA1 a("W", {2}, 0);
+        readTable(w, a, "NGZ\0");
+        return a;
+    };
+    for (int year : {2024, 2025}) {
+        JAHR = year;
+        RK::REF();
+        LA1 a = readWeights();
+        EXPECT_EQ(a[0], 0);
+        EXPECT_EQ(a[1], 20);
+    }
+    EXPECT_TRUE(has(newText(), "[fn_kept]"));
+    // region 1 is gone and 3 came: key 2 stands in the first place now
+    table("2;B;1;1;1;1;1;1;1;1;1;1;1\n3;C;1;1;1;1;1;1;1;1;1;1;1\n", "reft2025.csv");
+    JAHR = 2026;
+    RK::REF();
+    LA1 a = readWeights();
+    EXPECT_EQ(a[0], 20);
+    EXPECT_EQ(a[1], 0);
+    EXPECT_FALSE(has(newText(), "[fn_kept]"));
+}
+
 } // namespace

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <ctime>
+#include <string>
+#include <vector>
 
 #include "kernel/variant_key_check.h"
 #include "tests/sandbox.h"
@@ -117,6 +120,66 @@ TEST(VariantKeyCheck, AnErrorThatFollowsFromAFilledInDefaultNamesTheMissingKey)
     r = s.run({"orvane", "-d", "var/", "-v", "w"});
     EXPECT_EQ(r.out.find("STARTJAHR=2026"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("gem2018.csv (mode r): "), std::string::npos) << r.out;
+}
+
+TEST(VariantKeyCheck, EveryErrorThatFollowsFromAFilledInDefaultNamesItsKey)
+{
+    // each variant lacks a key whose default leads to an error (or, for the years, to an empty
+    // forecast); with the key given the same message comes without naming it
+    time_t now = time(nullptr);
+    tm local;
+    localtime_r(&now, &local);
+    const std::string year = std::to_string(local.tm_year + 1900);
+    struct Case {
+        const char* variant;
+        std::string ini, given;
+        std::vector<std::string> args;
+        int status;
+        std::string said;       // on the console, or in the protocol for a hint
+        std::string named;      // the part that names the key
+    };
+    const std::vector<Case> cases = {
+        // the default of NAG makes age 150 of the start population fall outside the table
+        {"ages", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\n", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2024\n[METHODE]\nNAG=100\n",
+         {}, 1, "2023,1..maxNGZ,1..2,1..2,0..99,float; NAG=100 als Vorgabe ergänzt, der Schlüssel fehlte in var/ages.ini",
+         "NAG=100"},
+        // the default years find no section of the death target
+        {"years", "[METHODE]\nSTERBEECKWERT=S1\n",
+         "[DEFAULTS]\nSTARTJAHR=" + year + "\nENDJAHR=" + year + "\n[METHODE]\nSTERBEECKWERT=S1\n", {}, 1,
+         "eckstrb.csv: kein Abschnitt für das Jahr " + year + "; STARTJAHR=" + year + ", ENDJAHR=" + year +
+             " als Vorgaben ergänzt, die Schlüssel fehlten in var/years.ini",
+         "STARTJAHR="},
+        // new building without the key of the population movements, which then default to T0
+        {"modules", "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\n[METHODE]\nNEUBAU=D1\n",
+         "[DEFAULTS]\nSTARTJAHR=2024\nENDJAHR=2025\n[METHODE]\nNEUBAU=D1\nBEVOELKERUNGSBEWEGUNGEN=T0\n", {"-l", "en"}, 1,
+         "&& _(V_0) && C.NTYA == 1; BEVOELKERUNGSBEWEGUNGEN=T0 filled in as a default, the key was missing in "
+         "var/modules.ini",
+         "BEVOELKERUNGSBEWEGUNGEN=T0"},
+        // an end year before the default start year
+        {"empty", "[DEFAULTS]\nENDJAHR=2020\n", "[DEFAULTS]\nSTARTJAHR=" + year + "\nENDJAHR=2020\n", {}, 0,
+         "leere Prognose: Startjahr " + year + " liegt nach Endjahr 2020; STARTJAHR=" + year +
+             " als Vorgabe ergänzt, der Schlüssel fehlte in var/empty.ini",
+         "STARTJAHR=" + year + " als"},
+    };
+    Sandbox s;
+    s.write("var/ages/gem2023.csv", "2023,1,1,1,150,1\n");
+    s.write("var/eckstrb.csv", "2019..2024,22\n");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.variant);
+        for (bool lacking : {true, false}) {
+            s.write(std::string("var/") + c.variant + ".ini", lacking ? c.ini : c.given);
+            std::vector<std::string> args = {"orvane", "-d", "var/", "-v", c.variant};
+            args.insert(args.end(), c.args.begin(), c.args.end());
+            RunResult r = s.run(args);
+            EXPECT_EQ(r.status, c.status) << r.out;
+            const std::string seen = r.out + s.read(std::string("var/") + c.variant + "/prot/index.html");
+            EXPECT_NE(seen.find(c.said.substr(0, c.said.find(';'))), std::string::npos) << r.out;
+            if (lacking)
+                EXPECT_NE(seen.find(c.said), std::string::npos) << r.out;
+            else
+                EXPECT_EQ(seen.find(c.named), std::string::npos) << r.out;
+        }
+    }
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // dstmak on small record sets whose tables were counted by hand.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include <string>
 #include <vector>
 
@@ -308,8 +310,30 @@ TEST_F(Dstmak, AFullDiskNamesTheTableAndEndsWithStatusOne)
         EXPECT_NE(r.err.find("Fatal output error in csv: work/"), std::string::npos) << limit << r.err;
         EXPECT_NE(r.err.find(": No space left on device"), std::string::npos) << limit << r.err;
         EXPECT_EQ(r.out.find("Ende "), std::string::npos) << limit;
+        EXPECT_FALSE(s.exists("work/prot.tmp")) << limit;    // the protocol's temp file goes
     }
     RunResult r = s.run({"dstmak", "makro"});
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("Ende "), std::string::npos);
+}
+
+TEST_F(Dstmak, AnOutputThatFailsIsSaidInTheProtocolWhichIsPutIntoPlaceWhole)
+{
+    // a directory stands where a table goes: the rename fails, the run ends with status 1, and
+    // the protocol page holds the failure, ends as a page and leaves no working file behind
+    settings("R02DST=3\n");
+    s.write("work/dstbest2023.txt", person(101, 1, 0, "30") + person(102, 2, 0, "41"));
+    namespace fs = std::filesystem;
+    fs::create_directories(s.path("work/bestand_roh.csv/in the way"));
+    RunResult r = s.run({"dstmak", "makro"});
+    EXPECT_EQ(r.status, 1);
+    const std::string failure = "Fatal output error in csv: work/bestand_roh.csv: Is a directory";
+    EXPECT_NE(r.err.find(failure), std::string::npos) << r.err;
+    const std::string page = s.read("work/prot.htm");
+    EXPECT_NE(page.find("<span class=\"w\">" + failure + "</span>\n</pre>\n</body>\n</html>\n"), std::string::npos)
+        << page;
+    EXPECT_NE(page.find("dstbest2023.txt"), std::string::npos);     // the lines before the failure
+    for (const auto& e : fs::directory_iterator(s.path("work")))
+        EXPECT_NE(e.path().filename().string().substr(0, 2), ".~") << e.path();
+    EXPECT_FALSE(s.exists("work/prot.tmp"));
 }

@@ -23,6 +23,7 @@
 #include "tables/table_text.h"
 #include "tables/expression.h"
 #include "tables/functions.h"
+#include "tables/kept_tables.h"
 #include "kernel/region_table_reading.h"
 
 namespace fs = std::filesystem;
@@ -558,6 +559,119 @@ TEST_F(ReadTab, AdditiveDenseTable)
     EXPECT_TRUE(has(p, "a.csv: 1 [fn_doubleValue] [fn_summed]")) << p;
     EXPECT_TRUE(has(p, "<code>1;2</code><br>(A:1) [fn_doubleIndex]: 2 [fn_summed]")) << p;
     EXPECT_FALSE(has(p, "[fn_zeros]"));
+}
+
+// A table whose name carries no year is read once in a run: every later year gets the same
+// cells from memory, as a reading of the file would give them (checked against one after the
+// kept tables are forgotten); a year section not read before, a cell that may change with the
+// year or a changed file makes the file be read again, and a warning about the content is given
+// at its first reading only.
+TEST_F(ReadTab, TableWithoutYearInItsNameIsReadOncePerRun)
+{
+    struct Case {
+        const char* name;
+        const char* text;
+        int mode;
+        int valueCheck;
+        std::vector<bool> kept;     // the years 2020 to 2023 from memory
+    };
+    const std::vector<Case> cases = {
+        // a cell given twice (the last counts) and a cell no line names
+        {"plain", "1;4\n3;2.5\n1;7\n", 0, VC_PLAIN, {false, true, true, true}},
+        // sections: 2022 is read for itself; 2023 has only "*", read in 2020
+        {"sections", "2020..2021;1;1\n2022;1;5\n2020..2021;3;0.5\n*;2;3\n*;1;9\n", 3, VC_PLAIN,
+         {false, true, false, true}},
+        // a table of sums adds to what its array holds, every year alike
+        {"sums", "1;2\n1;3\n*;0.25\n", 0, VC_ADDITIVE, {false, true, true, true}},
+        // an expression, a guard and a command may give another value each year
+        {"expression", "1;2*ix(1)\n2;1\n", 0, VC_PLAIN, {false, false, false, false}},
+        {"guard", "?$JAHR 2021..2022;1;6\n2;1\n", 0, VC_PLAIN, {false, false, false, false}},
+        {"command", "#! let($a 1)\n2;1\n", 0, VC_PLAIN, {false, false, false, false}},
+    };
+    Prot::setThrow(false);
+    LA1 additive("A", {3}, 0), additiveFresh("A", {3}, 0);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        write(std::string(c.name) + ".csv", c.text);
+        FileEntry f = entry(c.name, 0, c.mode);
+        for (int year = 2020; year <= 2023; ++year) {
+            JAHR = year;
+            LA1 a("A", {3}, 0), fresh("A", {3}, 0);
+            LA1& got = c.valueCheck == VC_ADDITIVE ? additive : a;
+            LA1& want = c.valueCheck == VC_ADDITIVE ? additiveFresh : fresh;
+            ReadResult r = readTable(f, got, "A\0", c.valueCheck);
+            std::string p = newText();
+            EXPECT_EQ(has(p, "[fn_kept]"), c.kept[static_cast<size_t>(year - 2020)]) << year << p;
+            // the same year read without what was kept
+            keptTables::forget();
+            ReadResult w = readTable(f, want, "A\0", c.valueCheck);
+            newText();
+            EXPECT_EQ(got[0], want[0]) << year;
+            EXPECT_EQ(got[1], want[1]) << year;
+            EXPECT_EQ(got[2], want[2]) << year;
+            EXPECT_EQ(r.nonZero, w.nonZero);
+            EXPECT_EQ(r.sum, w.sum);
+            // again with memory, for the next year
+            LA1 again("A", {3}, 0);
+            if (c.valueCheck != VC_ADDITIVE) readTable(f, again, "A\0", c.valueCheck);
+            newText();
+        }
+    }
+    EXPECT_EQ(additive[0], 4 * 5.25);
+    EXPECT_EQ(additive[2], 4 * 0.25);
+
+    // the sparse forms: cells collected and added after the reading, and the compact table
+    write("p.csv", "1001;1;1;0;5\n1002;1;*;0..1;1\n1002;1;1;0;2\n");
+    write("fb.csv", "1;2;1;1;0;1\n1;1;1;1;0;2\n1;2;1;1;0;3\n2;2;1;1;0;0\n");
+    FileEntry region = entry("p", 1, 0, 2), b = entry("fb", 1);
+    const long long fbSizes[5] = {2, 2, 1, 1, 1};
+    for (int year = 2020; year <= 2022; ++year) {
+        JAHR = year;
+        for (bool fresh : {false, true}) {
+            if (fresh) keptTables::forget();
+            GemTable sparse("S"), compact("C");
+            sparse.make("S", 3, 1, 2, 2, true);
+            compact.make("C", 3, 1, 2, 2, true);
+            FBList list;
+            readTableAdd(region, sparse, "NGZ\0NBG\0NGG\0NAG\0");
+            readTable(region, compact, "NGZ\0NBG\0NGG\0NAG\0");
+            readTableAdd(b, list, fbSizes, "TYB\0TYB\0NBG\0NGG\0NAG\0");
+            EXPECT_EQ(has(newText(), "[fn_kept]"), year > 2020 && !fresh) << year;
+            EXPECT_EQ(sparse.get(1, 0, 0, 0), 3) << year;
+            EXPECT_EQ(sparse.get(1, 0, 1, 1), 1) << year;
+            EXPECT_EQ(sparse.stored(), 5u) << year;
+            EXPECT_EQ(compact.get(1, 0, 0, 0), 2) << year;
+            EXPECT_EQ(compact.stored(), 5u) << year;
+            ASSERT_EQ(list.size(), 2u) << year;
+            EXPECT_EQ(list.get(0, 1, 0, 0, 0), 4) << year;
+        }
+    }
+
+    // the warnings about a table's content come with its first reading, not every year
+    keptTables::forget();
+    FileEntry plain = entry("plain");
+    std::string p;
+    for (int year = 2020; year <= 2023; ++year) {
+        JAHR = year;
+        LA1 a("A", {3}, 0);
+        readTable(plain, a, "A\0");
+        EXPECT_EQ(a[0], 7);
+        EXPECT_EQ(a[2], 2.5);
+        p += newText();
+    }
+    size_t doubles = 0;
+    for (size_t at = p.find("plain.csv: 1 [fn_doubleValue]"); at != std::string::npos;
+         at = p.find("plain.csv: 1 [fn_doubleValue]", at + 1))
+        ++doubles;
+    EXPECT_EQ(doubles, 1u) << p;
+
+    // a file changed during the run is read again
+    JAHR = 2024;
+    write("plain.csv", "1;8\n2;1\n3;1\n");
+    LA1 changed("A", {3}, 0);
+    readTable(plain, changed, "A\0");
+    EXPECT_FALSE(has(newText(), "[fn_kept]"));
+    EXPECT_EQ(changed[0], 8);
 }
 
 TEST_F(ReadTab, LinesReadOtherwiseThanWrittenAreWarned)
