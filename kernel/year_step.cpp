@@ -83,6 +83,27 @@ long long keyOf(const Orvane& c, int gz)
 // written there (the region row holds it counted from the lowest value in use).
 int ageStep(const Orvane& c, int z) { return c.region(z).tyagf + RK::refLowest(COLUMN_TYAGF); }
 
+// One cohort's row moved on by step age groups in place, the last age group collecting: the same
+// sums, in the same order, as adding each age that is not 0 into a cleared row (so a -0 becomes 0).
+void ageRowInPlace(double* row, int last, int step)
+{
+    // the row is copied aside first (it stays in the cache): shifting it within itself is slower
+    thread_local std::vector<double> from;
+    from.assign(row, row + last + 1);
+    if (step == 1 && last >= 1) {
+        double top = 0.0;
+        if (from[Z(last - 1)] != 0) top += from[Z(last - 1)];
+        if (from[Z(last)] != 0) top += from[Z(last)];
+        row[0] = 0.0;
+        for (int a = 1; a < last; ++a) row[a] = from[Z(a - 1)] + 0.0;
+        row[last] = top;
+        return;
+    }
+    std::fill(row, row + last + 1, 0.0);
+    for (int a = 0; a <= last; ++a)
+        if (from[Z(a)] != 0) row[std::min(last, a + step)] += from[Z(a)];
+}
+
 // Without special groups: each cohort moves on by the region's TYAGF, the last age group collects.
 void ageWithoutSpecialGroups(Orvane& c)
 {
@@ -91,6 +112,15 @@ void ageWithoutSpecialGroups(Orvane& c)
         c.BGEM.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
             int step = ageStep(c, static_cast<int>(z));
             c.BG40.add(z, b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
+        });
+        return;
+    }
+    if (!c.BGEM.exists()) {
+        // the start population was taken over by the year's table: each cohort ages in its row
+        regionLoop(c, false, [&](int z) {
+            const int step = ageStep(c, z);
+            for (int b = 0; b < c.NBG; ++b)
+                for (int g = 0; g < c.NGG; ++g) ageRowInPlace(c.BG40.row(Z(z), Z(b), Z(g)), last, step);
         });
         return;
     }
@@ -482,12 +512,19 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         std::swap(c.BGEM, c.BG40);
         c.BGEM.name = "C.BGEM";
     }
-    // ageing cohort by cohort writes every element of the year's table itself
-    if (c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse)
-        c.makeGemForOverwrite(c.BG40, "C.BG40");
-    else
+    // nothing reads the start population after ageing: without special groups a dense table of
+    // the year's shape becomes the year's table and ages in place
+    const bool inPlace = c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse &&
+                         c.BGEM.extents() == std::array<size_t, 4>{Z(c.NGZ), Z(c.NBG), Z(c.NGG), Z(c.NAG)};
+    if (inPlace) {
+        c.BG40 = std::move(c.BGEM);
+        c.BGEM.release();
+        c.BG40.name = "C.BG40";
+        c.BG40.dense.name = "C.BG40";
+    } else {
         c.makeGem(c.BG40, "C.BG40");
-    if (c.BGEM.exists()) {
+    }
+    if (c.BGEM.exists() || inPlace) {
         if (_(R_0))
             ageWithoutSpecialGroups(c);
         else
