@@ -441,20 +441,34 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 5. the deaths of each region by the rates of its type
     VCHECK(isoneof(C.NGG, { 1, 2 }), SOURCE);
+    const bool plain = !montecarlo && !C.BG40.sparse && !DG4S.sparse;
+    // the deaths enter the population at once only on the plain path, which adds them row by row
+    y.deathsInPopulation = y.deathsInPopulation && plain;
+    const bool enter = y.deathsInPopulation;
     auto body = [&](int z) {
         const size_t t = Z(C.region(z).tys);
-        if (!montecarlo && !C.BG40.sparse && !DG4S.sparse) {
+        if (plain) {
             // cohort by cohort, the deaths of each age by its rate; every element of the region
             // is written, as the table may hold the values of an earlier one
             for (size_t b = 0; b < nbg; ++b)
                 for (size_t g = 0; g < ngg; ++g) {
                     double* d = DG4S.row(Z(z), b, g);
+                    double* w = C.BG40.row(Z(z), b, g);
                     if (t >= ntys) {
                         std::fill(d, d + nag, 0.0);
+                        if (enter)
+                            for (size_t a = 0; a < nag; ++a) w[a] += 0.0;
                         continue;
                     }
-                    const double* w = std::as_const(C.BG40).row(Z(z), b, g);
                     const std::vector<double>& r = C.PR3S[t][b][g];
+                    if (enter) {
+                        for (size_t a = 0; a < nag; ++a) {
+                            double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
+                            d[a] = x != 0 ? x : 0.0;
+                            w[a] += d[a];
+                        }
+                        continue;
+                    }
                     for (size_t a = 0; a < nag; ++a) {
                         double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
                         d[a] = x != 0 ? x : 0.0;

@@ -392,15 +392,45 @@ void spreadInMigration(Orvane& c, YearStep& y)
 
 // ---------------------------------------------------------------- cohort equation and after
 
-void cohortEquation(Orvane& c, YearStep& y)
+struct Negative {
+    int z, b, g, a;
+    double x, limit;
+};
+using NegativesByRegion = std::vector<std::vector<Negative>>;
+
+// the elements of region z below their limit (0, or minus the special group)
+void scanNegatives(const Orvane& c, int z, NegativesByRegion& found)
+{
+    const bool special = !_(R_0) && c.BG40DSG.exists();
+    if (!special && !c.BG40.sparse) {
+        // the limit is 0: only elements below 0, row by row
+        for (int b = 0; b < c.NBG; ++b)
+            for (int g = 0; g < c.NGG; ++g) {
+                const double* r = c.BG40.row(Z(z), Z(b), Z(g));
+                for (int a = 0; a < c.NAG; ++a)
+                    if (r[a] < 0) found[Z(z)].push_back({z, b, g, a, r[a], 0.0});
+            }
+        return;
+    }
+    c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
+        double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
+        if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
+    });
+}
+
+// the movements of the year added to the population; the elements below their limit are looked
+// for in the same pass over a region (found)
+void cohortEquation(Orvane& c, YearStep& y, NegativesByRegion& found)
 {
     auto m = y.movements();
     std::vector<GemTable*> present;
     for (GemTable* t : m)
-        if (t->exists()) present.push_back(t);
+        if (t->exists() && !(t == &y.DG4S && y.deathsInPopulation)) present.push_back(t);
+    found.assign(Z(c.NGZ), {});
     if (c.sparseGem) {
         for (GemTable* t : present)
             t->forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { c.BG40.add(z, b, g, a, v); });
+        os::parallelFor(0, c.NGZ, [&](int z) { scanNegatives(c, z, found); });
     } else {
         regionLoop(c, false, [&](int z) {
             auto& r = c.BG40.dense[Z(z)];
@@ -414,40 +444,17 @@ void cohortEquation(Orvane& c, YearStep& y)
                     for (size_t g = 0; g < r[b].size(); ++g)
                         for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] += s[b][g][a];
             }
+            scanNegatives(c, z, found);
         });
     }
     c.BG40.name = "BG41";
     if (c.BG40DSG.exists()) c.BG40.print(3, "BG41");
 }
 
-struct Negative {
-    int z, b, g, a;
-    double x, limit;
-};
-
-// elements below their limit (0, or minus the special group) are corrected, or reported only
-void negativeResults(MonteCarlo& mc, Orvane& c)
+// elements below their limit are corrected, or reported only
+void negativeResults(MonteCarlo& mc, Orvane& c, const NegativesByRegion& found)
 {
     const bool keep = MONTE_CARLO != 0 || opt::get("$KEEP_NEG_GEM", 0) != 0;
-    const bool special = !_(R_0) && c.BG40DSG.exists();
-    std::vector<std::vector<Negative>> found(Z(c.NGZ));
-    auto scan = [&](int z) {
-        if (!special && !c.BG40.sparse) {
-            // the limit is 0: only elements below 0, row by row
-            for (int b = 0; b < c.NBG; ++b)
-                for (int g = 0; g < c.NGG; ++g) {
-                    const double* r = std::as_const(c.BG40).row(Z(z), Z(b), Z(g));
-                    for (int a = 0; a < c.NAG; ++a)
-                        if (r[a] < 0) found[Z(z)].push_back({z, b, g, a, r[a], 0.0});
-                }
-            return;
-        }
-        c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
-            double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
-            if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
-        });
-    };
-    os::parallelFor(0, c.NGZ, scan);
     Statistic stat;
     for (const auto& list : found)
         for (const Negative& n : list) {
@@ -544,6 +551,8 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         c.makeGem(y.DG4WBGv, "DG4WBGv");
         c.makeGem(y.DG4WBGn, "DG4WBGn");
     }
+    y.deathsInPopulation = _(T_0) && _(W_0) && _(S_0) && !MONTE_CARLO && !c.sparseGem &&
+                           opt::get("$MIDYEAR_BIRTHS", 0) == 0 && opt::get("$MIDYEAR_EXPOSURE", 0) == 0;
     births(mc, c, y);
     deaths(mc, c, y);
     groupChange(mc, c, y);
@@ -679,11 +688,12 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
     // 16. the conventions of the mean of the year, then the cohort equation
     midyearConventions(c, y);
-    cohortEquation(c, y);
+    NegativesByRegion negatives;
+    cohortEquation(c, y, negatives);
     targetReport(c);
 
     // 17. negative results
-    negativeResults(mc, c);
+    negativeResults(mc, c, negatives);
     addSpecialGroups(c);
 
     // 18. the year's output
