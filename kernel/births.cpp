@@ -319,14 +319,25 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
     // the sums by type of the region's type and the mothers' group, held apart while the ages of
     // one region are added up
     std::vector<double> typeSums(nbg * ngg);
+    // likewise the rows the new-born of each region enter at age group 0, by child's group and sex
+    std::vector<double*> newbornRow;
+    if (enterAtOnce && !mothersRow.empty()) {
+        newbornRow.resize(ngz * nbg * ngg);
+        for (size_t z = 0; z < ngz; ++z)
+            for (size_t ch = 0; ch < nbg; ++ch)
+                for (size_t g = 0; g < ngg; ++g) newbornRow[(z * nbg + ch) * ngg + g] = C.BG40.row(z, ch, g);
+    }
     constexpr size_t AHEAD = 2;
     for (size_t z = 0; z < ngz; ++z) {
-        if (!mothersRow.empty() && z + AHEAD < ngz)
+        if (!mothersRow.empty() && z + AHEAD < ngz) {
             for (size_t b = 0; b < nbg; ++b) {
                 const double* ahead = mothersRow[(z + AHEAD) * nbg + b];
                 for (int a = lowest; a <= highest; a += 8) __builtin_prefetch(ahead + a);
                 __builtin_prefetch(ahead + highest);
             }
+            for (size_t k = 0; k < nbg * ngg && !newbornRow.empty(); ++k)
+                __builtin_prefetch(newbornRow[(z + AHEAD) * nbg * ngg + k]);
+        }
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
         std::fill(regionBorn.begin(), regionBorn.end(), 0.0);
@@ -404,7 +415,10 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
                 if (v == 0) continue;
                 DG3G.addInOrder(z, ch, g, 0, v);
                 if (!enterAtOnce) continue;
-                C.BG40.add(z, ch, g, 0, v);
+                if (newbornRow.empty())
+                    C.BG40.add(z, ch, g, 0, v);
+                else
+                    newbornRow[(z * nbg + ch) * ngg + g][0] += v;
                 bornOfGroup[ch] += v;
             }
     }
