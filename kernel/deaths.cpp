@@ -320,6 +320,15 @@ void doublingTime(const Orvane& C, double mrdt)
 
 // ---------------------------------------------------------------- the deaths of the regions
 
+// The deaths of an age, negative: 0 where there are no persons or no rate (even an infinite
+// rate), never -0. Written without branches, so that a row is worked out several ages at a time.
+inline double deathsOf(double persons, double rate)
+{
+    const double x = (persons != 0) & (rate != 0) ? -(persons * rate) : 0.0;
+    // -0 + 0 is 0; every other value stays itself
+    return x + 0.0;
+}
+
 // whole persons: each element rounded with the carry of the table
 void roundWithCarry(GemTable& t)
 {
@@ -463,16 +472,12 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
                     const std::vector<double>& r = C.PR3S[t][b][g];
                     if (enter) {
                         for (size_t a = 0; a < nag; ++a) {
-                            double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
-                            d[a] = x != 0 ? x : 0.0;
+                            d[a] = deathsOf(w[a], r[a]);
                             w[a] += d[a];
                         }
                         continue;
                     }
-                    for (size_t a = 0; a < nag; ++a) {
-                        double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
-                        d[a] = x != 0 ? x : 0.0;
-                    }
+                    for (size_t a = 0; a < nag; ++a) d[a] = deathsOf(w[a], r[a]);
                 }
             return;
         }

@@ -432,17 +432,21 @@ void cohortEquation(Orvane& c, YearStep& y, NegativesByRegion& found)
             t->forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { c.BG40.add(z, b, g, a, v); });
         os::parallelFor(0, c.NGZ, [&](int z) { scanNegatives(c, z, found); });
     } else {
+        const size_t nbg = Z(c.NBG), ngg = Z(c.NGG), nag = Z(c.NAG);
         regionLoop(c, false, [&](int z) {
-            auto& r = c.BG40.dense[Z(z)];
             for (GemTable* t : present) {
                 if (t->sparse) {
-                    t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { r[b][g][a] += v; });
+                    t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
+                        c.BG40.row(Z(z), b, g)[a] += v;
+                    });
                     continue;
                 }
-                const auto& s = t->dense[Z(z)];
-                for (size_t b = 0; b < r.size(); ++b)
-                    for (size_t g = 0; g < r[b].size(); ++g)
-                        for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] += s[b][g][a];
+                for (size_t b = 0; b < nbg; ++b)
+                    for (size_t g = 0; g < ngg; ++g) {
+                        double* r = c.BG40.row(Z(z), b, g);
+                        const double* s = std::as_const(*t).row(Z(z), b, g);
+                        for (size_t a = 0; a < nag; ++a) r[a] += s[a];
+                    }
             }
             scanNegatives(c, z, found);
         });
