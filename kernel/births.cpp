@@ -196,6 +196,38 @@ void normaliseQuotas(Orvane& C, LA3& QR2G)
     }
 }
 
+// The births without draws of the mothers of one group in one region, two sexes: for each age
+// the boys (share GP) and the girls, spread over the child's groups by their quotas, added to the
+// region's births and to the sums of the type by child's group and sex (index ch * 2 + sex).
+// ownGroup < nbg: every child stays in that group (quota 1, the others 0), so a quota's product is
+// the births themselves or 0, unless the births are not finite.
+void plainBirths(const double* women, const double* rates, const double* quotas, size_t nbg, size_t lowest,
+                 size_t highest, double GP, size_t ownGroup, double* regionBorn, double* typeSums)
+{
+    for (size_t a = lowest; a <= highest; ++a) {
+        const double w = women[a];
+        if (w == 0) continue;
+        const double f = rates[a];
+        if (f == 0) continue;
+        const double born[2] = {f * w * GP, f * w * (1 - GP)};
+        const bool finite = std::isfinite(born[0]) && std::isfinite(born[1]);
+        for (size_t g = 0; g < 2; ++g) {
+            if (born[g] == 0) continue;
+            if (ownGroup < nbg && finite) {
+                regionBorn[ownGroup * 2 + g] += born[g];
+                typeSums[ownGroup * 2 + g] += born[g];
+                continue;
+            }
+            for (size_t ch = 0; ch < nbg; ++ch) {
+                const double x = born[g] * quotas[ch];
+                if (x == 0) continue;
+                regionBorn[ch * 2 + g] += x;
+                typeSums[ch * 2 + g] += x;
+            }
+        }
+    }
+}
+
 } // namespace
 
 void births(MonteCarlo& mc, Orvane& c, YearStep& y)
@@ -271,14 +303,41 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
         for (size_t z = 0; z < ngz; ++z)
             for (size_t b = 0; b < nbg; ++b) mothersRow[z * nbg + b] = std::as_const(C.BG40).row(z, b, mothers);
     }
+    // without a birth target nothing changes the births after they are worked out: each region's
+    // new-born enter the population (and the account by group) as soon as its mothers are done,
+    // while the region's rows are still at hand
+    const bool enterAtOnce = G_() == 0;
+    // the mothers' groups whose children all stay in the mothers' group, by birth type
+    std::vector<char> ownGroup(ntyg * nbg, 0);
+    for (size_t t = 0; t < ntyg; ++t)
+        for (size_t b = 0; b < nbg; ++b) {
+            bool own = true;
+            for (size_t ch = 0; ch < nbg; ++ch) own = own && QR2G[t][b][ch] == (ch == b ? 1.0 : 0.0);
+            ownGroup[t * nbg + b] = own;
+        }
+    std::vector<double> bornOfGroup(nbg, 0.0);
+    // the sums by type of the region's type and the mothers' group, held apart while the ages of
+    // one region are added up
+    std::vector<double> typeSums(nbg * ngg);
+    // likewise the rows the new-born of each region enter at age group 0, by child's group and sex
+    std::vector<double*> newbornRow;
+    if (enterAtOnce && !mothersRow.empty()) {
+        newbornRow.resize(ngz * nbg * ngg);
+        for (size_t z = 0; z < ngz; ++z)
+            for (size_t ch = 0; ch < nbg; ++ch)
+                for (size_t g = 0; g < ngg; ++g) newbornRow[(z * nbg + ch) * ngg + g] = C.BG40.row(z, ch, g);
+    }
     constexpr size_t AHEAD = 2;
     for (size_t z = 0; z < ngz; ++z) {
-        if (!mothersRow.empty() && z + AHEAD < ngz)
+        if (!mothersRow.empty() && z + AHEAD < ngz) {
             for (size_t b = 0; b < nbg; ++b) {
                 const double* ahead = mothersRow[(z + AHEAD) * nbg + b];
                 for (int a = lowest; a <= highest; a += 8) __builtin_prefetch(ahead + a);
                 __builtin_prefetch(ahead + highest);
             }
+            for (size_t k = 0; k < nbg * ngg && !newbornRow.empty(); ++k)
+                __builtin_prefetch(newbornRow[(z + AHEAD) * nbg * ngg + k]);
+        }
         const size_t tyg = Z(C.region(static_cast<int>(z)).tyg);
         VCHECK(tyg < ntyg, SOURCE);
         std::fill(regionBorn.begin(), regionBorn.end(), 0.0);
@@ -288,7 +347,16 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
             const double* women = mothersRow.empty() ? nullptr : mothersRow[z * nbg + b];
             const std::vector<double>& childGroup = QR2G[tyg][b];
             auto& ofType = DG4BGWG_[tyg][b];
+            for (size_t ch = 0; ch < nbg; ++ch)
+                for (size_t g = 0; g < ngg; ++g) typeSums[ch * ngg + g] = ofType[ch][g];
             auto* ofRegion = bgwgOfRegion.exists() ? &bgwgOfRegion[z][b] : nullptr;
+            if (!montecarlo && ngg == 2 && !gam && !ofRegion && women) {
+                plainBirths(women, rates.data(), childGroup.data(), nbg, Z(lowest), Z(highest), GP,
+                            ownGroup[tyg * nbg + b] ? b : nbg, regionBorn.data(), typeSums.data());
+                for (size_t ch = 0; ch < nbg; ++ch)
+                    for (size_t g = 0; g < ngg; ++g) ofType[ch][g] = typeSums[ch * ngg + g];
+                continue;
+            }
             for (size_t a = Z(lowest); a <= Z(highest); ++a) {
                 double w = women ? women[a] : C.BG40.get(z, b, mothers, a);
                 if (w == 0) continue;
@@ -332,16 +400,27 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
                         double x = montecarlo ? mc.draw(born[g], q) : born[g] * q;
                         if (x == 0) continue;
                         regionBorn[ch * ngg + g] += x;
-                        ofType[ch][g] += x;
+                        typeSums[ch * ngg + g] += x;
                         if (ofRegion) (*ofRegion)[ch][g] += x;
                     }
                     if (gam) DG4GAM_.set(z, b, g, a, born[g]);
                 }
             }
+            for (size_t ch = 0; ch < nbg; ++ch)
+                for (size_t g = 0; g < ngg; ++g) ofType[ch][g] = typeSums[ch * ngg + g];
         }
         for (size_t ch = 0; ch < nbg; ++ch)
-            for (size_t g = 0; g < ngg; ++g)
-                if (regionBorn[ch * ngg + g] != 0) DG3G.addInOrder(z, ch, g, 0, regionBorn[ch * ngg + g]);
+            for (size_t g = 0; g < ngg; ++g) {
+                const double v = regionBorn[ch * ngg + g];
+                if (v == 0) continue;
+                DG3G.addInOrder(z, ch, g, 0, v);
+                if (!enterAtOnce) continue;
+                if (newbornRow.empty())
+                    C.BG40.add(z, ch, g, 0, v);
+                else
+                    newbornRow[(z * nbg + ch) * ngg + g][0] += v;
+                bornOfGroup[ch] += v;
+            }
     }
 
     // 8. the birth targets
@@ -425,11 +504,15 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 10. the youngest cohort of the year, counted into the run's account by group
     std::vector<double>& born = C.accountByYear[periodLabel(JAHR)].births;
-    born.assign(nbg, 0.0);
-    DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
-        C.BG40.add(z, b, g, a, v);
-        born[b] += v;
-    });
+    if (enterAtOnce) {
+        born = bornOfGroup;
+    } else {
+        born.assign(nbg, 0.0);
+        DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
+            C.BG40.add(z, b, g, a, v);
+            born[b] += v;
+        });
+    }
     if (laActive(3)) {
         std::vector<LAListRow> rows;
         DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {

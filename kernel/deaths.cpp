@@ -320,6 +320,15 @@ void doublingTime(const Orvane& C, double mrdt)
 
 // ---------------------------------------------------------------- the deaths of the regions
 
+// The deaths of an age, negative: 0 where there are no persons or no rate (even an infinite
+// rate), never -0. Written without branches, so that a row is worked out several ages at a time.
+inline double deathsOf(double persons, double rate)
+{
+    const double x = (persons != 0) & (rate != 0) ? -(persons * rate) : 0.0;
+    // -0 + 0 is 0; every other value stays itself
+    return x + 0.0;
+}
+
 // whole persons: each element rounded with the carry of the table
 void roundWithCarry(GemTable& t)
 {
@@ -441,24 +450,34 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 5. the deaths of each region by the rates of its type
     VCHECK(isoneof(C.NGG, { 1, 2 }), SOURCE);
+    const bool plain = !montecarlo && !C.BG40.sparse && !DG4S.sparse;
+    // the deaths enter the population at once only on the plain path, which adds them row by row
+    y.deathsInPopulation = y.deathsInPopulation && plain;
+    const bool enter = y.deathsInPopulation;
     auto body = [&](int z) {
         const size_t t = Z(C.region(z).tys);
-        if (!montecarlo && !C.BG40.sparse && !DG4S.sparse) {
+        if (plain) {
             // cohort by cohort, the deaths of each age by its rate; every element of the region
             // is written, as the table may hold the values of an earlier one
             for (size_t b = 0; b < nbg; ++b)
                 for (size_t g = 0; g < ngg; ++g) {
                     double* d = DG4S.row(Z(z), b, g);
+                    double* w = C.BG40.row(Z(z), b, g);
                     if (t >= ntys) {
                         std::fill(d, d + nag, 0.0);
+                        if (enter)
+                            for (size_t a = 0; a < nag; ++a) w[a] += 0.0;
                         continue;
                     }
-                    const double* w = std::as_const(C.BG40).row(Z(z), b, g);
                     const std::vector<double>& r = C.PR3S[t][b][g];
-                    for (size_t a = 0; a < nag; ++a) {
-                        double x = w[a] != 0 && r[a] != 0 ? -(w[a] * r[a]) : 0.0;
-                        d[a] = x != 0 ? x : 0.0;
+                    if (enter) {
+                        for (size_t a = 0; a < nag; ++a) {
+                            d[a] = deathsOf(w[a], r[a]);
+                            w[a] += d[a];
+                        }
+                        continue;
                     }
+                    for (size_t a = 0; a < nag; ++a) d[a] = deathsOf(w[a], r[a]);
                 }
             return;
         }

@@ -135,7 +135,11 @@ template <class Target> ReadResult readGemTable(FileEntry& file, GemTable& table
 
 ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck)
 {
-    if (!target.sparse) return readTable(file, target.dense, names, valueCheck);
+    if (!target.sparse) {
+        ReadResult r = readTable(file, target.dense, names, valueCheck);
+        target.rowsChanged();
+        return r;
+    }
     return readGemTable<CompactTarget>(file, target, 0, names, valueCheck);
 }
 

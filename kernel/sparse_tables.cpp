@@ -39,6 +39,15 @@ void reuse(LA4& storage, const LA4::Extents& shape)
 
 } // namespace
 
+void GemTable::indexRows() {
+    rows.clear();
+    if (sparse || !dense.exists()) return;
+    rows.reserve(ext[0] * ext[1] * ext[2]);
+    for (auto& r : dense)
+        for (auto& b : r)
+            for (auto& g : b) rows.push_back(g.data());
+}
+
 void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill) {
     name = std::move(n);
     std::map<uint64_t, double>().swap(cells);
@@ -54,6 +63,7 @@ void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t na
         reuse(dense, {ngz, nbg, ngg, nag});
         dense.make(name, {ngz, nbg, ngg, nag}, fill);
     }
+    indexRows();
     made = true;
 }
 
@@ -69,12 +79,14 @@ void GemTable::makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ng
     if (!dense.exists()) dense.make({ngz, nbg, ngg, nag}, 0.0);
     name = std::move(n);
     dense.name = name;
+    indexRows();
     made = true;
 }
 
 void GemTable::release() {
     keep(dense);
     std::map<uint64_t, double>().swap(cells);
+    std::vector<double*>().swap(rows);
     made = false;
 }
 
@@ -91,6 +103,7 @@ GemTable& GemTable::operator=(const GemTable& from) {
         reuse(dense, from.ext);
         dense = from.dense;
     }
+    indexRows();
     return *this;
 }
 

@@ -37,7 +37,11 @@ public:
 
     GemTable() = default;
     explicit GemTable(std::string n) : name(std::move(n)) {}
-    GemTable(const GemTable&) = default;
+    GemTable(const GemTable& from)
+        : name(from.name), sparse(from.sparse), dense(from.dense), cells(from.cells), made(from.made), ext(from.ext)
+    {
+        indexRows();
+    }
     GemTable(GemTable&&) = default;
     GemTable& operator=(GemTable&&) = default;
     // a copy into the storage this table or a table given up lately already holds
@@ -49,17 +53,19 @@ public:
     // storage of a table given up lately keeps its old values instead of being filled first
     void makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse);
     void release();
+    // after the rows of dense were made again from outside (a reader that builds its target)
+    void rowsChanged() { indexRows(); }
     bool exists() const { return made; }
     const std::array<size_t, 4>& extents() const { return ext; }
 
     double get(size_t gz, size_t bg, size_t gg, size_t ag) const {
-        if (!sparse) return dense[gz][bg][gg][ag];
+        if (!sparse) return rowAt(gz, bg, gg)[ag];
         auto it = cells.find(GemKey::make(gz, bg, gg, ag));
         return it == cells.end() ? 0.0 : it->second;
     }
     void set(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
         if (!sparse) {
-            dense[gz][bg][gg][ag] = v;
+            rowAt(gz, bg, gg)[ag] = v;
             return;
         }
         uint64_t k = GemKey::make(gz, bg, gg, ag);
@@ -70,7 +76,7 @@ public:
     }
     void add(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
         if (!sparse) {
-            dense[gz][bg][gg][ag] += v;
+            rowAt(gz, bg, gg)[ag] += v;
             return;
         }
         if (v == 0) return;
@@ -98,8 +104,8 @@ public:
             add(gz, bg, gg, ag, v);
     }
     // the ages of one cohort of a dense table, nullptr for a sparse one
-    double* row(size_t gz, size_t bg, size_t gg) { return sparse ? nullptr : dense[gz][bg][gg].data(); }
-    const double* row(size_t gz, size_t bg, size_t gg) const { return sparse ? nullptr : dense[gz][bg][gg].data(); }
+    double* row(size_t gz, size_t bg, size_t gg) { return sparse ? nullptr : rowAt(gz, bg, gg); }
+    const double* row(size_t gz, size_t bg, size_t gg) const { return sparse ? nullptr : rowAt(gz, bg, gg); }
 
     // every element that is not 0, in index order (dense) or key order (sparse), which is
     // the same order: f(gz, bg, gg, ag, value)
@@ -137,12 +143,16 @@ public:
 private:
     bool made = false;
     std::array<size_t, 4> ext{};
+    // where each row of ages of a dense table starts, region by group by sex: a row is found by one
+    // look-up in this contiguous index instead of through the vectors of each region and group
+    std::vector<double*> rows;
+    void indexRows();
+    double* rowAt(size_t gz, size_t bg, size_t gg) const { return rows[(gz * ext[1] + bg) * ext[2] + gg]; }
     template <class F> void forRegionDense(size_t z, F& f) const {
-        const auto& r = dense[z];
-        for (size_t b = 0; b < r.size(); ++b)
-            for (size_t g = 0; g < r[b].size(); ++g) {
-                const auto& v = r[b][g];
-                for (size_t a = 0; a < v.size(); ++a)
+        for (size_t b = 0; b < ext[1]; ++b)
+            for (size_t g = 0; g < ext[2]; ++g) {
+                const double* v = rowAt(z, b, g);
+                for (size_t a = 0; a < ext[3]; ++a)
                     if (v[a] != 0) f(z, b, g, a, v[a]);
             }
     }

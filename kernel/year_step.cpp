@@ -83,6 +83,27 @@ long long keyOf(const Orvane& c, int gz)
 // written there (the region row holds it counted from the lowest value in use).
 int ageStep(const Orvane& c, int z) { return c.region(z).tyagf + RK::refLowest(COLUMN_TYAGF); }
 
+// One cohort's row moved on by step age groups in place, the last age group collecting: the same
+// sums, in the same order, as adding each age that is not 0 into a cleared row (so a -0 becomes 0).
+void ageRowInPlace(double* row, int last, int step)
+{
+    // the row is copied aside first (it stays in the cache): shifting it within itself is slower
+    thread_local std::vector<double> from;
+    from.assign(row, row + last + 1);
+    if (step == 1 && last >= 1) {
+        double top = 0.0;
+        if (from[Z(last - 1)] != 0) top += from[Z(last - 1)];
+        if (from[Z(last)] != 0) top += from[Z(last)];
+        row[0] = 0.0;
+        for (int a = 1; a < last; ++a) row[a] = from[Z(a - 1)] + 0.0;
+        row[last] = top;
+        return;
+    }
+    std::fill(row, row + last + 1, 0.0);
+    for (int a = 0; a <= last; ++a)
+        if (from[Z(a)] != 0) row[std::min(last, a + step)] += from[Z(a)];
+}
+
 // Without special groups: each cohort moves on by the region's TYAGF, the last age group collects.
 void ageWithoutSpecialGroups(Orvane& c)
 {
@@ -91,6 +112,15 @@ void ageWithoutSpecialGroups(Orvane& c)
         c.BGEM.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) {
             int step = ageStep(c, static_cast<int>(z));
             c.BG40.add(z, b, g, static_cast<size_t>(std::min(last, static_cast<int>(a) + step)), v);
+        });
+        return;
+    }
+    if (!c.BGEM.exists()) {
+        // the start population was taken over by the year's table: each cohort ages in its row
+        regionLoop(c, false, [&](int z) {
+            const int step = ageStep(c, z);
+            for (int b = 0; b < c.NBG; ++b)
+                for (int g = 0; g < c.NGG; ++g) ageRowInPlace(c.BG40.row(Z(z), Z(b), Z(g)), last, step);
         });
         return;
     }
@@ -362,62 +392,73 @@ void spreadInMigration(Orvane& c, YearStep& y)
 
 // ---------------------------------------------------------------- cohort equation and after
 
-void cohortEquation(Orvane& c, YearStep& y)
+struct Negative {
+    int z, b, g, a;
+    double x, limit;
+};
+using NegativesByRegion = std::vector<std::vector<Negative>>;
+
+// the elements of region z below their limit (0, or minus the special group)
+void scanNegatives(const Orvane& c, int z, NegativesByRegion& found)
+{
+    const bool special = !_(R_0) && c.BG40DSG.exists();
+    if (!special && !c.BG40.sparse) {
+        // the limit is 0: only elements below 0, row by row
+        for (int b = 0; b < c.NBG; ++b)
+            for (int g = 0; g < c.NGG; ++g) {
+                const double* r = c.BG40.row(Z(z), Z(b), Z(g));
+                for (int a = 0; a < c.NAG; ++a)
+                    if (r[a] < 0) found[Z(z)].push_back({z, b, g, a, r[a], 0.0});
+            }
+        return;
+    }
+    c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
+        double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
+        if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
+    });
+}
+
+// the movements of the year added to the population; the elements below their limit are looked
+// for in the same pass over a region (found)
+void cohortEquation(Orvane& c, YearStep& y, NegativesByRegion& found)
 {
     auto m = y.movements();
     std::vector<GemTable*> present;
     for (GemTable* t : m)
-        if (t->exists()) present.push_back(t);
+        if (t->exists() && !(t == &y.DG4S && y.deathsInPopulation)) present.push_back(t);
+    found.assign(Z(c.NGZ), {});
     if (c.sparseGem) {
         for (GemTable* t : present)
             t->forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { c.BG40.add(z, b, g, a, v); });
+        os::parallelFor(0, c.NGZ, [&](int z) { scanNegatives(c, z, found); });
     } else {
+        const size_t nbg = Z(c.NBG), ngg = Z(c.NGG), nag = Z(c.NAG);
         regionLoop(c, false, [&](int z) {
-            auto& r = c.BG40.dense[Z(z)];
             for (GemTable* t : present) {
                 if (t->sparse) {
-                    t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) { r[b][g][a] += v; });
+                    t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
+                        c.BG40.row(Z(z), b, g)[a] += v;
+                    });
                     continue;
                 }
-                const auto& s = t->dense[Z(z)];
-                for (size_t b = 0; b < r.size(); ++b)
-                    for (size_t g = 0; g < r[b].size(); ++g)
-                        for (size_t a = 0; a < r[b][g].size(); ++a) r[b][g][a] += s[b][g][a];
+                for (size_t b = 0; b < nbg; ++b)
+                    for (size_t g = 0; g < ngg; ++g) {
+                        double* r = c.BG40.row(Z(z), b, g);
+                        const double* s = std::as_const(*t).row(Z(z), b, g);
+                        for (size_t a = 0; a < nag; ++a) r[a] += s[a];
+                    }
             }
+            scanNegatives(c, z, found);
         });
     }
     c.BG40.name = "BG41";
     if (c.BG40DSG.exists()) c.BG40.print(3, "BG41");
 }
 
-struct Negative {
-    int z, b, g, a;
-    double x, limit;
-};
-
-// elements below their limit (0, or minus the special group) are corrected, or reported only
-void negativeResults(MonteCarlo& mc, Orvane& c)
+// elements below their limit are corrected, or reported only
+void negativeResults(MonteCarlo& mc, Orvane& c, const NegativesByRegion& found)
 {
     const bool keep = MONTE_CARLO != 0 || opt::get("$KEEP_NEG_GEM", 0) != 0;
-    const bool special = !_(R_0) && c.BG40DSG.exists();
-    std::vector<std::vector<Negative>> found(Z(c.NGZ));
-    auto scan = [&](int z) {
-        if (!special && !c.BG40.sparse) {
-            // the limit is 0: only elements below 0, row by row
-            for (int b = 0; b < c.NBG; ++b)
-                for (int g = 0; g < c.NGG; ++g) {
-                    const double* r = std::as_const(c.BG40).row(Z(z), Z(b), Z(g));
-                    for (int a = 0; a < c.NAG; ++a)
-                        if (r[a] < 0) found[Z(z)].push_back({z, b, g, a, r[a], 0.0});
-                }
-            return;
-        }
-        c.BG40.forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double x) {
-            double L = special ? -c.BG40DSG.get(Z(z), b, g, a) : 0.0;
-            if (L > x) found[Z(z)].push_back({z, static_cast<int>(b), static_cast<int>(g), static_cast<int>(a), x, L});
-        });
-    };
-    os::parallelFor(0, c.NGZ, scan);
     Statistic stat;
     for (const auto& list : found)
         for (const Negative& n : list) {
@@ -482,12 +523,19 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         std::swap(c.BGEM, c.BG40);
         c.BGEM.name = "C.BGEM";
     }
-    // ageing cohort by cohort writes every element of the year's table itself
-    if (c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse)
-        c.makeGemForOverwrite(c.BG40, "C.BG40");
-    else
+    // nothing reads the start population after ageing: without special groups a dense table of
+    // the year's shape becomes the year's table and ages in place
+    const bool inPlace = c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse &&
+                         c.BGEM.extents() == std::array<size_t, 4>{Z(c.NGZ), Z(c.NBG), Z(c.NGG), Z(c.NAG)};
+    if (inPlace) {
+        c.BG40 = std::move(c.BGEM);
+        c.BGEM.release();
+        c.BG40.name = "C.BG40";
+        c.BG40.dense.name = "C.BG40";
+    } else {
         c.makeGem(c.BG40, "C.BG40");
-    if (c.BGEM.exists()) {
+    }
+    if (c.BGEM.exists() || inPlace) {
         if (_(R_0))
             ageWithoutSpecialGroups(c);
         else
@@ -507,6 +555,8 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         c.makeGem(y.DG4WBGv, "DG4WBGv");
         c.makeGem(y.DG4WBGn, "DG4WBGn");
     }
+    y.deathsInPopulation = _(T_0) && _(W_0) && _(S_0) && !MONTE_CARLO && !c.sparseGem &&
+                           opt::get("$MIDYEAR_BIRTHS", 0) == 0 && opt::get("$MIDYEAR_EXPOSURE", 0) == 0;
     births(mc, c, y);
     deaths(mc, c, y);
     groupChange(mc, c, y);
@@ -642,11 +692,12 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
 
     // 16. the conventions of the mean of the year, then the cohort equation
     midyearConventions(c, y);
-    cohortEquation(c, y);
+    NegativesByRegion negatives;
+    cohortEquation(c, y, negatives);
     targetReport(c);
 
     // 17. negative results
-    negativeResults(mc, c);
+    negativeResults(mc, c, negatives);
     addSpecialGroups(c);
 
     // 18. the year's output

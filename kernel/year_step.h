@@ -39,6 +39,10 @@ struct YearStep {
     std::vector<std::vector<int>> regionsOfType;
     // the result of RK::IRW: non-zero when it has printed DG4WA
     int irwPrinted = 0;
+    // a year of births and deaths alone, without draws, targets or conventions of the mean of the
+    // year: the deaths may enter the population as they are worked out, region by region, and
+    // deaths says so by leaving it true (the cohort equation then leaves DG4S out)
+    bool deathsInPopulation = false;
     // the working copy of the flow rates: the stayer rates and flows as loaded (step 12 restores them)
     LA5 DR4FBrates{"DR4FB"};
     FBList DR4FBsRates;
