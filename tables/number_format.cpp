@@ -177,31 +177,46 @@ inline int digitCount(uint64_t v)
     return n + ((v | 1) >= POW10[n] ? 1 : 0);
 }
 
-// v in decimal without leading zeros, as std::to_chars writes it; returns the length
+// the n digits of v < 10^n (n up to 8) at out, the last two first
+inline void fewDigits(char* out, uint32_t v, int n)
+{
+    char* p = out + n;
+    for (; n >= 2; n -= 2) {
+        p -= 2;
+        twoDigits(p, v % 100);
+        v /= 100;
+    }
+    if (n) *--p = static_cast<char>('0' + v);
+}
+
+// v in decimal without leading zeros, as std::to_chars writes it, straight into out; returns the length
 inline int decimal(char* out, uint64_t v)
 {
-    if (v < 10) {
-        *out = static_cast<char>('0' + v);
-        return 1;
-    }
-    if (v < 100) {
-        twoDigits(out, static_cast<uint32_t>(v));
-        return 2;
-    }
     int n = digitCount(v);
     if (n <= 8) {
-        char block[8];
-        eightDigits(block, static_cast<uint32_t>(v));
-        std::memcpy(out, block + 8 - n, static_cast<size_t>(n));
+        fewDigits(out, static_cast<uint32_t>(v), n);
         return n;
     }
-    char all[24];
     uint64_t top = v / 100000000;
-    eightDigits(all + 16, static_cast<uint32_t>(v % 100000000));
-    eightDigits(all + 8, static_cast<uint32_t>(top % 100000000));
-    eightDigits(all, static_cast<uint32_t>(top / 100000000));   // below 10^4
-    std::memcpy(out, all + 24 - n, static_cast<size_t>(n));
+    eightDigits(out + n - 8, static_cast<uint32_t>(v % 100000000));
+    if (n <= 16) {
+        fewDigits(out, static_cast<uint32_t>(top), n - 8);
+        return n;
+    }
+    eightDigits(out + n - 16, static_cast<uint32_t>(top % 100000000));
+    fewDigits(out, static_cast<uint32_t>(top / 100000000), n - 16);
     return n;
+}
+
+// Digits just written two at a time, copied one by one: a wider load of them would wait until
+// those small stores are done, which costs more than the copy of a few bytes (so the loop is not
+// turned into memcpy or vector loads).
+__attribute__((optimize("no-tree-loop-distribute-patterns", "no-tree-vectorize"))) char* copyDigits(char* out,
+                                                                                                 const char* from,
+                                                                                                 int n)
+{
+    for (int i = 0; i < n; ++i) out[i] = from[i];
+    return out + n;
 }
 
 // a * 10^scale for a positive finite value, exactly: its whole part, and the whole number it
@@ -279,15 +294,12 @@ int layoutFixed(char* out, double a, int decimals, char point)
         *o++ = '0';
         if (decimals) *o++ = point;
         for (int i = n; i < decimals; ++i) *o++ = '0';
-        std::memcpy(o, digits, static_cast<size_t>(n));
-        o += n;
+        o = copyDigits(o, digits, n);
     } else {
-        std::memcpy(o, digits, static_cast<size_t>(n - decimals));
-        o += n - decimals;
+        o = copyDigits(o, digits, n - decimals);
         if (decimals) {
             *o++ = point;
-            std::memcpy(o, digits + n - decimals, static_cast<size_t>(decimals));
-            o += decimals;
+            o = copyDigits(o, digits + n - decimals, decimals);
         }
     }
     return static_cast<int>(o - out);
@@ -302,8 +314,7 @@ int layoutGeneral(char* out, const Digits& g, int precision, char point)
         *o++ = g.d[0];
         if (g.n > 1) {
             *o++ = point;
-            std::memcpy(o, g.d + 1, static_cast<size_t>(g.n - 1));
-            o += g.n - 1;
+            o = copyDigits(o, g.d + 1, g.n - 1);
         }
         *o++ = 'e';
         *o++ = x < 0 ? '-' : '+';
@@ -315,15 +326,13 @@ int layoutGeneral(char* out, const Digits& g, int precision, char point)
         for (int i = 0; i < whole; ++i) *o++ = i < g.n ? g.d[i] : '0';
         if (g.n > whole) {
             *o++ = point;
-            std::memcpy(o, g.d + whole, static_cast<size_t>(g.n - whole));
-            o += g.n - whole;
+            o = copyDigits(o, g.d + whole, g.n - whole);
         }
     } else {
         *o++ = '0';
         *o++ = point;
         for (int i = -1; i > x; --i) *o++ = '0';
-        std::memcpy(o, g.d, static_cast<size_t>(g.n));
-        o += g.n;
+        o = copyDigits(o, g.d, g.n);
     }
     return static_cast<int>(o - out);
 }
