@@ -275,9 +275,9 @@ bool roundedDigits(double a, int precision, Digits& r)
         rounded = POW10[precision - 1];
         ++exponent;
     }
-    int n = decimal(r.d, rounded);
-    while (n > 1 && r.d[n - 1] == '0') --n;
-    r.n = n;
+    // trailing zeros dropped from the number, before its digits are written
+    while (rounded >= 10 && rounded % 10 == 0) rounded /= 10;
+    r.n = decimal(r.d, rounded);
     r.exponent = exponent;
     return true;
 }
