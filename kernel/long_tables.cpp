@@ -103,17 +103,17 @@ std::vector<std::string> removeLongTables()
     return removed;
 }
 
-void appendPlainNumber(std::string& out, const char* text, size_t length)
+char* putPlainNumber(char* out, const char* text, size_t length)
 {
     while (length > 0 && text[0] == ' ') ++text, --length;
     while (length > 0 && text[length - 1] == ' ') --length;
     if (length == 5 && std::memcmp(text, "undef", 5) == 0) {
-        out += "NA";
-        return;
+        std::memcpy(out, "NA", 2);
+        return out + 2;
     }
-    size_t at = out.size();
-    out.append(text, length);
+    std::memcpy(out, text, length);
     if (si::decimalPoint != '.')
-        for (size_t i = at; i < out.size(); ++i)
+        for (size_t i = 0; i < length; ++i)
             if (out[i] == si::decimalPoint) out[i] = '.';
+    return out + length;
 }

@@ -65,6 +65,7 @@ struct Columns {
     // the same in the plain form of the long tables: "year," and "BG,GG,AG,"
     std::string longYear;
     std::vector<std::string> longCohort;
+    size_t longestCohort = 0, longestLongCohort = 0;
     Columns(const Orvane& c, int label, bool withLong = false)
     {
         if (withLong) {
@@ -87,15 +88,40 @@ struct Columns {
                 for (int a = 0; a < c.NAG; ++a)
                     cohort.push_back(printInt(bgFormat, b + 1) + sep + printInt(ggFormat, g + 1) + sep +
                                      printInt(ageFormat, a) + sep);
+        for (const std::string& text : cohort) longestCohort = std::max(longestCohort, text.size());
+        for (const std::string& text : longCohort) longestLongCohort = std::max(longestLongCohort, text.size());
     }
 };
+
+// Lines are built in place in a buffer with room for their fixed parts and the longest text of
+// every value, and go to the table's text in one piece: a value's text is written where it
+// stands, and the long table's line takes it from there.
+
+// a buffer of the thread with room for at least size bytes
+char* roomOf(std::vector<char>& buffer, size_t size)
+{
+    if (buffer.size() < size) buffer.resize(size);
+    return buffer.data();
+}
+
+// text copied to out; the end of it
+inline char* put(char* out, const std::string& text)
+{
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+// the text of a value at out (room for NUMBER_TEXT_MAX bytes) in the run's number format; its length
+inline size_t putValue(char* out, const Orvane& c, double v)
+{
+    int n = c.fmt ? c.fmt(out, NUMBER_TEXT_MAX, v) : formatNumber(out, NUMBER_TEXT_MAX, "%.15g", v);
+    return static_cast<size_t>(std::clamp(n, 0, static_cast<int>(NUMBER_TEXT_MAX) - 1));
+}
 
 void appendValue(std::string& out, const Orvane& c, double v, bool last, char sep)
 {
     char b[NUMBER_TEXT_MAX];
-    int n = c.fmt ? c.fmt(b, sizeof b, v) : formatNumber(b, sizeof b, "%.15g", v);
-    if (n < 0) n = 0;
-    out.append(b, static_cast<size_t>(std::min<int>(n, sizeof b - 1)));
+    out.append(b, putValue(b, c, v));
     out.push_back(last ? '\n' : sep);
 }
 
@@ -117,40 +143,39 @@ template <class Body> void writeRegions(FILE* f, FILE* longFile, int n, const Bo
     });
 }
 
-// the line of a long table: its prefix and cohort, and the value as the table line before it
-// (out, from at to its line end) holds it
-void appendLongLine(std::string& longOut, const std::string& prefix, const std::string& cohort, const std::string& out,
-                    size_t at)
-{
-    longOut += prefix;
-    longOut += cohort;
-    appendPlainNumber(longOut, out.data() + at, out.size() - at - 1);
-    longOut += '\n';
-}
-
 void populationLines(const Orvane& c, const GemTable& t, const Columns& cols, const std::string& keyFormat, int gz,
                      std::string& out, std::string* longOut)
 {
     std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
     std::string longPrefix = longOut ? cols.longYear + std::to_string(regionKeyOf(c, gz)) + "," : "";
-    auto line = [&](size_t b, size_t g, size_t a, double v) {
+    // the region's prefix stands at the start of both lines for all its cohorts
+    thread_local std::vector<char> lineRoom, longRoom;
+    char* line = roomOf(lineRoom, prefix.size() + cols.longestCohort + NUMBER_TEXT_MAX + 1);
+    char* longLine = roomOf(longRoom, longPrefix.size() + cols.longestLongCohort + NUMBER_TEXT_MAX + 1);
+    char* afterPrefix = put(line, prefix);
+    char* afterLongPrefix = put(longLine, longPrefix);
+    auto lineOf = [&](size_t b, size_t g, size_t a, double v) {
         size_t cohort = (b * static_cast<size_t>(c.NGG) + g) * static_cast<size_t>(c.NAG) + a;
-        out += prefix;
-        out += cols.cohort[cohort];
-        size_t at = out.size();
-        appendValue(out, c, v, true, cols.sep);
-        if (longOut) appendLongLine(*longOut, longPrefix, cols.longCohort[cohort], out, at);
+        char* value = put(afterPrefix, cols.cohort[cohort]);
+        size_t n = putValue(value, c, v);
+        char* end = value + n;
+        *end++ = '\n';
+        out.append(line, static_cast<size_t>(end - line));
+        if (!longOut) return;
+        char* longEnd = putPlainNumber(put(afterLongPrefix, cols.longCohort[cohort]), value, n);
+        *longEnd++ = '\n';
+        longOut->append(longLine, static_cast<size_t>(longEnd - longLine));
     };
     if (ini::AusgabeNull) {
         for (int b = 0; b < c.NBG; ++b)
             for (int g = 0; g < c.NGG; ++g)
                 for (int a = 0; a < c.NAG; ++a)
-                    line(static_cast<size_t>(b), static_cast<size_t>(g), static_cast<size_t>(a),
-                         t.get(static_cast<size_t>(gz), static_cast<size_t>(b), static_cast<size_t>(g),
-                               static_cast<size_t>(a)));
+                    lineOf(static_cast<size_t>(b), static_cast<size_t>(g), static_cast<size_t>(a),
+                           t.get(static_cast<size_t>(gz), static_cast<size_t>(b), static_cast<size_t>(g),
+                                 static_cast<size_t>(a)));
         return;
     }
-    t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) { line(b, g, a, v); });
+    t.forRegion(static_cast<size_t>(gz), [&](size_t, size_t b, size_t g, size_t a, double v) { lineOf(b, g, a, v); });
 }
 
 void populationBody(const Orvane& c, const GemTable& t, int label, FILE* f, FILE* longFile = nullptr)
@@ -283,6 +308,7 @@ struct MovementLayout {
         std::string empty;   // the separators (and the line feed) of the run
     };
     std::vector<Piece> pieces;
+    size_t room = 0;   // the longest text of the cells of a line
     MovementLayout(const std::array<const GemTable*, NMOVEMENTCOLUMNS>& m, char sep)
     {
         for (int k = 0; k < NMOVEMENTCOLUMNS; ++k) {
@@ -294,25 +320,37 @@ struct MovementLayout {
                 pieces.back().empty += end;
             }
         }
+        for (const Piece& p : pieces) room += p.component < 0 ? p.empty.size() : NUMBER_TEXT_MAX + 1;
     }
 };
 
-// one line of movement values: an empty cell where a component was not made this year; with
-// cells, where the text of each value made stands in out (start and length)
-void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep,
-                   std::array<std::pair<size_t, size_t>, NMOVEMENTCOLUMNS>* cells = nullptr)
+// one line of movement values at out (room for layout.room bytes): an empty cell where a
+// component was not made this year; with cells, where the text of each value made stands
+// (its start from line, and its length). Returns the end of the line.
+char* putMovementCells(char* out, const Orvane& c, const MovementLayout& layout, const double* values, char sep,
+                       std::array<std::pair<size_t, size_t>, NMOVEMENTCOLUMNS>* cells = nullptr,
+                       const char* line = nullptr)
 {
     for (const MovementLayout::Piece& p : layout.pieces) {
         if (p.component < 0) {
-            out += p.empty;
+            out = put(out, p.empty);
             continue;
         }
         size_t k = static_cast<size_t>(p.component);
-        size_t at = out.size();
         // a zero stays 0 whatever the display sign ("-0" is no movement)
-        appendValue(out, c, values[k] * YearStep::columnSign[k] + 0.0, k + 1 == NMOVEMENTCOLUMNS, sep);
-        if (cells) (*cells)[k] = {at, out.size() - at - 1};
+        size_t n = putValue(out, c, values[k] * YearStep::columnSign[k] + 0.0);
+        if (cells) (*cells)[k] = {static_cast<size_t>(out - line), n};
+        out += n;
+        *out++ = k + 1 == NMOVEMENTCOLUMNS ? '\n' : sep;
     }
+    return out;
+}
+
+void movementCells(std::string& out, const Orvane& c, const MovementLayout& layout, const double* values, char sep)
+{
+    thread_local std::vector<char> room;
+    char* text = roomOf(room, layout.room);
+    out.append(text, static_cast<size_t>(putMovementCells(text, c, layout, values, sep) - text));
 }
 
 bool anyMovement(const std::array<const GemTable*, NMOVEMENTCOLUMNS>& m)
@@ -333,6 +371,8 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
     std::vector<std::string> longNames;
     if (longFile)
         for (size_t k = 0; k < m.size(); ++k) longNames.push_back(longMovementName(*m[k], k) + ",");
+    size_t longestName = 0;
+    for (const std::string& name : longNames) longestName = std::max(longestName, name.size());
     MovementLayout layout(m, cols.sep);
     std::string keyFormat = intFormat(largestKey(c), "lld");
     size_t cells = static_cast<size_t>(c.NBG * c.NGG * c.NAG);
@@ -359,6 +399,15 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
             std::string prefix = cols.year + printInt(keyFormat, regionKeyOf(c, gz)) + cols.sep;
             std::string longPrefix = longOut ? cols.longYear + std::to_string(regionKeyOf(c, gz)) + "," : "";
             std::array<std::pair<size_t, size_t>, NMOVEMENTCOLUMNS> texts;
+            // the region's prefix stands at the start of the line and of the long lines' key for
+            // all its cohorts; the long lines of a cohort are gathered and appended together
+            thread_local std::vector<char> lineRoom, keyRoom, longRoom;
+            char* line = roomOf(lineRoom, prefix.size() + cols.longestCohort + layout.room);
+            char* afterPrefix = put(line, prefix);
+            char* key = roomOf(keyRoom, longPrefix.size() + cols.longestLongCohort);
+            char* afterLongPrefix = put(key, longPrefix);
+            char* longLines = roomOf(longRoom, m.size() * (longPrefix.size() + cols.longestLongCohort + longestName +
+                                                           NUMBER_TEXT_MAX + 1));
             for (size_t i = 0; i < cells; ++i) {
                 const double* row = &v[i * NMOVEMENTCOLUMNS];
                 bool zero = true;
@@ -367,19 +416,21 @@ void movementBody(const Orvane& c, const YearStep& y, int label, FILE* bew, FILE
                     if (row[k] != 0) zero = false;
                 }
                 if (!bew || (zero && !ini::AusgabeNull)) continue;
-                out += prefix;
-                out += cols.cohort[i];
-                movementCells(out, c, layout, row, cols.sep, longOut ? &texts : nullptr);
+                char* end = putMovementCells(put(afterPrefix, cols.cohort[i]), c, layout, row, cols.sep,
+                                             longOut ? &texts : nullptr, line);
+                out.append(line, static_cast<size_t>(end - line));
                 if (!longOut) continue;
                 // each movement made this year in a line of its own, from the text just written
+                size_t keyLength = static_cast<size_t>(put(afterLongPrefix, cols.longCohort[i]) - key);
+                char* longEnd = longLines;
                 for (size_t k = 0; k < m.size(); ++k) {
                     if (!m[k]->exists() || (row[k] == 0 && !ini::AusgabeNull)) continue;
-                    *longOut += longPrefix;
-                    *longOut += cols.longCohort[i];
-                    *longOut += longNames[k];
-                    appendPlainNumber(*longOut, out.data() + texts[k].first, texts[k].second);
-                    *longOut += '\n';
+                    std::memcpy(longEnd, key, keyLength);
+                    longEnd = putPlainNumber(put(longEnd + keyLength, longNames[k]), line + texts[k].first,
+                                             texts[k].second);
+                    *longEnd++ = '\n';
                 }
+                longOut->append(longLines, static_cast<size_t>(longEnd - longLines));
             }
             if (bewgem) {
                 std::string& line = regionLines[static_cast<size_t>(gz)];

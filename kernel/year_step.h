@@ -216,6 +216,7 @@ struct LongTableFiles {
 std::vector<std::string> removeLongTables();
 // the name of movement k (in the order of the cohort equation) in movements_long.csv
 std::string longMovementName(const GemTable& t, size_t k);
-// the text of a number as the other tables wrote it, in the long tables' form: blanks cut off,
-// the decimal point of the locale turned into ".", "undef" into "NA"
-void appendPlainNumber(std::string& out, const char* text, size_t length);
+// the text of a number as the other tables wrote it, in the long tables' form (blanks cut off,
+// the decimal point of the locale turned into ".", "undef" into "NA"), written at out, which has
+// room for length bytes; returns the end of what it wrote
+char* putPlainNumber(char* out, const char* text, size_t length);

@@ -25,10 +25,33 @@ struct Entry {
     bool keep = false;
     // the buffer of an append: a year's rows go to the file in as few writes as fit in it, so
     // that a process killed meanwhile rarely leaves a line cut
-    std::shared_ptr<std::vector<char>> buffer;
+    std::shared_ptr<char> buffer;
 };
 
 constexpr size_t kAppendBuffer = size_t(8) << 20;
+
+// Append buffers are kept for the next append when their stream is done: a table of all years
+// is opened again every year, and a fresh buffer would be cleared and faulted in page by page
+// each time. Their bytes are never read before the stream writes them.
+std::shared_ptr<char> appendBuffer()
+{
+    // both left to the end of the process, for streams still put into place when it ends
+    static std::mutex* poolLock = new std::mutex;
+    static std::vector<char*>* pool = new std::vector<char*>;
+    char* memory = nullptr;
+    {
+        std::lock_guard<std::mutex> g(*poolLock);
+        if (!pool->empty()) {
+            memory = pool->back();
+            pool->pop_back();
+        }
+    }
+    if (!memory) memory = new char[kAppendBuffer];
+    return std::shared_ptr<char>(memory, [](char* done) {
+        std::lock_guard<std::mutex> g(*poolLock);
+        pool->push_back(done);
+    });
+}
 
 // undoes what an output did to its target: a new file is dropped, an appended one is cut
 // back to its former length and put back under its name
@@ -208,8 +231,8 @@ FILE* open(const std::string& path, bool append, bool keepOnAbort)
         return nullptr;
     }
     if (append) {
-        entry.buffer = std::make_shared<std::vector<char>>(kAppendBuffer);
-        setvbuf(f, entry.buffer->data(), _IOFBF, entry.buffer->size());
+        entry.buffer = appendBuffer();
+        setvbuf(f, entry.buffer.get(), _IOFBF, kAppendBuffer);
     }
     std::lock_guard<std::mutex> g(lock());
     outputs()[f] = entry;

@@ -233,7 +233,8 @@ bool zeroRow(const double* data, size_t cols, size_t stride, size_t i) {
     return true;
 }
 
-// HTML: rows are the last index, columns all others
+// HTML: rows are the last index, columns all others. A table of many regions has hundreds of
+// thousands of cells, so its lines are gathered in a buffer with the cell format looked at once.
 void htmlBody(const LADest& dest, const double* data, const std::vector<Dim>& dims, int kind) {
     FILE* f = dest.f;
     size_t R = dims.size();
@@ -241,18 +242,37 @@ void htmlBody(const LADest& dest, const double* data, const std::vector<Dim>& di
     size_t cols = 1;
     for (size_t k = 0; k + 1 < R; ++k) cols *= dims[k].n;
     if (rows == 0) cols = 0;
-    sums.start(cols);
+    // the text of an undefined value, as laCell gives it in this format
+    const char* undefined = ini::MATRIX_AUSGABEFORMAT == 2 ? "undef" : "";
+    const CellFormat cell(LAFormats[kind]);
+    const std::string open = std::string("<td class=") + kindClasses[kind] + ">";
+    std::string out;
+    auto flushLines = [&] {
+        fwrite(out.data(), 1, out.size(), f);
+        out.clear();
+    };
+    std::vector<double> sum(cols, 0.0);
     for (size_t i = 0; i < rows; ++i) {
         if (!ini::AusgabeNull && zeroRow(data, cols, rows, i)) continue;
-        sums.row();
-        fprintf(f, "<tr><th>%s</th>", label(dims[R - 1], i).c_str());
-        for (size_t c = 0; c < cols; ++c) laCell(dest, kind, false, data[c * rows + i], c + 1 < cols);
-        fputs("</tr>\n", f);
+        out += "<tr><th>";
+        out += label(dims[R - 1], i);
+        out += "</th>";
+        for (size_t c = 0; c < cols; ++c) {
+            double v = data[c * rows + i];
+            out += open;
+            if (isUndef(v))
+                out += undefined;
+            else
+                cell.append(out, v);
+            out += "</td>";
+            sum[c] += v;
+        }
+        out += "</tr>\n";
+        if (out.size() >= (size_t(1) << 20)) flushLines();
     }
-    std::vector<double> s = sums.sum;
-    sums.stop();
+    flushLines();
     fputs("<tr><th>&Sigma;</th>", f);
-    for (size_t c = 0; c < s.size(); ++c) laCell(dest, kind, true, s[c], c + 1 < s.size());
+    for (size_t c = 0; c < sum.size(); ++c) laCell(dest, kind, true, sum[c], c + 1 < sum.size());
     fputs("</tr>\n", f);
 }
 

@@ -1,5 +1,5 @@
 // Numbers into text as printf writes them: the shortest round-trip digits where they settle the
-// rounding, std::to_chars with a precision where they don't, and integers digit by digit.
+// rounding, std::to_chars with a precision where they don't, and whole numbers two digits at a time.
 #include "tables/number_format.h"
 
 #include <charconv>
@@ -151,6 +151,74 @@ constexpr uint64_t POW10[20] = {1ULL,
                                 1000000000000000000ULL,
                                 10000000000000000000ULL};
 
+// The decimal digits of whole numbers, two at a time from a table, in independent blocks of
+// eight: the digits of one block do not wait for those of the others.
+constexpr char PAIRS[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                         "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                         "8081828384858687888990919293949596979899";
+
+inline void twoDigits(char* out, uint32_t v) { std::memcpy(out, PAIRS + 2 * v, 2); }
+
+// exactly eight digits of v < 10^8, leading zeros too
+inline void eightDigits(char* out, uint32_t v)
+{
+    uint32_t high = v / 10000, low = v % 10000;
+    twoDigits(out, high / 100);
+    twoDigits(out + 2, high % 100);
+    twoDigits(out + 4, low / 100);
+    twoDigits(out + 6, low % 100);
+}
+
+// the number of decimal digits of v (1 for 0)
+inline int digitCount(uint64_t v)
+{
+    int bits = 64 - __builtin_clzll(v | 1);
+    int n = (bits * 1233) >> 12;   // bits * log10(2), one too low at most
+    return n + ((v | 1) >= POW10[n] ? 1 : 0);
+}
+
+// the n digits of v < 10^n (n up to 8) at out, the last two first
+inline void fewDigits(char* out, uint32_t v, int n)
+{
+    char* p = out + n;
+    for (; n >= 2; n -= 2) {
+        p -= 2;
+        twoDigits(p, v % 100);
+        v /= 100;
+    }
+    if (n) *--p = static_cast<char>('0' + v);
+}
+
+// v in decimal without leading zeros, as std::to_chars writes it, straight into out; returns the length
+inline int decimal(char* out, uint64_t v)
+{
+    int n = digitCount(v);
+    if (n <= 8) {
+        fewDigits(out, static_cast<uint32_t>(v), n);
+        return n;
+    }
+    uint64_t top = v / 100000000;
+    eightDigits(out + n - 8, static_cast<uint32_t>(v % 100000000));
+    if (n <= 16) {
+        fewDigits(out, static_cast<uint32_t>(top), n - 8);
+        return n;
+    }
+    eightDigits(out + n - 16, static_cast<uint32_t>(top % 100000000));
+    fewDigits(out, static_cast<uint32_t>(top / 100000000), n - 16);
+    return n;
+}
+
+// Digits just written two at a time, copied one by one: a wider load of them would wait until
+// those small stores are done, which costs more than the copy of a few bytes (so the loop is not
+// turned into memcpy or vector loads).
+__attribute__((optimize("no-tree-loop-distribute-patterns", "no-tree-vectorize"))) char* copyDigits(char* out,
+                                                                                                 const char* from,
+                                                                                                 int n)
+{
+    for (int i = 0; i < n; ++i) out[i] = from[i];
+    return out + n;
+}
+
 // a * 10^scale for a positive finite value, exactly: its whole part, and the whole number it
 // rounds to (the exact binary value, ties to even, as printf rounds). False when the scale is
 // out of 0..19 or the result does not fit 64 bits.
@@ -195,7 +263,8 @@ bool roundedDigits(double a, int precision, Digits& r)
     std::memcpy(&bits, &a, sizeof bits);
     int binary = (static_cast<int>(bits >> 52) & 0x7ff) - 1023;   // a in [2^binary, 2^(binary+1))
     // the decimal exponent is this or one less
-    int exponent = static_cast<int>(std::floor((binary + 1) * 0.30102999566398120));
+    // (binary + 1) * log10(2) rounded down, exact in integers for |binary| < 1650
+    int exponent = ((binary + 1) * 78913) >> 18;
     uint64_t whole, rounded;
     if (!scaled(a, precision - 1 - exponent, whole, rounded)) return false;
     if (whole < POW10[precision - 1]) {
@@ -206,9 +275,9 @@ bool roundedDigits(double a, int precision, Digits& r)
         rounded = POW10[precision - 1];
         ++exponent;
     }
-    int n = static_cast<int>(std::to_chars(r.d, r.d + sizeof r.d, rounded).ptr - r.d);
-    while (n > 1 && r.d[n - 1] == '0') --n;
-    r.n = n;
+    // trailing zeros dropped from the number, before its digits are written
+    while (rounded >= 10 && rounded % 10 == 0) rounded /= 10;
+    r.n = decimal(r.d, rounded);
     r.exponent = exponent;
     return true;
 }
@@ -219,21 +288,18 @@ int layoutFixed(char* out, double a, int decimals, char point)
     uint64_t whole, rounded;
     if (!scaled(a, decimals, whole, rounded)) return -1;
     char digits[24];
-    int n = static_cast<int>(std::to_chars(digits, digits + sizeof digits, rounded).ptr - digits);
+    int n = decimal(digits, rounded);
     char* o = out;
     if (n <= decimals) {
         *o++ = '0';
         if (decimals) *o++ = point;
         for (int i = n; i < decimals; ++i) *o++ = '0';
-        std::memcpy(o, digits, static_cast<size_t>(n));
-        o += n;
+        o = copyDigits(o, digits, n);
     } else {
-        std::memcpy(o, digits, static_cast<size_t>(n - decimals));
-        o += n - decimals;
+        o = copyDigits(o, digits, n - decimals);
         if (decimals) {
             *o++ = point;
-            std::memcpy(o, digits + n - decimals, static_cast<size_t>(decimals));
-            o += decimals;
+            o = copyDigits(o, digits + n - decimals, decimals);
         }
     }
     return static_cast<int>(o - out);
@@ -248,8 +314,7 @@ int layoutGeneral(char* out, const Digits& g, int precision, char point)
         *o++ = g.d[0];
         if (g.n > 1) {
             *o++ = point;
-            std::memcpy(o, g.d + 1, static_cast<size_t>(g.n - 1));
-            o += g.n - 1;
+            o = copyDigits(o, g.d + 1, g.n - 1);
         }
         *o++ = 'e';
         *o++ = x < 0 ? '-' : '+';
@@ -261,15 +326,13 @@ int layoutGeneral(char* out, const Digits& g, int precision, char point)
         for (int i = 0; i < whole; ++i) *o++ = i < g.n ? g.d[i] : '0';
         if (g.n > whole) {
             *o++ = point;
-            std::memcpy(o, g.d + whole, static_cast<size_t>(g.n - whole));
-            o += g.n - whole;
+            o = copyDigits(o, g.d + whole, g.n - whole);
         }
     } else {
         *o++ = '0';
         *o++ = point;
         for (int i = -1; i > x; --i) *o++ = '0';
-        std::memcpy(o, g.d, static_cast<size_t>(g.n));
-        o += g.n;
+        o = copyDigits(o, g.d, g.n);
     }
     return static_cast<int>(o - out);
 }
@@ -430,7 +493,7 @@ int IntegerFormat::format(char* out, long long value) const
     char body[24];
     unsigned long long magnitude = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
                                              : static_cast<unsigned long long>(value);
-    int n = static_cast<int>(std::to_chars(body, body + sizeof body, magnitude).ptr - body);
+    int n = decimal(body, magnitude);
     char sign = value < 0 ? '-' : plus_ ? '+' : space_ ? ' ' : 0;
     return finish(out, prefix_, suffix_, sign, body, n, width_, left_, zero_);
 }

@@ -248,6 +248,43 @@ std::string csvFormatDouble(double value, int formatIndex)
     return buffer;
 }
 
+namespace {
+
+// the longest text of a cell, as formatCell into a buffer of 256 bytes leaves it
+constexpr int CELL_TEXT_MAX = 255;
+
+IntegerFormat integerFormatOf(const std::string& format)
+{
+    std::string ll;
+    return formatKind(format.c_str(), &ll) == FormatKind::Integer ? IntegerFormat(ll) : IntegerFormat();
+}
+
+} // namespace
+
+CellFormat::CellFormat(const std::string& format)
+    : number_(formatKind(format.c_str()) == FormatKind::Double ? format : std::string("%.15g")),
+      integer_(integerFormatOf(format))
+{
+    switch (formatKind(format.c_str())) {
+    case FormatKind::Double: kind_ = DOUBLE; break;
+    case FormatKind::Integer: kind_ = INTEGER; break;
+    default: kind_ = OTHER; break;
+    }
+}
+
+void CellFormat::append(std::string& out, double value) const
+{
+    if (std::isinf(value)) {
+        out += "undef";
+        return;
+    }
+    char text[NUMBER_TEXT_MAX];
+    long long whole;
+    int n = kind_ == INTEGER && integerValue(value, whole) ? integer_.format(text, whole)
+                                                          : number_.format(text, sizeof text, value);
+    out.append(text, static_cast<size_t>(std::clamp(n, 0, CELL_TEXT_MAX)));
+}
+
 // ---------------------------------------------------------------------------------
 // number formats
 

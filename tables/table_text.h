@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tables/number_format.h"
+
 // value formats by cell kind: 0 integer, 1 number (FMT_ANZAHL), 2 rate (FMT_RATE), 3 diff, 4 unknown
 extern std::string LAFormats[5];
 // fills the table: "%.0f", the two settings, "%.15g", "%.15g"; a setting that is no
@@ -32,6 +34,20 @@ int csvEndCell(FILE* file, int last);
 // the one function every write of text goes through
 void csvWrite(FILE* file, const char* data, size_t length);
 std::string csvFormatDouble(double value, int formatIndex);
+
+// The text csvFormatDouble gives by one format, with the format looked at once: for the cells
+// of a whole table
+class CellFormat {
+public:
+    explicit CellFormat(const std::string& format);
+    // the text of value appended to out
+    void append(std::string& out, double value) const;
+
+private:
+    enum { DOUBLE, INTEGER, OTHER } kind_;
+    NumberFormat number_;      // the format itself, or "%.15g" for what an integer format cannot show
+    IntegerFormat integer_;
+};
 std::string intFormat(long long bound, const char* conversion);
 
 // (buffer, size, value) -> length written, at most size-1, always terminated

@@ -684,6 +684,30 @@ TEST_F(CsvTest, FormatDoubleByCellKind)
     EXPECT_FALSE(isDoubleFormat("%Lf"));
 }
 
+// a format looked at once for a whole table gives the text of each cell as csvFormatDouble does
+TEST_F(CsvTest, CellFormatGivesTheTextOfEachCell)
+{
+    const std::string saved = LAFormats[1];
+    const double values[] = {0.0, -0.0, 1.5, -2.5, 2.6, 123456789.123, 1e-7, 1.0 / 3, 9.3e18, -9.3e18, 1e300,
+                             kInf, -kInf, std::numeric_limits<double>::quiet_NaN()};
+    for (const char* format : {"%.15g", "%.0f", "%.3f", "%8.2e", "x=%g %%", "%d", "%05lld", "%x", "%s", "%g%g"}) {
+        LAFormats[1] = format;
+        CellFormat cell(format);
+        for (double v : values) {
+            std::string text = "<";
+            cell.append(text, v);
+            EXPECT_EQ(text, "<" + csvFormatDouble(v, 1)) << format << " " << v;
+        }
+    }
+    // a text longer than a cell holds is cut as the cell writer cuts it
+    LAFormats[1] = "%.0f";
+    std::string text;
+    CellFormat("%.0f").append(text, 1e300);
+    EXPECT_EQ(text.size(), 255u);
+    EXPECT_EQ(text, csvFormatDouble(1e300, 1));
+    LAFormats[1] = saved;
+}
+
 TEST_F(CsvTest, IntegerFormats)
 {
     EXPECT_EQ(intFormat(3000, "d"), "%04d");
