@@ -645,7 +645,6 @@ private:
     // the shape of the line: its cells, and the text of the last one
     int lineCellCount = 0;
     int lineExtraCells = 0;
-    std::string lastCellText;
     // values outside their domain, cells of an additive table given twice, short lines
     uint64_t outsideDomain = 0, summedTwice = 0, badShapes = 0;
     std::set<std::vector<long long>> additiveSeen;
@@ -1527,9 +1526,8 @@ void TableReader::readLines(char* cell)
             }
             lineCellCount = col + 1;
             if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
-            lastCellText = cell;
-            if (reader->unendedLastLine && !lineIsComment && !lastCellText.empty() &&
-                std::isdigit(static_cast<unsigned char>(lastCellText.back()))) {
+            if (reader->unendedLastLine && !lineIsComment && cell[0] &&
+                std::isdigit(static_cast<unsigned char>(cell[std::strlen(cell) - 1]))) {
                 // the file ends inside a number: a file cut short reads as a smaller number
                 shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
                 reader->unendedLastLine = 0;
