@@ -66,6 +66,19 @@ void row(const char* what, const EnsembleMeasure& m)
 
 int main(int argc, char** argv)
 {
+    for (int i = 1; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool help = a == "-h" || a == "--help";
+        if (help || a.empty() || a.find_first_not_of("0123456789") != std::string::npos || std::atoi(a.c_str()) <= 0) {
+            if (!help) std::cerr << "ensemblebench: " << a << ": not a count above 0\n";
+            (help ? std::cout : std::cerr)
+                << "usage: ensemblebench [regions] [members] [years]     default: 1000 100 10\n"
+                   "Times an ensemble of a synthetic study area: one full run, the members one after another on\n"
+                   "one core (-j 1), with -j 2, and under mpirun -np 1 and -np 2 where MPI is there; prints the\n"
+                   "gathering's share, peak memory and the disk used against that of the full runs.\n";
+            return help ? 0 : 2;
+        }
+    }
     int regions = argc > 1 ? std::atoi(argv[1]) : 1000;
     int members = argc > 2 ? std::atoi(argv[2]) : 100;
     int years = argc > 3 ? std::atoi(argv[3]) : 10;
