@@ -35,6 +35,19 @@ double quantile(std::vector<double>& v, double p)
 
 namespace {
 
+// a mean or quantile of sums over regions, to twelve significant digits: members whose draws
+// meet the same target sum to it only up to the last bits (409.99999999999994 for 410)
+void appendQuantileNumber(std::string& out, double value)
+{
+    if (value == 0) {
+        out += '0';
+        return;
+    }
+    char buffer[32];
+    auto [p, ec] = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 12);
+    out.append(buffer, p);
+}
+
 // The rows of a stretch of keys of one year: every member's values of the stretch, then per key
 // the mean and the quantiles (the key's row left out when it only stands where it is not 0 and
 // every member has 0).
@@ -61,17 +74,17 @@ void quantileRows(const std::vector<std::unique_ptr<SummaryValues>>& members, co
         if (!keys.always[from + k] && low == 0 && high == 0) continue;
         text += yearCells;
         text += keys.cells[from + k];
-        appendPlainNumber(text, sum / double(n));
+        appendQuantileNumber(text, sum / double(n));
         if (low == high) {
             for (size_t q = 0; q < quantileLevels.size(); ++q) {
                 text += ',';
-                appendPlainNumber(text, low);
+                appendQuantileNumber(text, low);
             }
         } else {
             std::sort(values.begin(), values.end());
             for (double p : quantileLevels) {
                 text += ',';
-                appendPlainNumber(text, sortedQuantile(values, p));
+                appendQuantileNumber(text, sortedQuantile(values, p));
             }
         }
         text += '\n';

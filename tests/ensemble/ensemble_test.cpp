@@ -363,7 +363,7 @@ TEST(EnsembleQuantiles, StreamTheMembersValuesAndNameASummaryOfAnotherKeyTable)
                                "2024,1,1,1,0,4,4,4,4,4,4,4,4\n"
                                "2025,all,all,all,all,13,10.3,10.6,11.5,13,14.5,15.4,15.7\n"
                                "2025,1,1,1,0,4,4,4,4,4,4,4,4\n"
-                               "2025,1,2,1,0,0.25,0,0,0,0,0.25,0.7000000000000002,0.8499999999999996\n");
+                               "2025,1,2,1,0,0.25,0,0,0,0,0.25,0.7,0.85\n");
     // a member of another key table, one cut short and one of another year are named
     members.push_back(values("m5.bin", {{2024, {1, 2}}, {2025, {1, 2}}}, 2));
     EXPECT_FALSE(writeQuantiles(SummaryTable::Population, s.path("keys.csv"), members, s.path("q.csv"), error));
