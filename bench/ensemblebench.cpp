@@ -7,10 +7,12 @@
 //   ensemblebench [regions] [members] [years]     default: 1000 100 10
 //
 // The program is taken from App/ beside the directory of this benchmark (the build tree).
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <cstring>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -38,7 +40,12 @@ EnsembleMeasure timed(const fs::path& root, const std::string& command)
     std::string line;
     std::ifstream log(out);
     while (std::getline(log, line))
-        if (auto p = line.find("gathering "); p != std::string::npos) m.gathering = std::atof(line.c_str() + p + 10);
+        for (const char* word : {"Zusammenführen ", "gathering "})
+            if (auto p = line.find(word); p != std::string::npos) {
+                std::string figure = line.substr(p + std::strlen(word), 16);
+                std::replace(figure.begin(), figure.end(), ',', '.');  // a German run's decimal comma
+                m.gathering = std::atof(figure.c_str());
+            }
     if (m.status != 0) {
         std::ifstream again(out);
         std::cerr << command << " failed (status " << m.status << "):\n" << again.rdbuf() << "\n";

@@ -148,21 +148,21 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
                               det + "_population.csv", error) ||
             !writeSummaryText(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, det + "_components.bin",
                               det + "_components.csv", error)) {
-            fprintf(stderr, "ensemble: %s\n", error.c_str());
+            fprintf(stderr, DD::literal("Ensemble: %s\n"), error.c_str());
             deterministicOk = false;
         }
         std::remove((det + "_population.bin").c_str());
         std::remove((det + "_components.bin").c_str());
     }
     if (population.empty()) {
-        fprintf(stderr, "ensemble: no member gave results\n");
+        fprintf(stderr, "%s", DD::literal("Ensemble: kein Lauf hat Ergebnisse geliefert\n"));
         return 1;
     }
     if (!writeQuantiles(SummaryTable::Population, ens + SUMMARY_POPULATION_KEYS, population,
                         ens + "ensemble_quantiles.csv", error) ||
         !writeQuantiles(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, components,
                         ens + "ensemble_components_quantiles.csv", error)) {
-        fprintf(stderr, "ensemble: %s\n", error.c_str());
+        fprintf(stderr, DD::literal("Ensemble: %s\n"), error.c_str());
         return 1;
     }
     // under $ODE the members have the population only: said on the console and the page
@@ -171,7 +171,7 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
     const bool withComponents = componentKeys.read(SummaryTable::Components, ens + SUMMARY_COMPONENTS_KEYS, error) &&
                                 componentValues.open(components.front(), componentKeys, error) &&
                                 componentValues.years() > 0;
-    if (!withComponents) printf("ensemble: %s\n", DD::lookup("ens_noComponents").c_str());
+    if (!withComponents) printf(DD::literal("Ensemble: %s\n"), DD::lookup("ens_noComponents").c_str());
     const auto pageStart = std::chrono::steady_clock::now();
     FanChartPage page;
     page.ensembleDirectory = ens;
@@ -184,11 +184,11 @@ int gatherQuantiles(const std::string& ens, const std::string& variantDir, const
     page.withComponents = withComponents;
     std::string pagePath = writeFanChartPage(page, error);
     if (pagePath.empty()) {
-        fprintf(stderr, "ensemble: %s\n", error.c_str());
+        fprintf(stderr, DD::literal("Ensemble: %s\n"), error.c_str());
         return 1;
     }
     auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
-    printf("ensemble page: %s (tables %.3f s, page %.3f s)\n", pagePath.c_str(), seconds(tablesStart, pageStart),
+    printf(DD::literal("Ensemble-Seite: %s (Tabellen %.3f s, Seite %.3f s)\n"), pagePath.c_str(), seconds(tablesStart, pageStart),
            seconds(pageStart, std::chrono::steady_clock::now()));
     return failed ? 1 : 0;
 }
@@ -256,7 +256,7 @@ int runEnsemble(const EnsembleRequest& r)
     dims.ages = si::varInt("METHODE", "NAG", 1, r.directory, r.version);
     const int jobs = r.jobs > 0 ? r.jobs : defaultJobs();
     if (root) {
-        printf("ensemble of %d members from seed %llu, %d ranks, %d at once: %s\n", r.members, (unsigned long long)seed,
+        printf(DD::literal("Ensemble von %d Läufen ab Startwert %llu, %d Ränge, %d gleichzeitig: %s\n"), r.members, (unsigned long long)seed,
                cluster.size, jobs, ens.c_str());
         fflush(stdout);
     }
@@ -316,9 +316,9 @@ int runEnsemble(const EnsembleRequest& r)
         } else if (m.error.empty()) {
             m.error = !run.failure.empty() ? run.failure : firstError(work + m.name + "/");
             if (m.error.empty()) m.error = lastWords(run.consoleFile);
-            if (m.error.empty()) m.error = "exit status " + std::to_string(run.status);
+            if (m.error.empty()) m.error = DD::literal("Exit-Status ") + std::to_string(run.status);
         }
-        fprintf(stderr, "ensemble %s (seed %llu) failed: %s\n", m.name.c_str(), (unsigned long long)m.seed,
+        fprintf(stderr, DD::literal("Ensemble-Lauf %s (Startwert %llu) fehlgeschlagen: %s\n"), m.name.c_str(), (unsigned long long)m.seed,
                 m.error.c_str());
         if (work != kept) {
             fs::create_directories(kept, ec);
@@ -358,7 +358,7 @@ int runEnsemble(const EnsembleRequest& r)
         for (const char* keys : {SUMMARY_POPULATION_KEYS, SUMMARY_COMPONENTS_KEYS}) {
             std::string text = clusterReceive(from);
             if (!text.empty() && !fs::exists(ens + keys, ec) && !writeWhole(ens + keys, text))
-                fprintf(stderr, "ensemble: %s%s: %s\n", ens.c_str(), keys, std::strerror(errno));
+                fprintf(stderr, DD::literal("Ensemble: %s%s: %s\n"), ens.c_str(), keys, std::strerror(errno));
         }
         size_t count = std::stoull(clusterReceive(from));
         for (size_t k = 0; k < count; ++k) {
@@ -395,9 +395,9 @@ int runEnsemble(const EnsembleRequest& r)
     if (work != kept) fs::remove_all(work, ec);
     if (!failed) fs::remove_all(kept, ec);
     auto seconds = [](auto a, auto b) { return std::chrono::duration<double>(b - a).count(); };
-    printf("ensemble: members %.3f s, gathering %.3f s", seconds(started, gatherStart),
+    printf(DD::literal("Ensemble: Läufe %.3f s, Zusammenführen %.3f s"), seconds(started, gatherStart),
            seconds(gatherStart, std::chrono::steady_clock::now()));
-    if (cluster.size > 1) printf(" (from the other ranks %.3f s)", seconds(gatherStart, received));
+    if (cluster.size > 1) printf(DD::literal(" (Empfang von den anderen Rängen %.3f s)"), seconds(gatherStart, received));
     printf("\n");
     std::vector<uint64_t> end = {uint64_t(status)};
     clusterBroadcast(end);

@@ -102,7 +102,7 @@ int runScenarios(const ScenarioRequest& r)
         run.consoleFile = firstDir + "scenario_" + r.variants[i] + ".log";
         runs.push_back(run);
     }
-    printf("scenarios:");
+    printf("%s", DD::literal("Szenarien:"));
     for (const std::string& v : r.variants) printf(" %s", v.c_str());
     printf("\n");
     fflush(stdout);
@@ -114,8 +114,8 @@ int runScenarios(const ScenarioRequest& r)
             return;
         }
         ok[i] = false;
-        std::string why = run.failure.empty() ? "exit status " + std::to_string(run.status) : run.failure;
-        fprintf(stderr, "scenario %s failed: %s (console: %s)\n", r.variants[i].c_str(), why.c_str(),
+        std::string why = run.failure.empty() ? DD::literal("Exit-Status ") + std::to_string(run.status) : run.failure;
+        fprintf(stderr, DD::literal("Szenario %s fehlgeschlagen: %s (Konsole: %s)\n"), r.variants[i].c_str(), why.c_str(),
                 run.consoleFile.c_str());
     });
 
@@ -131,7 +131,7 @@ int runScenarios(const ScenarioRequest& r)
         Populations p;
         std::string error;
         if (!populationOf(r.directory + r.variants[i] + "/", p, error)) {
-            fprintf(stderr, "scenario %s: %s\n", r.variants[i].c_str(), error.c_str());
+            fprintf(stderr, DD::literal("Szenario %s: %s\n"), r.variants[i].c_str(), error.c_str());
             status = 1;
             if (i == 0) return 1;
             continue;

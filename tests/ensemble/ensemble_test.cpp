@@ -296,8 +296,8 @@ TEST(Ensemble, AFailedMemberIsNamedWithItsSeedAndTheOthersAreKept)
     for (int i = 2; i <= 4; ++i) ASSERT_LT(memberSeed(5489, i), 8000000000000000ULL);
     RunResult r = s.ensemble(4, 2);
     EXPECT_EQ(r.status, 1);
-    std::string named = "ensemble member0001 (seed " + std::to_string(memberSeed(5489, 1)) +
-                        ") failed: Fehler in der Datei eckgeb.csv: Geburteneckwert muss positiv sein";
+    std::string named = "Ensemble-Lauf member0001 (Startwert " + std::to_string(memberSeed(5489, 1)) +
+                        ") fehlgeschlagen: Fehler in der Datei eckgeb.csv: Geburteneckwert muss positiv sein";
     EXPECT_NE(r.err.find(named), std::string::npos) << r.err;
     Rows members = plain(s.read("var/v/ensemble/members.csv"));
     ASSERT_EQ(members.size(), 5u);
@@ -437,7 +437,7 @@ TEST(EnsembleCluster, OneRankAndTwoRanksWriteTheSameQuantiles)
     std::string q1 = s.read("var/v/ensemble/ensemble_quantiles.csv");
     std::string c1 = s.read("var/v/ensemble/ensemble_components_quantiles.csv");
     ASSERT_EQ(mpirun(2), 0) << s.read(".mpi.out");
-    EXPECT_NE(s.read(".mpi.out").find("2 ranks"), std::string::npos);
+    EXPECT_NE(s.read(".mpi.out").find("2 Ränge"), std::string::npos);
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_quantiles.csv"), q1);
     EXPECT_EQ(s.read("var/v/ensemble/ensemble_components_quantiles.csv"), c1);
     // and without the launcher, the same
@@ -482,6 +482,6 @@ TEST(Scenarios, FurtherVariantsRunAsIfAloneAndAreComparedWithTheFirst)
     s.write("var/v.ini", ini);
     r = s.run({"orvane", "-d", "var/", "-v", "v"});
     EXPECT_EQ(r.status, 1);
-    EXPECT_NE(r.err.find("scenario nowhere failed: exit status 1"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Szenario nowhere fehlgeschlagen: Exit-Status 1"), std::string::npos) << r.err;
     EXPECT_EQ(plain(s.read("var/v/scenarios.csv")).size(), rows.size());
 }
