@@ -650,6 +650,18 @@ private:
     std::set<std::vector<long long>> additiveSeen;
     // the reading kept for later years, when nothing in it depends on the year
     KeptTableRecorder kept;
+    // the last plain index cell of each column and what it was read as: the next line that
+    // repeats the cell (the outer indices of a long table) takes the interval without reading
+    // the cell or looking up its region again
+    struct IndexMemo {
+        static constexpr int kText = 24;
+        char text[kText];
+        int length = -1;                // -1: nothing remembered
+        IndexInterval value;
+    };
+    IndexMemo memo[5];
+    bool repeatsMemo(int c, const char* text, IndexInterval& v);
+    void remember(int c, const char* text, const IndexInterval& v);
     int errorsBefore = 0;
 
     void cleanup();
@@ -951,9 +963,38 @@ bool TableReader::regionInterval(IndexInterval& v)
     return true;
 }
 
+bool TableReader::repeatsMemo(int c, const char* text, IndexInterval& v)
+{
+    const IndexMemo& m = memo[c];
+    if (m.length < 0 || std::memcmp(text, m.text, static_cast<size_t>(m.length) + 1) != 0) return false;
+    v = m.value;
+    // a region is counted as used by every line that names it
+    if (c == regionIndex)
+        for (long long p = v.lo; p <= v.hi; ++p) ++usePos[static_cast<size_t>(p - 1)];
+    return true;
+}
+
+void TableReader::remember(int c, const char* text, const IndexInterval& v)
+{
+    IndexMemo& m = memo[c];
+    m.length = -1;
+    // only a plain cell that said nothing: a whole number or an interval, inside its column, not
+    // "*", and a region by its own key
+    if (v.computed || v.star || v.isRandom() || v.lo > v.hi) return;
+    if (c == regionIndex && keyScale >= 2) return;
+    const size_t length = std::strlen(text);
+    long long lo, hi;
+    if (length + 1 > sizeof m.text || !plainIndexCell(text, lo, hi)) return;
+    std::memcpy(m.text, text, length + 1);
+    m.length = static_cast<int>(length);
+    m.value = v;
+}
+
 void TableReader::indexCell(int c, const char* text)
 {
     IndexInterval& v = iv[c];
+    if (repeatsMemo(c, text, v)) return;
+    memo[c].length = -1;
     bool isRegion = c == regionIndex;
     long long lastBound = sizes[c] >= 0 ? last[c] : first[c] - 1;
     if (isRegion) lastBound = first[c] - 1;     // "*" is handled by the key lookup
@@ -978,14 +1019,20 @@ void TableReader::indexCell(int c, const char* text)
                               names[c].c_str(), v.lo, v.hi));
         return;
     }
-    if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
+    if (v.isRandom() || v.lo > v.hi || v.lo == -1) return;
+    if (sizes[c] < 0) {
+        remember(c, text, v);
+        return;
+    }
     if (v.lo < first[c] || v.hi > last[c]) {
         // the extent of the column may be a default filled in for a key the variant file lacked
         const std::string note = ini::defaultsFilledNote({names[c]});
         lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;%s", c + 1,
                               names[c].c_str(), v.lo, v.hi, first[c], last[c], note.c_str()));
         structure(note);
+        return;
     }
+    remember(c, text, v);
 }
 
 std::string TableReader::tuple(const long long* written) const
@@ -1536,6 +1583,8 @@ void TableReader::readLines(char* cell)
                 // a command: a cell of a comment line with "!" as second character
                 if (cell[0] && cell[1] == '!') {
                     kept.giveUp();
+                    // a command may change how index cells read (the scale of region keys)
+                    for (IndexMemo& m : memo) m.length = -1;
                     skip = false;
                     const char* p = guards(skipWhite(cell + 2));
                     if (!skip) runStatements(*parser, p, false);
