@@ -661,7 +661,7 @@ private:
     };
     IndexMemo memo[5];
     bool repeatsMemo(int c, const char* text, IndexInterval& v);
-    void remember(int c, const char* text, const IndexInterval& v);
+    void remember(int c, const char* text, int length, const IndexInterval& v);
     int errorsBefore = 0;
 
     void cleanup();
@@ -966,7 +966,10 @@ bool TableReader::regionInterval(IndexInterval& v)
 bool TableReader::repeatsMemo(int c, const char* text, IndexInterval& v)
 {
     const IndexMemo& m = memo[c];
-    if (m.length < 0 || std::memcmp(text, m.text, static_cast<size_t>(m.length) + 1) != 0) return false;
+    if (m.length < 0) return false;
+    // a few characters and the end of the cell, compared in place (a library call costs more)
+    for (int i = 0; i <= m.length; ++i)
+        if (text[i] != m.text[i]) return false;
     v = m.value;
     // a region is counted as used by every line that names it
     if (c == regionIndex)
@@ -974,7 +977,7 @@ bool TableReader::repeatsMemo(int c, const char* text, IndexInterval& v)
     return true;
 }
 
-void TableReader::remember(int c, const char* text, const IndexInterval& v)
+void TableReader::remember(int c, const char* text, int length, const IndexInterval& v)
 {
     IndexMemo& m = memo[c];
     m.length = -1;
@@ -982,11 +985,13 @@ void TableReader::remember(int c, const char* text, const IndexInterval& v)
     // "*", and a region by its own key
     if (v.computed || v.star || v.isRandom() || v.lo > v.hi) return;
     if (c == regionIndex && keyScale >= 2) return;
-    const size_t length = std::strlen(text);
-    long long lo, hi;
-    if (length + 1 > sizeof m.text || !plainIndexCell(text, lo, hi)) return;
-    std::memcpy(m.text, text, length + 1);
-    m.length = static_cast<int>(length);
+    if (length < 0) {
+        long long lo, hi;
+        if (!plainIndexCell(text, lo, hi, length)) return;
+    }
+    if (length + 1 > IndexMemo::kText) return;
+    std::memcpy(m.text, text, static_cast<size_t>(length) + 1);
+    m.length = length;
     m.value = v;
 }
 
@@ -996,9 +1001,23 @@ void TableReader::indexCell(int c, const char* text)
     if (repeatsMemo(c, text, v)) return;
     memo[c].length = -1;
     bool isRegion = c == regionIndex;
+    // a whole number or an interval, read here without the general reader
+    long long lo, hi;
+    int length = -1;
+    const bool plain = plainIndexCell(text, lo, hi, length);
+    if (plain) {
+        v = IndexInterval();
+        v.lo = lo;
+        v.hi = hi;
+        // inside the column's extent: nothing to say about it
+        if (!isRegion && lo <= hi && (sizes[c] < 0 || (lo >= first[c] && hi <= last[c]))) {
+            remember(c, text, length, v);
+            return;
+        }
+    }
     long long lastBound = sizes[c] >= 0 ? last[c] : first[c] - 1;
     if (isRegion) lastBound = first[c] - 1;     // "*" is handled by the key lookup
-    if (!parseIndexCell(text, first[c], lastBound, v, reader)) {
+    if (!plain && !parseIndexCell(text, first[c], lastBound, v, reader)) {
         if (!*skipWhite(text)) {
             lineMessage(0, format("@attribute; %d %s = [] @fn_Eindex;", c + 1, names[c].c_str()));
             structure();
@@ -1021,7 +1040,7 @@ void TableReader::indexCell(int c, const char* text)
     }
     if (v.isRandom() || v.lo > v.hi || v.lo == -1) return;
     if (sizes[c] < 0) {
-        remember(c, text, v);
+        remember(c, text, length, v);
         return;
     }
     if (v.lo < first[c] || v.hi > last[c]) {
@@ -1032,7 +1051,7 @@ void TableReader::indexCell(int c, const char* text)
         structure(note);
         return;
     }
-    remember(c, text, v);
+    remember(c, text, length, v);
 }
 
 std::string TableReader::tuple(const long long* written) const

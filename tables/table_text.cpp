@@ -495,6 +495,25 @@ int CsvReader::scan(char* buffer, int size)
             while (c != '\n' && c != sep && c != '\r' && c != 0 && c != EOF && n + 1 < size) {
                 bits |= static_cast<unsigned>(c);
                 buffer[n++] = static_cast<char>(c);
+#ifdef __GLIBC__
+                {
+                    // the bytes already in the stream's buffer, through a pointer of our own that
+                    // stays in a register (the stream's own is read back after every byte stored)
+                    const char* p = f->_IO_read_ptr;
+                    const char* const e = f->_IO_read_end;
+                    int m = n;
+                    const int room = size - 1;
+                    while (p < e && m < room) {
+                        const char b = *p;
+                        if (b == '\n' || b == static_cast<char>(sep) || b == '\r' || b == 0) break;
+                        bits |= static_cast<unsigned char>(b);
+                        buffer[m++] = b;
+                        ++p;
+                    }
+                    n = m;
+                    f->_IO_read_ptr = const_cast<char*>(p);
+                }
+#endif
                 c = getc_unlocked(f);
             }
             if (c == EOF) return atEnd(true);
