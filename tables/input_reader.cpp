@@ -685,6 +685,8 @@ private:
     void store(const long long* idx, const long long* written, double* row, long long i, double v);
     void finishTable();
     void readLines(char* cell);
+    // one cell of a line: col its column, status what ended it (the separator or a line feed)
+    void takeCell(int col, char* cell, int status);
     bool mayKeep() const;
     void replay(const KeptTable& t);
     void replaySection(const KeptSection& s, int n);
@@ -1571,70 +1573,80 @@ void TableReader::replaySection(const KeptSection& s, int n)
 
 void TableReader::readLines(char* cell)
 {
-    {
-        for (;;) {
-            int status = reader->next(cell, kLineBuffer);
-            if (status < 0) {
-                if (status < -1) {
-                    Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
-                                  CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
-                                  lineText().c_str());
-                    break;
-                }
-                if (lineActive) endLine();
+    // a line of plain cells with exactly the cells the table has comes whole from the scanner
+    const int cellsOfLine = hasCheck + indexCount + 1;
+    char* starts[7];
+    for (;;) {
+        if (!lineActive && reader->plainLine(cell, kLineBuffer, cellsOfLine, starts)) {
+            for (int col = 0; col < cellsOfLine; ++col)
+                takeCell(col, starts[col], col + 1 < cellsOfLine ? reader->separator : '\n');
+            continue;
+        }
+        int status = reader->next(cell, kLineBuffer);
+        if (status < 0) {
+            if (status < -1) {
+                Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
+                              CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
+                              lineText().c_str());
                 break;
             }
-            const int col = reader->column;
-            if (col == 0) {
-                lineActive = true;
-                lineNo = static_cast<size_t>(reader->lineNumber());
-                lineIsComment = reader->isComment != 0;
-            }
-            lineCellCount = col + 1;
-            if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
-            if (reader->unendedLastLine && !lineIsComment && cell[0] &&
-                std::isdigit(static_cast<unsigned char>(cell[std::strlen(cell) - 1]))) {
-                // the file ends inside a number: a file cut short reads as a smaller number
-                shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
-                reader->unendedLastLine = 0;
-            }
-            if (lineIsComment) {
-                // a command: a cell of a comment line with "!" as second character
-                if (cell[0] && cell[1] == '!') {
-                    kept.giveUp();
-                    // a command may change how index cells read (the scale of region keys)
-                    for (IndexMemo& m : memo) m.length = -1;
-                    skip = false;
-                    const char* p = guards(skipWhite(cell + 2));
-                    if (!skip) runStatements(*parser, p, false);
-                    skip = false;
-                }
-            } else if (!skip) {
-                const char* text = cell;
-                if (!reader->ascii && !validUtf8(cell)) {
-                    // a cell of broken text is no index and no value: it cannot be read as meant
-                    lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
-                                          printableBytes(cell).c_str()));
-                    skip = true;
-                }
-                if (skip) {
-                } else if (col == 0) text = guards(cell);
-                const int c = col - hasCheck;
-                if (skip) {
-                } else if (col == 0 && hasCheck) {
-                    checkCell(text);
-                } else if (c < indexCount) {
-                    indexCell(c, text);
-                } else if (c == indexCount) {
-                    valueCell(text);
-                } else {
-                    if (trailing == 0) trailingLine = lineNo;
-                    ++trailing;
-                }
-            }
-            if (status == '\n') endLine();
+            if (lineActive) endLine();
+            break;
+        }
+        takeCell(reader->column, cell, status);
+    }
+}
+
+void TableReader::takeCell(int col, char* cell, int status)
+{
+    if (col == 0) {
+        lineActive = true;
+        lineNo = static_cast<size_t>(reader->lineNumber());
+        lineIsComment = reader->isComment != 0;
+    }
+    lineCellCount = col + 1;
+    if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
+    if (reader->unendedLastLine && !lineIsComment && cell[0] &&
+        std::isdigit(static_cast<unsigned char>(cell[std::strlen(cell) - 1]))) {
+        // the file ends inside a number: a file cut short reads as a smaller number
+        shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
+        reader->unendedLastLine = 0;
+    }
+    if (lineIsComment) {
+        // a command: a cell of a comment line with "!" as second character
+        if (cell[0] && cell[1] == '!') {
+            kept.giveUp();
+            // a command may change how index cells read (the scale of region keys)
+            for (IndexMemo& m : memo) m.length = -1;
+            skip = false;
+            const char* p = guards(skipWhite(cell + 2));
+            if (!skip) runStatements(*parser, p, false);
+            skip = false;
+        }
+    } else if (!skip) {
+        const char* text = cell;
+        if (!reader->ascii && !validUtf8(cell)) {
+            // a cell of broken text is no index and no value: it cannot be read as meant
+            lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
+                                  printableBytes(cell).c_str()));
+            skip = true;
+        }
+        if (skip) {
+        } else if (col == 0) text = guards(cell);
+        const int c = col - hasCheck;
+        if (skip) {
+        } else if (col == 0 && hasCheck) {
+            checkCell(text);
+        } else if (c < indexCount) {
+            indexCell(c, text);
+        } else if (c == indexCount) {
+            valueCell(text);
+        } else {
+            if (trailing == 0) trailingLine = lineNo;
+            ++trailing;
         }
     }
+    if (status == '\n') endLine();
 }
 
 } // namespace
