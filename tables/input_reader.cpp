@@ -687,6 +687,8 @@ private:
     void readLines(char* cell);
     // one cell of a line: col its column, status what ended it (the separator or a line feed)
     void takeCell(int col, char* cell, int status);
+    // a whole line of plain cells from the scanner
+    void plainLine(char* const* starts);
     bool mayKeep() const;
     void replay(const KeptTable& t);
     void replaySection(const KeptSection& s, int n);
@@ -1256,6 +1258,33 @@ void TableReader::valueCell(const char* text)
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
     if (!constant) kept.giveUp();      // an expression may give another value each year
 
+    // a number for one cell, the most common line: stored straight away
+    if (constant && traceLevel == 0) {
+        bool single = true;
+        for (int j = 0; j < indexCount && single; ++j) single = iv[j].lo == iv[j].hi && iv[j].lo != -1;
+        if (single) {
+            long long written[5], idx[5];
+            for (int j = 0; j < indexCount; ++j) {
+                written[j] = iv[j].lo;
+                idx[j] = written[j] - first[j];
+            }
+            const long long i = indexCount > 0 ? idx[indexCount - 1] : 0;
+            if (indexCount > 0) idx[indexCount - 1] = 0;
+            double* row = target.row(idx);
+            if (indexCount > 0) idx[indexCount - 1] = i;
+            lineCells = 0;
+            const uint64_t reportsBefore = rateReports;
+            if (!std::isfinite(constantValue)) {
+                Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, constantValue);
+                return;
+            }
+            store(idx, written, row, i, constantValue);
+            if (rateReports > reportsBefore)
+                Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - reportsBefore));
+            return;
+        }
+    }
+
     // bounds of drawn indices
     bool outerRandom = false;
     for (int j = 0; j < indexCount; ++j) {
@@ -1578,8 +1607,7 @@ void TableReader::readLines(char* cell)
     char* starts[7];
     for (;;) {
         if (!lineActive && reader->plainLine(cell, kLineBuffer, cellsOfLine, starts)) {
-            for (int col = 0; col < cellsOfLine; ++col)
-                takeCell(col, starts[col], col + 1 < cellsOfLine ? reader->separator : '\n');
+            plainLine(starts);
             continue;
         }
         int status = reader->next(cell, kLineBuffer);
@@ -1595,6 +1623,21 @@ void TableReader::readLines(char* cell)
         }
         takeCell(reader->column, cell, status);
     }
+}
+
+void TableReader::plainLine(char* const* starts)
+{
+    // what takeCell does for each cell of a line of ASCII digits and points with the cells the
+    // table has, ended by a line feed: no comment, no cell beyond the value, no cut end
+    lineActive = true;
+    lineNo = static_cast<size_t>(reader->lineNumber());
+    lineIsComment = false;
+    lineCellCount = hasCheck + indexCount + 1;
+    const char* text = guards(starts[0]);
+    if (hasCheck) checkCell(text);
+    for (int c = 0; c < indexCount && !skip; ++c) indexCell(c, c + hasCheck == 0 ? text : starts[c + hasCheck]);
+    if (!skip) valueCell(indexCount + hasCheck == 0 ? text : starts[indexCount + hasCheck]);
+    endLine();
 }
 
 void TableReader::takeCell(int col, char* cell, int status)
