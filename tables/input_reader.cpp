@@ -650,6 +650,18 @@ private:
     std::set<std::vector<long long>> additiveSeen;
     // the reading kept for later years, when nothing in it depends on the year
     KeptTableRecorder kept;
+    // the last plain index cell of each column and what it was read as: the next line that
+    // repeats the cell (the outer indices of a long table) takes the interval without reading
+    // the cell or looking up its region again
+    struct IndexMemo {
+        static constexpr int kText = 24;
+        char text[kText];
+        int length = -1;                // -1: nothing remembered
+        IndexInterval value;
+    };
+    IndexMemo memo[5];
+    bool repeatsMemo(int c, const char* text, IndexInterval& v);
+    void remember(int c, const char* text, int length, const IndexInterval& v);
     int errorsBefore = 0;
 
     void cleanup();
@@ -673,6 +685,10 @@ private:
     void store(const long long* idx, const long long* written, double* row, long long i, double v);
     void finishTable();
     void readLines(char* cell);
+    // one cell of a line: col its column, status what ended it (the separator or a line feed)
+    void takeCell(int col, char* cell, int status);
+    // a whole line of plain cells from the scanner
+    void plainLine(char* const* starts);
     bool mayKeep() const;
     void replay(const KeptTable& t);
     void replaySection(const KeptSection& s, int n);
@@ -951,13 +967,61 @@ bool TableReader::regionInterval(IndexInterval& v)
     return true;
 }
 
+bool TableReader::repeatsMemo(int c, const char* text, IndexInterval& v)
+{
+    const IndexMemo& m = memo[c];
+    if (m.length < 0) return false;
+    // a few characters and the end of the cell, compared in place (a library call costs more)
+    for (int i = 0; i <= m.length; ++i)
+        if (text[i] != m.text[i]) return false;
+    v = m.value;
+    // a region is counted as used by every line that names it
+    if (c == regionIndex)
+        for (long long p = v.lo; p <= v.hi; ++p) ++usePos[static_cast<size_t>(p - 1)];
+    return true;
+}
+
+void TableReader::remember(int c, const char* text, int length, const IndexInterval& v)
+{
+    IndexMemo& m = memo[c];
+    m.length = -1;
+    // only a plain cell that said nothing: a whole number or an interval, inside its column, not
+    // "*", and a region by its own key
+    if (v.computed || v.star || v.isRandom() || v.lo > v.hi) return;
+    if (c == regionIndex && keyScale >= 2) return;
+    if (length < 0) {
+        long long lo, hi;
+        if (!plainIndexCell(text, lo, hi, length)) return;
+    }
+    if (length + 1 > IndexMemo::kText) return;
+    std::memcpy(m.text, text, static_cast<size_t>(length) + 1);
+    m.length = length;
+    m.value = v;
+}
+
 void TableReader::indexCell(int c, const char* text)
 {
     IndexInterval& v = iv[c];
+    if (repeatsMemo(c, text, v)) return;
+    memo[c].length = -1;
     bool isRegion = c == regionIndex;
+    // a whole number or an interval, read here without the general reader
+    long long lo, hi;
+    int length = -1;
+    const bool plain = plainIndexCell(text, lo, hi, length);
+    if (plain) {
+        v = IndexInterval();
+        v.lo = lo;
+        v.hi = hi;
+        // inside the column's extent: nothing to say about it
+        if (!isRegion && lo <= hi && (sizes[c] < 0 || (lo >= first[c] && hi <= last[c]))) {
+            remember(c, text, length, v);
+            return;
+        }
+    }
     long long lastBound = sizes[c] >= 0 ? last[c] : first[c] - 1;
     if (isRegion) lastBound = first[c] - 1;     // "*" is handled by the key lookup
-    if (!parseIndexCell(text, first[c], lastBound, v, reader)) {
+    if (!plain && !parseIndexCell(text, first[c], lastBound, v, reader)) {
         if (!*skipWhite(text)) {
             lineMessage(0, format("@attribute; %d %s = [] @fn_Eindex;", c + 1, names[c].c_str()));
             structure();
@@ -978,14 +1042,20 @@ void TableReader::indexCell(int c, const char* text)
                               names[c].c_str(), v.lo, v.hi));
         return;
     }
-    if (v.isRandom() || v.lo > v.hi || v.lo == -1 || sizes[c] < 0) return;
+    if (v.isRandom() || v.lo > v.hi || v.lo == -1) return;
+    if (sizes[c] < 0) {
+        remember(c, text, length, v);
+        return;
+    }
     if (v.lo < first[c] || v.hi > last[c]) {
         // the extent of the column may be a default filled in for a key the variant file lacked
         const std::string note = ini::defaultsFilledNote({names[c]});
         lineMessage(0, format("@attribute; %d %s = [%lld..%lld] @outside; [%lld..%lld] @fn_Eindex;%s", c + 1,
                               names[c].c_str(), v.lo, v.hi, first[c], last[c], note.c_str()));
         structure(note);
+        return;
     }
+    remember(c, text, length, v);
 }
 
 std::string TableReader::tuple(const long long* written) const
@@ -1187,6 +1257,33 @@ void TableReader::valueCell(const char* text)
     }
     if ((lineComputed || !constant) && expandRequested) expandNeeded = 1;
     if (!constant) kept.giveUp();      // an expression may give another value each year
+
+    // a number for one cell, the most common line: stored straight away
+    if (constant && traceLevel == 0) {
+        bool single = true;
+        for (int j = 0; j < indexCount && single; ++j) single = iv[j].lo == iv[j].hi && iv[j].lo != -1;
+        if (single) {
+            long long written[5], idx[5];
+            for (int j = 0; j < indexCount; ++j) {
+                written[j] = iv[j].lo;
+                idx[j] = written[j] - first[j];
+            }
+            const long long i = indexCount > 0 ? idx[indexCount - 1] : 0;
+            if (indexCount > 0) idx[indexCount - 1] = 0;
+            double* row = target.row(idx);
+            if (indexCount > 0) idx[indexCount - 1] = i;
+            lineCells = 0;
+            const uint64_t reportsBefore = rateReports;
+            if (!std::isfinite(constantValue)) {
+                Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, constantValue);
+                return;
+            }
+            store(idx, written, row, i, constantValue);
+            if (rateReports > reportsBefore)
+                Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - reportsBefore));
+            return;
+        }
+    }
 
     // bounds of drawn indices
     bool outerRandom = false;
@@ -1505,68 +1602,94 @@ void TableReader::replaySection(const KeptSection& s, int n)
 
 void TableReader::readLines(char* cell)
 {
-    {
-        for (;;) {
-            int status = reader->next(cell, kLineBuffer);
-            if (status < 0) {
-                if (status < -1) {
-                    Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
-                                  CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
-                                  lineText().c_str());
-                    break;
-                }
-                if (lineActive) endLine();
+    // a line of plain cells with exactly the cells the table has comes whole from the scanner
+    const int cellsOfLine = hasCheck + indexCount + 1;
+    char* starts[7];
+    for (;;) {
+        if (!lineActive && reader->plainLine(cell, kLineBuffer, cellsOfLine, starts)) {
+            plainLine(starts);
+            continue;
+        }
+        int status = reader->next(cell, kLineBuffer);
+        if (status < 0) {
+            if (status < -1) {
+                Prot::message(SEV_ERROR, "%s: %s: %s in Zeile<br>%d: %s", name.c_str(), cell,
+                              CsvReader::errorText(status).c_str(), static_cast<int>(reader->lineNumber()),
+                              lineText().c_str());
                 break;
             }
-            const int col = reader->column;
-            if (col == 0) {
-                lineActive = true;
-                lineNo = static_cast<size_t>(reader->lineNumber());
-                lineIsComment = reader->isComment != 0;
-            }
-            lineCellCount = col + 1;
-            if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
-            if (reader->unendedLastLine && !lineIsComment && cell[0] &&
-                std::isdigit(static_cast<unsigned char>(cell[std::strlen(cell) - 1]))) {
-                // the file ends inside a number: a file cut short reads as a smaller number
-                shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
-                reader->unendedLastLine = 0;
-            }
-            if (lineIsComment) {
-                // a command: a cell of a comment line with "!" as second character
-                if (cell[0] && cell[1] == '!') {
-                    kept.giveUp();
-                    skip = false;
-                    const char* p = guards(skipWhite(cell + 2));
-                    if (!skip) runStatements(*parser, p, false);
-                    skip = false;
-                }
-            } else if (!skip) {
-                const char* text = cell;
-                if (!reader->ascii && !validUtf8(cell)) {
-                    // a cell of broken text is no index and no value: it cannot be read as meant
-                    lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
-                                          printableBytes(cell).c_str()));
-                    skip = true;
-                }
-                if (skip) {
-                } else if (col == 0) text = guards(cell);
-                const int c = col - hasCheck;
-                if (skip) {
-                } else if (col == 0 && hasCheck) {
-                    checkCell(text);
-                } else if (c < indexCount) {
-                    indexCell(c, text);
-                } else if (c == indexCount) {
-                    valueCell(text);
-                } else {
-                    if (trailing == 0) trailingLine = lineNo;
-                    ++trailing;
-                }
-            }
-            if (status == '\n') endLine();
+            if (lineActive) endLine();
+            break;
+        }
+        takeCell(reader->column, cell, status);
+    }
+}
+
+void TableReader::plainLine(char* const* starts)
+{
+    // what takeCell does for each cell of a line of ASCII digits and points with the cells the
+    // table has, ended by a line feed: no comment, no cell beyond the value, no cut end
+    lineActive = true;
+    lineNo = static_cast<size_t>(reader->lineNumber());
+    lineIsComment = false;
+    lineCellCount = hasCheck + indexCount + 1;
+    const char* text = guards(starts[0]);
+    if (hasCheck) checkCell(text);
+    for (int c = 0; c < indexCount && !skip; ++c) indexCell(c, c + hasCheck == 0 ? text : starts[c + hasCheck]);
+    if (!skip) valueCell(indexCount + hasCheck == 0 ? text : starts[indexCount + hasCheck]);
+    endLine();
+}
+
+void TableReader::takeCell(int col, char* cell, int status)
+{
+    if (col == 0) {
+        lineActive = true;
+        lineNo = static_cast<size_t>(reader->lineNumber());
+        lineIsComment = reader->isComment != 0;
+    }
+    lineCellCount = col + 1;
+    if (col >= hasCheck + indexCount + 1 && cell[0]) ++lineExtraCells;
+    if (reader->unendedLastLine && !lineIsComment && cell[0] &&
+        std::isdigit(static_cast<unsigned char>(cell[std::strlen(cell) - 1]))) {
+        // the file ends inside a number: a file cut short reads as a smaller number
+        shapeMessage(format("@attribute; %d = %s: @fn_unended;", col + 1, cell));
+        reader->unendedLastLine = 0;
+    }
+    if (lineIsComment) {
+        // a command: a cell of a comment line with "!" as second character
+        if (cell[0] && cell[1] == '!') {
+            kept.giveUp();
+            // a command may change how index cells read (the scale of region keys)
+            for (IndexMemo& m : memo) m.length = -1;
+            skip = false;
+            const char* p = guards(skipWhite(cell + 2));
+            if (!skip) runStatements(*parser, p, false);
+            skip = false;
+        }
+    } else if (!skip) {
+        const char* text = cell;
+        if (!reader->ascii && !validUtf8(cell)) {
+            // a cell of broken text is no index and no value: it cannot be read as meant
+            lineMessage(1, format("@attribute; %d: ungültiges UTF-8 in <code>%s</code>", col + 1,
+                                  printableBytes(cell).c_str()));
+            skip = true;
+        }
+        if (skip) {
+        } else if (col == 0) text = guards(cell);
+        const int c = col - hasCheck;
+        if (skip) {
+        } else if (col == 0 && hasCheck) {
+            checkCell(text);
+        } else if (c < indexCount) {
+            indexCell(c, text);
+        } else if (c == indexCount) {
+            valueCell(text);
+        } else {
+            if (trailing == 0) trailingLine = lineNo;
+            ++trailing;
         }
     }
+    if (status == '\n') endLine();
 }
 
 } // namespace

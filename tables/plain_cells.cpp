@@ -25,17 +25,26 @@ bool bound(const char*& p, long long& value)
 
 } // namespace
 
-bool plainIndexCell(const char* cell, long long& lo, long long& hi)
+bool plainIndexCell(const char* cell, long long& lo, long long& hi, int& length)
 {
     const char* p = cell;
     if (!bound(p, lo)) return false;
     if (*p == 0) {
         hi = lo;
+        length = static_cast<int>(p - cell);
         return true;
     }
     if (p[0] != '.' || p[1] != '.') return false;
     p += 2;
-    return bound(p, hi) && *p == 0;
+    if (!bound(p, hi) || *p != 0) return false;
+    length = static_cast<int>(p - cell);
+    return true;
+}
+
+bool plainIndexCell(const char* cell, long long& lo, long long& hi)
+{
+    int length;
+    return plainIndexCell(cell, lo, hi, length);
 }
 
 bool plainNumberCell(const char* cell, double& value)

@@ -6,5 +6,7 @@
 
 // "12" or "3..17": at most 18 digits a bound, nothing else in the cell
 bool plainIndexCell(const char* cell, long long& lo, long long& hi);
+// the same, with the length of the cell's text
+bool plainIndexCell(const char* cell, long long& lo, long long& hi, int& length);
 // "250", "0.001624": digits, at most one "." with digits after it, nothing else in the cell
 bool plainNumberCell(const char* cell, double& value);

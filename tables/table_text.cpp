@@ -444,6 +444,51 @@ int CsvReader::next(char* buffer, int size)
     return status;
 }
 
+bool CsvReader::plainLine(char* buffer, int size, int cells, char** starts)
+{
+#ifdef __GLIBC__
+    if (!file || cells < 1 || (cellsRead > 0 && lastChar != '\n')) return false;
+    const char* p = file->_IO_read_ptr;
+    const char* const e = file->_IO_read_end;
+    if (p >= e || *p < '0' || *p > '9') return false;
+    const char sep = static_cast<char>(separator);
+    int n = 0, found = 1;
+    starts[0] = buffer;
+    for (;; ++p) {
+        if (p == e || n + 1 >= size) return false;
+        const char b = *p;
+        if ((b >= '0' && b <= '9') || b == '.') {
+            buffer[n++] = b;
+        } else if (b == sep) {
+            if (found == cells) return false;
+            buffer[n++] = 0;
+            starts[found++] = buffer + n;
+        } else if (b == '\n') {
+            break;
+        } else {
+            return false;
+        }
+    }
+    if (found != cells) return false;
+    buffer[n] = 0;
+    file->_IO_read_ptr = const_cast<char*>(p + 1);
+    // as next() leaves it after the line's last cell
+    if (cellsRead > 0) {
+        if (isComment) ++commentLines;
+        else ++dataLines;
+    }
+    isComment = 0;
+    column = cells - 1;
+    cellsRead += cells;
+    lastChar = '\n';
+    ascii = 1;
+    return true;
+#else
+    (void)buffer, (void)size, (void)cells, (void)starts;
+    return false;
+#endif
+}
+
 // the cell scanner: start, bare, in-quotes, after-quote; carriage returns are dropped
 // everywhere. The separator is looked at before blanks, so that a tab separator works.
 int CsvReader::scan(char* buffer, int size)
@@ -495,6 +540,25 @@ int CsvReader::scan(char* buffer, int size)
             while (c != '\n' && c != sep && c != '\r' && c != 0 && c != EOF && n + 1 < size) {
                 bits |= static_cast<unsigned>(c);
                 buffer[n++] = static_cast<char>(c);
+#ifdef __GLIBC__
+                {
+                    // the bytes already in the stream's buffer, through a pointer of our own that
+                    // stays in a register (the stream's own is read back after every byte stored)
+                    const char* p = f->_IO_read_ptr;
+                    const char* const e = f->_IO_read_end;
+                    int m = n;
+                    const int room = size - 1;
+                    while (p < e && m < room) {
+                        const char b = *p;
+                        if (b == '\n' || b == static_cast<char>(sep) || b == '\r' || b == 0) break;
+                        bits |= static_cast<unsigned char>(b);
+                        buffer[m++] = b;
+                        ++p;
+                    }
+                    n = m;
+                    f->_IO_read_ptr = const_cast<char*>(p);
+                }
+#endif
                 c = getc_unlocked(f);
             }
             if (c == EOF) return atEnd(true);

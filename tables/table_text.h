@@ -61,6 +61,13 @@ public:
     // -1 end of file, -2 invalid character after a quoted text, -3 unfinished string,
     // -4 buffer overflow, -5 a NUL byte in the cell
     int next(char* buffer, int size);
+    // A whole line of plain cells at once, when it stands complete in the stream's buffer:
+    // exactly cells cells of digits and points, the first a digit, ended by a line feed. The
+    // cells go into buffer one behind the other, each ended by 0, their starts into starts; the
+    // reader then stands as after next() gave the line's last cell. False, with nothing read,
+    // for any other line (blanks, quotes, signs, letters, comments, carriage returns, other
+    // counts of cells, a line longer than size or not yet in the buffer): next() reads it.
+    bool plainLine(char* buffer, int size, int cells, char** starts);
     static std::string errorText(int status);
     std::string currentLine();
     uint64_t lineNumber() const { return dataLines + commentLines + emptyLines + 1; }

@@ -460,6 +460,41 @@ TEST_F(ReadTab, ShortLineAndUnknownNamesInIndexCells)
     EXPECT_EQ(a[1], 0);
 }
 
+TEST_F(ReadTab, WholeLinesOfPlainCellsAndTheLinesBetweenThem)
+{
+    // plain lines are taken whole from the scanner, the others cell by cell: the values, the
+    // line numbers and the texts of the messages are the same either way
+    Prot::setThrow(false);
+    write("t.csv", "1;1;5\n1;2;6\n\n# note\n2; 1;7\n2;3;8\r\n1;3;4;5\n2\n2;2;0.5\n1;4;9\n2;2;1\n");
+    FileEntry f = entry("t");
+    LA2 a("T", {2, 3}, 0);
+    readTable(f, a, "A\0C.NTYB\0");
+    std::string p = newText();
+    EXPECT_EQ(a[0][0], 5);
+    EXPECT_EQ(a[0][1], 6);
+    EXPECT_EQ(a[0][2], 4);
+    EXPECT_EQ(a[1][0], 7);
+    EXPECT_EQ(a[1][1], 0.5);     // the line after the error is not read
+    EXPECT_EQ(a[1][2], 8);
+    EXPECT_TRUE(has(p, "<br>7: <code>1;3;4;5</code>")) << p;
+    EXPECT_TRUE(has(p, "[row]<br>8: <code>2</code><br>[fn_short]")) << p;
+    EXPECT_TRUE(has(p, "[row]<br>10: <code>1;4;9</code><br>[attribute] 2 NTYB = [4..4] [outside] [1..3] [fn_Eindex]")) << p;
+
+    // a region named again by the next line counts as used by each line
+    regionKeyUse().clear();
+    write("r.csv", "1002;1;1\n1002;2;2\n1005;1;3\n1001..1005;2;4\n1005;1;5\n");
+    FileEntry r = entry("r", 0, 0, 2);
+    LA2 b("R", {3, 2}, 0);
+    readTable(r, b, "NGZ\0B\0");
+    EXPECT_EQ(b[1][0], 1);
+    EXPECT_EQ(b[1][1], 4);
+    EXPECT_EQ(b[2][0], 5);
+    EXPECT_EQ(b[0][1], 4);
+    EXPECT_EQ(regionKeyUse()[1001], 1);
+    EXPECT_EQ(regionKeyUse()[1002], 3);
+    EXPECT_EQ(regionKeyUse()[1005], 3);
+}
+
 // ---------------------------------------------------------------- region keys
 
 TEST_F(ReadTab, RegionKeysInTheReferenceTable)
