@@ -46,6 +46,7 @@ void YearStep::release()
     PR4WBG.release();
     for (LA1* a : {&GG1ATTR, &DG1IBN_, &DG1OBR_}) a->release();
     regionsOfType.clear();
+    std::vector<char>().swap(belowZero);
     DR4FBrates.release();
     DR4FBsRates.clear();
     for (LA1* a : {&DG1IN, &DG1OR}) a->release();
@@ -433,7 +434,12 @@ void cohortEquation(Orvane& c, YearStep& y, NegativesByRegion& found)
         os::parallelFor(0, c.NGZ, [&](int z) { scanNegatives(c, z, found); });
     } else {
         const size_t nbg = Z(c.NBG), ngg = Z(c.NGG), nag = Z(c.NAG);
+        // with only the deaths added, and those already in the population, negative results can
+        // stand only in the regions the deaths marked
+        const bool marked = present.empty() && y.deathsInPopulation && y.belowZero.size() == Z(c.NGZ) &&
+                            !c.BG40.sparse && (_(R_0) || !c.BG40DSG.exists());
         regionLoop(c, false, [&](int z) {
+            if (marked && !y.belowZero[Z(z)]) return;
             for (GemTable* t : present) {
                 if (t->sparse) {
                     t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {
