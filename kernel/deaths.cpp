@@ -329,6 +329,28 @@ inline double deathsOf(double persons, double rate)
     return x + 0.0;
 }
 
+// The deaths of one cohort's row as deathsOf gives them, leaving the row at once. The rows of the
+// deaths, the persons and the rates are apart in memory, and nothing looks at the floating point
+// exception flags, so the compiler may work out two ages at a time (the values stay the same).
+#if defined(__GNUC__) && !defined(__clang__)
+__attribute__((optimize("no-trapping-math")))
+#endif
+// True when an age of the row ends below 0.
+bool leaveRow(double* __restrict d, double* __restrict w, const double* __restrict r, size_t nag)
+{
+    double below = 0;
+    for (size_t a = 0; a < nag; ++a) {
+        const double persons = w[a], rate = r[a];
+        const double product = -(persons * rate);
+        const double x = ((persons != 0) & (rate != 0) ? product : 0.0) + 0.0;
+        d[a] = x;
+        const double left = persons + x;
+        w[a] = left;
+        below = left < 0 ? -1.0 : below;
+    }
+    return below < 0;
+}
+
 // whole persons: each element rounded with the carry of the table
 void roundWithCarry(GemTable& t)
 {
@@ -454,6 +476,7 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
     // the deaths enter the population at once only on the plain path, which adds them row by row
     y.deathsInPopulation = y.deathsInPopulation && plain;
     const bool enter = y.deathsInPopulation;
+    if (enter) y.belowZero.assign(Z(C.NGZ), 0);
     auto body = [&](int z) {
         const size_t t = Z(C.region(z).tys);
         if (plain) {
@@ -465,16 +488,15 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
                     double* w = C.BG40.row(Z(z), b, g);
                     if (t >= ntys) {
                         std::fill(d, d + nag, 0.0);
-                        if (enter)
+                        if (enter) {
                             for (size_t a = 0; a < nag; ++a) w[a] += 0.0;
+                            y.belowZero[Z(z)] = 1;
+                        }
                         continue;
                     }
                     const std::vector<double>& r = C.PR3S[t][b][g];
                     if (enter) {
-                        for (size_t a = 0; a < nag; ++a) {
-                            d[a] = deathsOf(w[a], r[a]);
-                            w[a] += d[a];
-                        }
+                        if (leaveRow(d, w, r.data(), nag)) y.belowZero[Z(z)] = 1;
                         continue;
                     }
                     for (size_t a = 0; a < nag; ++a) d[a] = deathsOf(w[a], r[a]);

@@ -2,6 +2,7 @@
 // cohort equation, the treatment of negative results and the year's output.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <utility>
 #include <stdexcept>
 #include <string>
@@ -46,6 +47,7 @@ void YearStep::release()
     PR4WBG.release();
     for (LA1* a : {&GG1ATTR, &DG1IBN_, &DG1OBR_}) a->release();
     regionsOfType.clear();
+    std::vector<char>().swap(belowZero);
     DR4FBrates.release();
     DR4FBsRates.clear();
     for (LA1* a : {&DG1IN, &DG1OR}) a->release();
@@ -87,18 +89,20 @@ int ageStep(const Orvane& c, int z) { return c.region(z).tyagf + RK::refLowest(C
 // sums, in the same order, as adding each age that is not 0 into a cleared row (so a -0 becomes 0).
 void ageRowInPlace(double* row, int last, int step)
 {
-    // the row is copied aside first (it stays in the cache): shifting it within itself is slower
-    thread_local std::vector<double> from;
-    from.assign(row, row + last + 1);
     if (step == 1 && last >= 1) {
+        // the row moves up by one within itself; adding 0 makes a -0 a 0
         double top = 0.0;
-        if (from[Z(last - 1)] != 0) top += from[Z(last - 1)];
-        if (from[Z(last)] != 0) top += from[Z(last)];
+        if (row[last - 1] != 0) top += row[last - 1];
+        if (row[last] != 0) top += row[last];
+        std::memmove(row + 1, row, Z(last - 1) * sizeof(double));
+        for (int a = 1; a < last; ++a) row[a] += 0.0;
         row[0] = 0.0;
-        for (int a = 1; a < last; ++a) row[a] = from[Z(a - 1)] + 0.0;
         row[last] = top;
         return;
     }
+    // the row is copied aside first (it stays in the cache)
+    thread_local std::vector<double> from;
+    from.assign(row, row + last + 1);
     std::fill(row, row + last + 1, 0.0);
     for (int a = 0; a <= last; ++a)
         if (from[Z(a)] != 0) row[std::min(last, a + step)] += from[Z(a)];
@@ -433,7 +437,12 @@ void cohortEquation(Orvane& c, YearStep& y, NegativesByRegion& found)
         os::parallelFor(0, c.NGZ, [&](int z) { scanNegatives(c, z, found); });
     } else {
         const size_t nbg = Z(c.NBG), ngg = Z(c.NGG), nag = Z(c.NAG);
+        // with only the deaths added, and those already in the population, negative results can
+        // stand only in the regions the deaths marked
+        const bool marked = present.empty() && y.deathsInPopulation && y.belowZero.size() == Z(c.NGZ) &&
+                            !c.BG40.sparse && (_(R_0) || !c.BG40DSG.exists());
         regionLoop(c, false, [&](int z) {
+            if (marked && !y.belowZero[Z(z)]) return;
             for (GemTable* t : present) {
                 if (t->sparse) {
                     t->forRegion(Z(z), [&](size_t, size_t b, size_t g, size_t a, double v) {

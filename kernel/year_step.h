@@ -43,6 +43,9 @@ struct YearStep {
     // year: the deaths may enter the population as they are worked out, region by region, and
     // deaths says so by leaving it true (the cohort equation then leaves DG4S out)
     bool deathsInPopulation = false;
+    // with the deaths in the population: for each region, whether the deaths left any element of
+    // it below 0 (or may have); the cohort equation looks for negative results there alone
+    std::vector<char> belowZero;
     // the working copy of the flow rates: the stayer rates and flows as loaded (step 12 restores them)
     LA5 DR4FBrates{"DR4FB"};
     FBList DR4FBsRates;
