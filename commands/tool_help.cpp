@@ -14,13 +14,15 @@ const std::map<std::string, ToolHelp>& helps()
 {
     static const std::map<std::string, ToolHelp> table = {
         {"orvane",
-         {"cd:l:o:pv:w:",
+         {"cd:e:j:l:o:pv:w:",
           "orvane orvane [options]: the population forecast of one variant\n"
           "Reads <directory><variant>.ini and the tables of the variant, writes gem<year>.csv, bew.csv,\n"
           "bewgem.csv, ... into <directory><variant>/ and the protocol <directory><variant>/prot/index.html.\n"
           "\n"
           "  -c            run the callbacks CALLBACK0 and CALLBACK2 of the variant file    orvane orvane -c -d demo/ -v demo\n"
           "  -d directory  directory of the variant file, ending in /                     orvane orvane -d demo/ -v demo\n"
+          "  -e seed:dir   an ensemble member's seed and tables (the ensemble sets it)    orvane orvane -e 4711:/srv/demo/ -d work/ -v demo\n"
+          "  -j n          ensemble members or scenarios at once (default: the cores)     orvane orvane -j 2 -d demo/ -v demo -o 'option($ENSEMBLE 100)'\n"
           "  -l language   language of messages and column names (de, en)                 orvane orvane -l en -d demo/ -v demo\n"
           "  -o expression named options and other expressions; includes -p             orvane orvane -o 'option($STACK 1)' -d demo/ -v demo\n"
           "  -p            run the loops over regions in parallel                          orvane orvane -p -d demo/ -v demo\n"

@@ -26,7 +26,7 @@ TEST(ToolHelp, EveryToolExplainsEachOptionWithAnExample)
 {
     // the letters each tool acts on, and its words
     const std::pair<const char*, const char*> tools[] = {
-        {"orvane", "cdlopvw"}, {"hhprog", "dFlMNOPQRTUVw"}, {"zrgem", "alor"},
+        {"orvane", "cdejlopvw"}, {"hhprog", "dFlMNOPQRTUVw"}, {"zrgem", "alor"},
         {"shp2plt", "acdglprstx"}, {"dstmak", ""}, {"adeton", ""}};
     Sandbox s;
     for (const auto& [tool, letters] : tools) {
