@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tables/labelled_array.h"
+
 bool KeyTable::read(SummaryTable table, const std::string& path, std::string& error)
 {
     std::ifstream in(path, std::ios::binary);
@@ -21,7 +23,7 @@ bool KeyTable::read(SummaryTable table, const std::string& path, std::string& er
     std::stringstream whole;
     whole << in.rdbuf();
     const std::string bytes = whole.str();
-    hash = fnv1a(bytes);
+    hash = fnv1a64(bytes.data(), bytes.size());
     cells.clear();
     always.clear();
     const size_t want = table == SummaryTable::Population ? 5 : 3;

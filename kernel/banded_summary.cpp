@@ -20,6 +20,7 @@
 #include "kernel/run_object.h"
 #include "kernel/stages.h"
 #include "kernel/year_step.h"
+#include "tables/labelled_array.h"
 
 const char* const componentNames[COMPONENTS] = {"births", "deaths", "moves_in", "moves_out", "net_migration"};
 
@@ -56,12 +57,6 @@ std::string keyCells(SummaryTable table, const SummaryKey& k) { return std::to_s
 std::string keyTableHeader(SummaryTable table)
 {
     return table == SummaryTable::Population ? "area,group,sex,age_band,always" : "area,component,always";
-}
-
-uint64_t fnv1a(const std::string& bytes, uint64_t hash)
-{
-    for (unsigned char c : bytes) hash = (hash ^ c) * 0x100000001b3ULL;
-    return hash;
 }
 
 bool summaryOnly() { return opt::get("$SUMMARY_ONLY", 0) != 0; }
@@ -109,7 +104,7 @@ public:
         if (first) {
             block.append(SUMMARY_MAGIC, 8);
             put(block, uint64_t(values.size()));
-            put(block, fnv1a(keys));
+            put(block, fnv1a64(keys.data(), keys.size()));
         }
         if (label) {
             put(block, int64_t(*label));

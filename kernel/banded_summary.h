@@ -55,8 +55,6 @@ inline constexpr const char* SUMMARY_COMPONENTS_KEYS = "summary_components_keys.
 inline constexpr char SUMMARY_MAGIC[9] = "VELDSUM1";
 constexpr uint64_t SUMMARY_HEADER_BYTES = 24;
 std::string keyTableHeader(SummaryTable table);
-// FNV-1a of 64 bits, continued from `hash`
-uint64_t fnv1a(const std::string& bytes, uint64_t hash = 0xcbf29ce484222325ULL);
 
 // $SUMMARY_ONLY of the run: the summary instead of the yearly result tables
 bool summaryOnly();

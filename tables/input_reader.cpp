@@ -671,6 +671,16 @@ private:
     // a line read otherwise than it looks: a warning, the first few of a table one by one
     void shapeMessage(const std::string& text);
     void valueDomainCheck(const long long* written, double v);
+    // a value cell that gives no finite number: an error naming the line and the text
+    void nonFinite(const char* text, double v)
+    {
+        Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, v);
+    }
+    // the rates of a value cell reported since before, counted in one warning
+    void rateReportsSince(uint64_t before)
+    {
+        if (rateReports > before) Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - before));
+    }
     // the layout a line must have, as an error that ends the reading; note: why it may not be met
     void structure(const std::string& note = std::string());
     const char* guards(const char* p);
@@ -1275,12 +1285,11 @@ void TableReader::valueCell(const char* text)
             lineCells = 0;
             const uint64_t reportsBefore = rateReports;
             if (!std::isfinite(constantValue)) {
-                Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, constantValue);
+                nonFinite(text, constantValue);
                 return;
             }
             store(idx, written, row, i, constantValue);
-            if (rateReports > reportsBefore)
-                Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - reportsBefore));
+            rateReportsSince(reportsBefore);
             return;
         }
     }
@@ -1341,7 +1350,7 @@ void TableReader::valueCell(const char* text)
             ++cells;
             if (!std::isfinite(v)) {
                 if (traceLevel) Prot::raw("</pre>");
-                Prot::message(SEV_ERROR, "Zeile %zu: Ausdruck \"%s\" liefert Wert \"%g\"", lineNo, text, v);
+                nonFinite(text, v);
                 continue;
             }
             store(idx, written, row, n > 0 ? idx[n - 1] : 0, v);
@@ -1355,8 +1364,7 @@ void TableReader::valueCell(const char* text)
         }
         if (j < 0) break;
     }
-    if (rateReports > reportsBefore)
-        Prot::message(SEV_WARNING, "%d @rk2inp_fmt1870;\n", static_cast<int>(rateReports - reportsBefore));
+    rateReportsSince(reportsBefore);
     if (traceLevel >= 2) {
         Prot::raw("&gt;      ");
         for (int k = 0; k < n; ++k) Prot::raw("%d..%d*%d;", static_cast<int>(iv[k].lo), static_cast<int>(iv[k].hi),

@@ -1,4 +1,5 @@
 #include "tables/kept_tables.h"
+#include "tables/labelled_array.h"
 
 #include <sys/stat.h>
 
@@ -21,12 +22,7 @@ bool KeptTable::servesYear(long long year) const
 
 size_t KeptTableRecorder::KeyHash::operator()(const Key& k) const
 {
-    uint64_t h = 1469598103934665603ull;
-    for (int32_t x : k) {
-        h ^= static_cast<uint32_t>(x);
-        h *= 1099511628211ull;
-    }
-    return static_cast<size_t>(h ^ (h >> 29));
+    return static_cast<size_t>(fnv1a64(reinterpret_cast<const char*>(k.data()), sizeof k));
 }
 
 void KeptTableRecorder::start(std::unique_ptr<KeptTable> t)

@@ -19,6 +19,7 @@
 #include "ensemble/ensemble_driver.h"
 #include "ensemble/member_summary.h"
 #include "ensemble/quantiles.h"
+#include "tables/expression.h"
 #include "tests/sandbox.h"
 
 namespace {
