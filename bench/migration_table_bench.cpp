@@ -10,24 +10,11 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/variant_settings.h"
-#include "platform/protocol.h"
-#include "platform/settings.h"
-#include "kernel/run_object.h"
-#include "kernel/stages.h"
+#include "bench/reading_setup.h"
 #include "tables/input_reader.h"
 #include "tables/labelled_array.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-double seconds(std::chrono::steady_clock::time_point t0)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -36,22 +23,8 @@ int main(int argc, char** argv)
     const int nta = 2, nbg = 2, ngg = 2, nag = 101;
     std::string dir = argc > 3 ? std::string(argv[3]) : (fs::temp_directory_path() / "migration_table_bench").string();
     if (dir.back() != '/') dir += '/';
-    fs::create_directories(dir + "v");
-    si::Directory = dir;
-    si::Version = "v";
-    si::separator = ';';
-    ini::STARTJAHR = 2025;
-    JAHR = 2025;
-    Prot::setThrow(true);
-
     Orvane run;
-    for (int z = 0; z < regions; ++z) {
-        RegionRow r;
-        r.key = 190001 + z;
-        run.regions.push_back(r);
-    }
-    run.indexRegions();
-    run.NGZ = regions;
+    readingRun(run, dir, 2025, regions, 190001, 1);
 
     // the arrivals of each cell, a share of a canton's, as decimal numbers
     double expectedSum = 0;

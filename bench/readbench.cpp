@@ -8,24 +8,11 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/variant_settings.h"
-#include "platform/protocol.h"
-#include "platform/settings.h"
-#include "kernel/run_object.h"
-#include "kernel/stages.h"
+#include "bench/reading_setup.h"
 #include "kernel/sparse_tables.h"
 #include "kernel/region_table_reading.h"
 
 namespace fs = std::filesystem;
-
-namespace {
-
-double seconds(std::chrono::steady_clock::time_point t0)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -33,22 +20,8 @@ int main(int argc, char** argv)
     const int nbg = 2, ngg = 2, nag = 101;
     std::string dir = argc > 2 ? std::string(argv[2]) : (fs::temp_directory_path() / "readbench").string();
     if (dir.back() != '/') dir += '/';
-    fs::create_directories(dir + "v");
-    si::Directory = dir;
-    si::Version = "v";
-    si::separator = ';';
-    ini::STARTJAHR = 2020;
-    JAHR = 2020;
-    Prot::setThrow(true);
-
     Orvane run;
-    for (int z = 0; z < regions; ++z) {
-        RegionRow r;
-        r.key = 1000000 + 10LL * z;
-        run.regions.push_back(r);
-    }
-    run.indexRegions();
-    run.NGZ = regions;
+    readingRun(run, dir, 2020, regions, 1000000, 10);
 
     // one line per cell, as a statistics office delivers it; what a read must find
     unsigned long long expectedValues = 0;
