@@ -79,19 +79,6 @@ int column0ForAggregate()
     return 12 + std::max(0, nra - 13);
 }
 
-std::string htmlText(const std::string& s)
-{
-    std::string out;
-    for (char c : s) {
-        if (c == '<') out += "&lt;";
-        else if (c == '>') out += "&gt;";
-        else if (c == '&') out += "&amp;";
-        else if (c == '"') out += "&quot;";
-        else out += c;
-    }
-    return out;
-}
-
 // ?$NAME lo..hi guards in front of a command; false when the line is to be skipped
 const char* guards(const char* p, bool& skip)
 {

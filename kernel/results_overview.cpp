@@ -22,19 +22,6 @@ namespace {
 
 std::string text(const char* key) { return DD::expKey(std::string("@") + key + ";"); }
 
-// HTML of a text of the user's data or the dictionary
-std::string html(const std::string& s)
-{
-    std::string out;
-    for (char ch : s) {
-        if (ch == '<') out += "&lt;";
-        else if (ch == '>') out += "&gt;";
-        else if (ch == '&') out += "&amp;";
-        else if (ch == '"') out += "&quot;";
-        else out += ch;
-    }
-    return out;
-}
 
 // a count of persons: whole, in the number format of the run
 std::string persons(double v)
@@ -153,7 +140,7 @@ void aggregatesBlock(FILE* f, const Orvane& c)
         s0 += a;
         s1 += b;
         fprintf(f, "<tr><th class=l>%lld</th>", RK::refKey(ini::DIFF_G, int(row)));
-        if (ini::DIFF_G == 2) fprintf(f, "<td class=l>%s</td>", html(c.region(int(row)).name).c_str());
+        if (ini::DIFF_G == 2) fprintf(f, "<td class=l>%s</td>", htmlText(c.region(int(row)).name).c_str());
         fprintf(f, "<td>%s</td><td>%s</td><td>%s</td><td>%s</td></tr>\n", persons(a).c_str(), persons(b).c_str(),
                 signedPersons(b - a).c_str(), percent(b - a, a).c_str());
     }
@@ -253,7 +240,7 @@ void laterPagesBlock(FILE* f)
     fprintf(f, "<h2>%s</h2>\n<p>", text("ov_laterPages").c_str());
     bool first = true;
     for (const auto& [file, key] : laterPages()) {
-        fprintf(f, "%s<a href=\"%s\">%s</a>", first ? "" : " &middot; ", html(file).c_str(), text(key.c_str()).c_str());
+        fprintf(f, "%s<a href=\"%s\">%s</a>", first ? "" : " &middot; ", htmlText(file).c_str(), text(key.c_str()).c_str());
         first = false;
     }
     fprintf(f, "</p>\n<p>%s</p>\n", text("ov_laterPagesNote").c_str());
@@ -264,7 +251,7 @@ void filesBlock(FILE* f)
     fprintf(f, "<h2>%s</h2>\n<p>", text("ov_files").c_str());
     bool first = true;
     for (const std::string& name : Prot::outputFiles()) {
-        fprintf(f, "%s<a href=\"../%s\">%s</a>", first ? "" : " &middot; ", html(name).c_str(), html(name).c_str());
+        fprintf(f, "%s<a href=\"../%s\">%s</a>", first ? "" : " &middot; ", htmlText(name).c_str(), htmlText(name).c_str());
         first = false;
     }
     fprintf(f, "</p>\n<p><a href=\"index.html\">%s</a> &middot; <a href=\"inp.htm\">%s</a> &middot; "
@@ -306,8 +293,8 @@ void writeResultsOverview(const Orvane& c, bool finished)
     const std::string title = text("resultsOverview");
     fprintf(f, "<!DOCTYPE html>\n<html lang=%s>\n<head>\n<meta charset=utf-8>\n<title>%s</title>\n<style>\n%s</style>\n"
                "</head>\n<body>\n",
-            DD::language().empty() ? "de" : DD::language().c_str(), html(title).c_str(), STYLE);
-    fprintf(f, "<h1>%s: %s%s</h1>\n", html(title).c_str(), html(si::Directory).c_str(), html(si::Version).c_str());
+            DD::language().empty() ? "de" : DD::language().c_str(), htmlText(title).c_str(), STYLE);
+    fprintf(f, "<h1>%s: %s%s</h1>\n", htmlText(title).c_str(), htmlText(si::Directory).c_str(), htmlText(si::Version).c_str());
     fprintf(f, "<p class=status>%s %d &ndash; %d: %s</p>\n", text("ov_years").c_str(), ini::STARTJAHR, ini::ENDJAHR,
             text(finished ? "ov_finished" : "ov_stopped").c_str());
     const auto t = totals(c);

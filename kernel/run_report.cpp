@@ -51,21 +51,6 @@ void sectionRow(const std::string& name)
     if (Prot::level(1)) Prot::raw("<tr><th class=l colspan=%d>[%s]</th></tr>\n", 2, exp(name.c_str()).c_str());
 }
 
-std::string htmlEscape(const std::string& s)
-{
-    std::string out;
-    for (char c : s) {
-        switch (c) {
-        case '<': out += "&lt;"; break;
-        case '>': out += "&gt;"; break;
-        case '&': out += "&amp;"; break;
-        case '"': out += "&quot;"; break;
-        default: out += c;
-        }
-    }
-    return out;
-}
-
 // the keys 000, 001, ... of a section until one is missing
 void sectionDump(const char* section, bool isText)
 {
@@ -90,7 +75,7 @@ void sectionDump(const char* section, bool isText)
             Prot::raw("%s\n", v.c_str());
         } else {
             if (first) Prot::raw("<tr><th class=l colspan=%d>[%s]</th></tr>\n", 2, section);
-            Prot::raw("<tr><th class=l>%s</th><td>%s</td></tr>\n", key, htmlEscape(v).c_str());
+            Prot::raw("<tr><th class=l>%s</th><td>%s</td></tr>\n", key, htmlText(v).c_str());
         }
         first = false;
     }

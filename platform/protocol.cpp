@@ -349,6 +349,22 @@ void Prot::message(int severity, const char* format, ...)
 
 // the text of a protocol message for the terminal: a line break for <br>, no other tag, the
 // common entities as characters
+std::string htmlText(const std::string& text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (char c : text) {
+        switch (c) {
+        case '<': out += "&lt;"; break;
+        case '>': out += "&gt;"; break;
+        case '&': out += "&amp;"; break;
+        case '"': out += "&quot;"; break;
+        default: out += c;
+        }
+    }
+    return out;
+}
+
 std::string terminalText(const std::string& html)
 {
     std::string out;

@@ -55,6 +55,8 @@ public:
 
 // a protocol text as the terminal shows it: <br> a line break, other tags dropped, entities decoded
 std::string terminalText(const std::string& html);
+// a text of the user's data or the dictionary as HTML: <, >, & and " as their entities
+std::string htmlText(const std::string& text);
 
 // the assertion of the system: the literal condition text goes into the message
 #define VCHECK(cond, source) Prot::check((cond), (source), __LINE__, #cond)

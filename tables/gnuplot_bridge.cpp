@@ -232,9 +232,11 @@ int plotClose(FILE* protocol, int level, FILE* stream, const std::string& instal
     if (it != g_streams.end()) g_streams.erase(it);
 
     if (isPipe) {
+        // the stream's log is looked up while the stream is still open: its address is its key
+        auto log = g_pipeLogs.find(stream);
         int status = exitCode(pclose(stream));
         pipeClosed();
-        if (auto log = g_pipeLogs.find(stream); log != g_pipeLogs.end()) {
+        if (log != g_pipeLogs.end()) {
             reportLog(protocol, log->second);
             g_pipeLogs.erase(log);
         }
