@@ -20,6 +20,7 @@
 #include "ensemble/quantiles.h"
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 
 namespace fs = std::filesystem;
@@ -201,14 +202,6 @@ std::string readWhole(const std::string& path)
     return ss.str();
 }
 
-bool writeWhole(const std::string& path, const std::string& bytes)
-{
-    FILE* f = fopen(path.c_str(), "wb");
-    if (!f) return false;
-    bool ok = fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-    return fclose(f) == 0 && ok;
-}
-
 // members at once on this machine: the cores, shared by the ranks that stand on it
 int defaultJobs()
 {
@@ -354,11 +347,12 @@ int runEnsemble(const EnsembleRequest& r)
         clusterBroadcast(end);
         return int(end[0]);
     }
+    int err = 0;
     for (int from = 1; from < cluster.size; ++from) {
         for (const char* keys : {SUMMARY_POPULATION_KEYS, SUMMARY_COMPONENTS_KEYS}) {
             std::string text = clusterReceive(from);
-            if (!text.empty() && !fs::exists(ens + keys, ec) && !writeWhole(ens + keys, text))
-                fprintf(stderr, DD::literal("Ensemble: %s%s: %s\n"), ens.c_str(), keys, std::strerror(errno));
+            if (!text.empty() && !fs::exists(ens + keys, ec) && (err = safeOutput::writeFile(ens + keys, text)) != 0)
+                fprintf(stderr, DD::literal("Ensemble: %s%s: %s\n"), ens.c_str(), keys, std::strerror(err));
         }
         size_t count = std::stoull(clusterReceive(from));
         for (size_t k = 0; k < count; ++k) {
@@ -368,28 +362,28 @@ int runEnsemble(const EnsembleRequest& r)
             m.ok = meta.back() == '1';
             m.error = clusterReceive(from);
             std::string p = clusterReceive(from), c = clusterReceive(from);
-            if (m.ok && !(writeWhole(ens + m.name + "_population.bin", p) &&
-                          writeWhole(ens + m.name + "_components.bin", c))) {
-                m.ok = false;
-                m.error = ens + m.name + "_population.bin: " + std::strerror(errno);
-            }
+            for (const auto& [tail, bytes] : {std::pair<const char*, const std::string*>{"_population.bin", &p},
+                                              {"_components.bin", &c}})
+                if (m.ok && (err = safeOutput::writeFile(ens + m.name + tail, *bytes)) != 0) {
+                    m.ok = false;
+                    m.error = ens + m.name + tail + ": " + std::strerror(err);
+                }
         }
     }
     const auto received = std::chrono::steady_clock::now();
     int failed = 0;
     for (const Member& m : members) failed += m.ok ? 0 : 1;
     // the list of members with their seeds and how they ended
-    if (FILE* f = fopen((ens + "members.csv").c_str(), "w")) {
-        fprintf(f, "member,seed,status,error\n");
-        for (size_t i = 0; i < members.size(); ++i) {
-            std::string error = members[i].error;
-            for (char& c : error)
-                if (c == ',' || c == '\n') c = ' ';
-            fprintf(f, "%s,%llu,%s,%s\n", i == 0 ? "deterministic" : std::to_string(i).c_str(),
-                    (unsigned long long)members[i].seed, members[i].ok ? "ok" : "failed", error.c_str());
-        }
-        fclose(f);
+    std::string list = "member,seed,status,error\n";
+    for (size_t i = 0; i < members.size(); ++i) {
+        std::string error = members[i].error;
+        for (char& c : error)
+            if (c == ',' || c == '\n') c = ' ';
+        list += (i == 0 ? std::string("deterministic") : std::to_string(i)) + "," + std::to_string(members[i].seed) +
+                "," + (members[i].ok ? "ok" : "failed") + "," + error + "\n";
     }
+    if (int err = safeOutput::writeFile(ens + "members.csv", list))
+        fprintf(stderr, DD::literal("Ensemble: %s%s: %s\n"), ens.c_str(), "members.csv", std::strerror(err));
     int status = gatherQuantiles(ens, variantDir, dims, seed, members.size() - 1, failed, members[0].ok,
                                  [&](size_t i) { return members[i].ok; }, [&](size_t i) { return members[i].name; });
     if (work != kept) fs::remove_all(work, ec);

@@ -12,6 +12,7 @@
 
 #include "ensemble/quantiles.h"
 #include "platform/dictionary.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/gnuplot_bridge.h"
 
@@ -159,8 +160,7 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
     }
 
     const std::string path = page.protocolDirectory + "ensemble.html";
-    const std::string tmp = path + ".part";
-    FILE* f = fopen(tmp.c_str(), "w");
+    FILE* f = safeOutput::open(path);
     if (!f) {
         error = path + ": " + std::strerror(errno);
         return {};
@@ -229,11 +229,8 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
             fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", item.alt.c_str(), item.picture.c_str());
         else fprintf(f, "<p>%s: %s</p>\n", item.alt.c_str(), text("ens_noGnuplot").c_str());
     fprintf(f, "</body>\n</html>\n");
-    bool failed = ferror(f) != 0;
-    failed = fclose(f) != 0 || failed;
-    if (failed || std::rename(tmp.c_str(), path.c_str()) != 0) {
-        error = path + ": " + std::strerror(errno);
-        std::remove(tmp.c_str());
+    if (int err = safeOutput::commit(f)) {
+        error = path + ": " + std::strerror(err);
         return {};
     }
     return path;

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/safe_output.h"
 #include "tables/labelled_array.h"
 
 bool KeyTable::read(SummaryTable table, const std::string& path, std::string& error)
@@ -131,7 +132,7 @@ bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std
     KeyTable keys;
     SummaryValues values;
     if (!keys.read(table, keysPath, error) || !values.open(valuesPath, keys, error)) return false;
-    FILE* out = fopen(output.c_str(), "w");
+    FILE* out = safeOutput::open(output);
     if (!out) {
         error = output + ": " + std::strerror(errno);
         return false;
@@ -153,10 +154,13 @@ bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std
         fwrite(text.data(), 1, text.size(), out);
         text.clear();
     }
-    const bool bad = ferror(out) != 0;
-    if (fclose(out) != 0 || bad) {
-        if (ok) error = output + ": " + std::strerror(errno);
-        ok = false;
+    if (!ok) {
+        safeOutput::discard(out);
+        return false;
     }
-    return ok;
+    if (int err = safeOutput::commit(out)) {
+        error = output + ": " + std::strerror(err);
+        return false;
+    }
+    return true;
 }

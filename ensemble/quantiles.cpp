@@ -13,6 +13,8 @@
 #include <tbb/parallel_pipeline.h>
 #include <tbb/task_arena.h>
 
+#include "platform/safe_output.h"
+
 namespace {
 
 // the quantile of p of values already sorted
@@ -119,8 +121,7 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
             return false;
         }
     }
-    std::string tmp = output + ".part";
-    FILE* out = fopen(tmp.c_str(), "w");
+    FILE* out = safeOutput::open(output);
     if (!out) {
         error = output + ": " + std::strerror(errno);
         return false;
@@ -146,8 +147,7 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
                 ok = false;
             }
         if (!ok) {
-            fclose(out);
-            std::remove(tmp.c_str());
+            safeOutput::discard(out);
             return false;
         }
         yearCells[y] = std::to_string(label) + ",";
@@ -163,6 +163,7 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
     size_t nextYear = 0, nextFrom = 0;
     std::atomic<bool> ok = true;
     bool failed = false;
+    int writeError = 0;
     tbb::parallel_pipeline(
         size_t(std::max(2, 2 * tbb::this_task_arena::max_concurrency())),
         tbb::make_filter<void, Piece*>(tbb::filter_mode::serial_in_order,
@@ -190,14 +191,19 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
                     error = p->error;
                     ok = false;
                 }
-                if (ok && fwrite(p->text.data(), 1, p->text.size(), out) != p->text.size()) failed = true;
+                if (ok && !failed && fwrite(p->text.data(), 1, p->text.size(), out) != p->text.size()) {
+                    failed = true;
+                    writeError = errno;
+                }
                 delete p;
             }));
-    failed = ferror(out) != 0 || failed;
-    failed = fclose(out) != 0 || failed;
-    if (!ok || failed || std::rename(tmp.c_str(), output.c_str()) != 0) {
-        if (ok) error = output + ": " + std::strerror(errno);
-        std::remove(tmp.c_str());
+    if (!ok || failed) {
+        if (ok) error = output + ": " + std::strerror(writeError);
+        safeOutput::discard(out);
+        return false;
+    }
+    if (int err = safeOutput::commit(out)) {
+        error = output + ": " + std::strerror(err);
         return false;
     }
     return true;

@@ -12,6 +12,7 @@
 #include "ensemble/result_tables.h"
 #include "platform/dictionary.h"
 #include "platform/operating_system.h"
+#include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "tables/gnuplot_bridge.h"
 
@@ -140,7 +141,7 @@ int runScenarios(const ScenarioRequest& r)
         pops.push_back(std::move(p));
     }
     std::string path = firstDir + "scenarios.csv";
-    FILE* f = fopen(path.c_str(), "w");
+    FILE* f = safeOutput::open(path);
     if (!f) {
         fprintf(stderr, "%s: %s\n", path.c_str(), std::strerror(errno));
         return 1;
@@ -158,14 +159,14 @@ int runScenarios(const ScenarioRequest& r)
                     plainNumber(it->second - base).c_str());
         }
     }
-    if (fclose(f) != 0) {
-        fprintf(stderr, "%s: %s\n", path.c_str(), std::strerror(errno));
+    if (int err = safeOutput::commit(f)) {
+        fprintf(stderr, "%s: %s\n", path.c_str(), std::strerror(err));
         return 1;
     }
 
     std::string protocolDir = firstDir + "prot/";
     std::string pagePath = protocolDir + "scenarios.html";
-    FILE* page = fopen(pagePath.c_str(), "w");
+    FILE* page = safeOutput::open(pagePath);
     if (!page) {
         fprintf(stderr, "%s: %s\n", pagePath.c_str(), std::strerror(errno));
         return 1;
@@ -205,10 +206,10 @@ int runScenarios(const ScenarioRequest& r)
         fprintf(page, "</table>\n");
     }
     fprintf(page, "</body>\n</html>\n");
-    if (fclose(page) != 0) {
-        fprintf(stderr, "%s: %s\n", pagePath.c_str(), std::strerror(errno));
+    if (int err = safeOutput::commit(page)) {
+        fprintf(stderr, "%s: %s\n", pagePath.c_str(), std::strerror(err));
         return 1;
     }
-    printf("scenario page: %s\n", pagePath.c_str());
+    printf(DD::literal("Szenarien-Seite: %s\n"), pagePath.c_str());
     return status;
 }
