@@ -205,14 +205,25 @@ void log(const char* format, ...)
     fclose(f);
 }
 
+namespace {
+// a page that could not be opened or put into place: in the protocol while its index is open,
+// else on the console
+void pageFailure(const std::string& path, int err)
+{
+    s.pageFailed = true;
+    if (s.index)
+        failure("Fehlerabbruch", path + ": " + os::errorText(err));
+    else
+        fprintf(stderr, "%s: %s: %s\n", "HHPROG", path.c_str(), os::errorText(err).c_str());
+}
+} // namespace
+
 FILE* openPage(const std::string& path)
 {
     FILE* f = safeOutput::open(path, false, true);
     if (!f) {
         int err = errno;
-        s.pageFailed = true;
-        if (s.index) failure("Fehlerabbruch", path + ": " + os::errorText(err));
-        else fprintf(stderr, "%s: %s: %s\n", "HHPROG", path.c_str(), os::errorText(err).c_str());
+        pageFailure(path, err);
         errno = err;
     }
     return f;
@@ -230,12 +241,7 @@ void closePage(FILE*& f)
     fputs("</body>\n</html>\n", page);
     std::string path = safeOutput::target(page);
     int err = safeOutput::owns(page) ? safeOutput::commit(page) : (std::fclose(page) != 0 ? errno : 0);
-    if (err == 0) return;
-    s.pageFailed = true;
-    if (s.index)
-        failure("Fehlerabbruch", path + ": " + os::errorText(err));
-    else
-        fprintf(stderr, "%s: %s: %s\n", "HHPROG", path.c_str(), os::errorText(err).c_str());
+    if (err != 0) pageFailure(path, err);
 }
 
 void end()
