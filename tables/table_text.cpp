@@ -365,6 +365,26 @@ GcvtFn curried_gcvt(const std::string& formatText)
     };
 }
 
+ValueFormat::ValueFormat() : direct_(false) {}
+
+ValueFormat::ValueFormat(const std::string& formatText) : curried_(curried_gcvt(formatText))
+{
+    size_t len = formatText.size();
+    char last = len ? formatText[len - 1] : 0;
+    if (len > 0 && formatText[0] == '%') {
+        if ((last == 'e' || last == 'f' || last == 'g') && isDoubleFormat(formatText.c_str()))
+            number_ = NumberFormat(formatText);
+        else if (last == 'r')
+            direct_ = false;   // chooses its decimals by the value
+    }
+    // any other text: "%.15g", whose text never ends in a bare decimal point, so nothing is cut
+}
+
+int ValueFormat::general(char* out, double value) const
+{
+    return curried_ ? curried_(out, NUMBER_TEXT_MAX, value) : formatNumber(out, NUMBER_TEXT_MAX, "%.15g", value);
+}
+
 // ---------------------------------------------------------------------------------
 // quoting
 
