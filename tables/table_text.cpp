@@ -272,17 +272,22 @@ CellFormat::CellFormat(const std::string& format)
     }
 }
 
-void CellFormat::append(std::string& out, double value) const
+int CellFormat::put(char* out, double value) const
 {
     if (std::isinf(value)) {
-        out += "undef";
-        return;
+        std::memcpy(out, "undef", 5);
+        return 5;
     }
-    char text[NUMBER_TEXT_MAX];
     long long whole;
-    int n = kind_ == INTEGER && integerValue(value, whole) ? integer_.format(text, whole)
-                                                          : number_.format(text, sizeof text, value);
-    out.append(text, static_cast<size_t>(std::clamp(n, 0, CELL_TEXT_MAX)));
+    int n = kind_ == INTEGER && integerValue(value, whole) ? integer_.format(out, whole)
+                                                          : number_.formatUnder(point_, out, value);
+    return std::clamp(n, 0, CELL_TEXT_MAX);
+}
+
+void CellFormat::append(std::string& out, double value) const
+{
+    char text[NUMBER_TEXT_MAX];
+    out.append(text, static_cast<size_t>(put(text, value)));
 }
 
 // ---------------------------------------------------------------------------------

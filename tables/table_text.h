@@ -43,9 +43,13 @@ public:
     explicit CellFormat(const std::string& format);
     // the text of value appended to out
     void append(std::string& out, double value) const;
+    // the text of value into out, which holds NUMBER_TEXT_MAX bytes; its length. The decimal point
+    // is the locale's when the format was made, which a table's print keeps.
+    int put(char* out, double value) const;
 
 private:
     enum { DOUBLE, INTEGER, OTHER } kind_;
+    char point_ = localeDecimalPoint();
     NumberFormat number_;      // the format itself, or "%.15g" for what an integer format cannot show
     IntegerFormat integer_;
 };
