@@ -114,8 +114,7 @@ inline char* put(char* out, const std::string& text)
 // the text of a value at out (room for NUMBER_TEXT_MAX bytes) in the run's number format; its length
 inline size_t putValue(char* out, const Orvane& c, double v)
 {
-    int n = c.fmt ? c.fmt(out, NUMBER_TEXT_MAX, v) : formatNumber(out, NUMBER_TEXT_MAX, "%.15g", v);
-    return static_cast<size_t>(std::clamp(n, 0, static_cast<int>(NUMBER_TEXT_MAX) - 1));
+    return static_cast<size_t>(c.fmt.put(out, v));
 }
 
 void appendValue(std::string& out, const Orvane& c, double v, bool last, char sep)

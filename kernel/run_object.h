@@ -13,6 +13,7 @@
 #include "kernel/kernel_helpers.h"
 #include "tables/input_reader.h"
 #include "tables/labelled_array.h"
+#include "tables/table_text.h"
 
 class Orvane : public ReadingRun {
 public:
@@ -25,8 +26,8 @@ public:
     FILE* gstrom = nullptr;
     // fixed columns of that output, set in the first year: last region key, NTYA, NBG, NGG, NAG minus 1
     std::string lastKey, ntya, nbg, ngg, nag;
-    // number formatting by the float format of the settings: (buffer, size, value) -> length
-    std::function<int(char*, size_t, double)> fmt;
+    // number formatting by the float format of the settings
+    ValueFormat fmt;
 
     // the one run object of the process, set while an Orvane object lives
     static Orvane* current;

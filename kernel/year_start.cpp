@@ -229,7 +229,7 @@ void openGstrom()
 void firstYear()
 {
     // the number format serves the outputs of the year before the start already
-    C.fmt = curried_gcvt(si::floatFormat);
+    C.fmt = ValueFormat(si::floatFormat);
     readStartPopulation();
 
     AGGREGATES = aggregateCount();

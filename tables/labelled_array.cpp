@@ -246,27 +246,36 @@ void htmlBody(const LADest& dest, const double* data, const std::vector<Dim>& di
     const char* undefined = ini::MATRIX_AUSGABEFORMAT == 2 ? "undef" : "";
     const CellFormat cell(LAFormats[kind]);
     const std::string open = std::string("<td class=") + kindClasses[kind] + ">";
+    const size_t undefinedLength = std::strlen(undefined);
     std::string out;
     auto flushLines = [&] {
         fwrite(out.data(), 1, out.size(), f);
         out.clear();
     };
     std::vector<double> sum(cols, 0.0);
+    // the cells of a row are written in place, into room for the longest text of each
+    std::vector<char> room(cols * (open.size() + NUMBER_TEXT_MAX + 5));
     for (size_t i = 0; i < rows; ++i) {
         if (!ini::AusgabeNull && zeroRow(data, cols, rows, i)) continue;
         out += "<tr><th>";
         out += label(dims[R - 1], i);
         out += "</th>";
+        char* o = room.data();
         for (size_t c = 0; c < cols; ++c) {
             double v = data[c * rows + i];
-            out += open;
-            if (isUndef(v))
-                out += undefined;
-            else
-                cell.append(out, v);
-            out += "</td>";
+            std::memcpy(o, open.data(), open.size());
+            o += open.size();
+            if (isUndef(v)) {
+                std::memcpy(o, undefined, undefinedLength);
+                o += undefinedLength;
+            } else {
+                o += cell.put(o, v);
+            }
+            std::memcpy(o, "</td>", 5);
+            o += 5;
             sum[c] += v;
         }
+        out.append(room.data(), static_cast<size_t>(o - room.data()));
         out += "</tr>\n";
         if (out.size() >= (size_t(1) << 20)) flushLines();
     }

@@ -275,8 +275,14 @@ bool roundedDigits(double a, int precision, Digits& r)
         rounded = POW10[precision - 1];
         ++exponent;
     }
-    // trailing zeros dropped from the number, before its digits are written
-    while (rounded >= 10 && rounded % 10 == 0) rounded /= 10;
+    // trailing zeros dropped from the number, before its digits are written: eight, four, two
+    // and one at a time, since rates of few digits leave many
+    if (rounded % 10 == 0 && rounded != 0) {
+        while (rounded % 100000000 == 0) rounded /= 100000000;
+        if (rounded % 10000 == 0) rounded /= 10000;
+        if (rounded % 100 == 0) rounded /= 100;
+        if (rounded % 10 == 0) rounded /= 10;
+    }
     r.n = decimal(r.d, rounded);
     r.exponent = exponent;
     return true;
@@ -374,11 +380,9 @@ NumberFormat::NumberFormat(const std::string& printfFormat) : format_(printfForm
     fast_ = prefix_.size() + suffix_.size() < 16;
 }
 
-int NumberFormat::direct(char* out, double value) const
+int NumberFormat::direct(char* out, double value, char point) const
 {
-    if (!fast_) return -1;
-    char point = localeDecimalPoint();
-    if (!point) return -1;
+    if (!fast_ || !point) return -1;
     char sign = std::signbit(value) ? '-' : plus_ ? '+' : space_ ? ' ' : 0;
     // without literal text and width the text goes straight into out, behind the sign
     const bool plain = width_ == 0 && prefix_.empty() && suffix_.empty();
@@ -433,6 +437,12 @@ int NumberFormat::format(char* out, size_t size, double value) const
         return n;
     }
     return deliver(out, size, text, n);
+}
+
+int NumberFormat::formatUnder(char point, char* out, double value) const
+{
+    int n = direct(out, value, point);
+    return n < 0 ? std::snprintf(out, NUMBER_TEXT_MAX, format_.c_str(), value) : n;
 }
 
 void NumberFormat::append(std::string& out, double value) const

@@ -22,11 +22,15 @@ public:
     int format(char* out, size_t size, double value) const;
     // the text appended to out
     void append(std::string& out, double value) const;
+    // format for a caller that writes many values under one locale: out holds NUMBER_TEXT_MAX
+    // bytes, point is the locale's decimal point as localeDecimalPoint() gave it; the length
+    int formatUnder(char point, char* out, double value) const;
     const std::string& text() const { return format_; }
 
 private:
     // the text into out, which holds NUMBER_TEXT_MAX bytes; -1 when only snprintf can do it
-    int direct(char* out, double value) const;
+    int direct(char* out, double value) const { return direct(out, value, localeDecimalPoint()); }
+    int direct(char* out, double value, char point) const;
 
     std::string format_;
     std::string prefix_, suffix_;

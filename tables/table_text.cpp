@@ -272,17 +272,22 @@ CellFormat::CellFormat(const std::string& format)
     }
 }
 
-void CellFormat::append(std::string& out, double value) const
+int CellFormat::put(char* out, double value) const
 {
     if (std::isinf(value)) {
-        out += "undef";
-        return;
+        std::memcpy(out, "undef", 5);
+        return 5;
     }
-    char text[NUMBER_TEXT_MAX];
     long long whole;
-    int n = kind_ == INTEGER && integerValue(value, whole) ? integer_.format(text, whole)
-                                                          : number_.format(text, sizeof text, value);
-    out.append(text, static_cast<size_t>(std::clamp(n, 0, CELL_TEXT_MAX)));
+    int n = kind_ == INTEGER && integerValue(value, whole) ? integer_.format(out, whole)
+                                                          : number_.formatUnder(point_, out, value);
+    return std::clamp(n, 0, CELL_TEXT_MAX);
+}
+
+void CellFormat::append(std::string& out, double value) const
+{
+    char text[NUMBER_TEXT_MAX];
+    out.append(text, static_cast<size_t>(put(text, value)));
 }
 
 // ---------------------------------------------------------------------------------
@@ -363,6 +368,26 @@ GcvtFn curried_gcvt(const std::string& formatText)
         buffer[n] = 0;
         return n;
     };
+}
+
+ValueFormat::ValueFormat() : direct_(false) {}
+
+ValueFormat::ValueFormat(const std::string& formatText) : curried_(curried_gcvt(formatText))
+{
+    size_t len = formatText.size();
+    char last = len ? formatText[len - 1] : 0;
+    if (len > 0 && formatText[0] == '%') {
+        if ((last == 'e' || last == 'f' || last == 'g') && isDoubleFormat(formatText.c_str()))
+            number_ = NumberFormat(formatText);
+        else if (last == 'r')
+            direct_ = false;   // chooses its decimals by the value
+    }
+    // any other text: "%.15g", whose text never ends in a bare decimal point, so nothing is cut
+}
+
+int ValueFormat::general(char* out, double value) const
+{
+    return curried_ ? curried_(out, NUMBER_TEXT_MAX, value) : formatNumber(out, NUMBER_TEXT_MAX, "%.15g", value);
 }
 
 // ---------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // Semicolon tables: writing comment lines, column names and cells, number formats,
 // and reading a file cell by cell.
 #pragma once
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -42,9 +43,13 @@ public:
     explicit CellFormat(const std::string& format);
     // the text of value appended to out
     void append(std::string& out, double value) const;
+    // the text of value into out, which holds NUMBER_TEXT_MAX bytes; its length. The decimal point
+    // is the locale's when the format was made, which a table's print keeps.
+    int put(char* out, double value) const;
 
 private:
     enum { DOUBLE, INTEGER, OTHER } kind_;
+    char point_ = localeDecimalPoint();
     NumberFormat number_;      // the format itself, or "%.15g" for what an integer format cannot show
     IntegerFormat integer_;
 };
@@ -53,6 +58,31 @@ std::string intFormat(long long bound, const char* conversion);
 // (buffer, size, value) -> length written, at most size-1, always terminated
 using GcvtFn = std::function<int(char* buffer, size_t size, double value)>;
 GcvtFn curried_gcvt(const std::string& formatText);
+
+// The text of a result value by the float format of the settings, byte for byte as
+// curried_gcvt(formatText) writes it. A finite value under a format that goes straight to the
+// number formatter is formatted without the function object's call, which the writers of the
+// yearly tables pay millions of times a run.
+class ValueFormat {
+public:
+    // formatNumber's "%.15g" under the locale of the moment
+    ValueFormat();
+    explicit ValueFormat(const std::string& formatText);
+    // the text into out, which holds NUMBER_TEXT_MAX bytes; its length, below NUMBER_TEXT_MAX.
+    // The decimal point is the locale's when the format was made: a forecast's locale is set
+    // from the settings before, and stays.
+    int put(char* out, double value) const {
+        int n = direct_ && std::isfinite(value) ? number_.formatUnder(point_, out, value) : general(out, value);
+        return n < 0 ? 0 : n >= static_cast<int>(NUMBER_TEXT_MAX) ? static_cast<int>(NUMBER_TEXT_MAX) - 1 : n;
+    }
+
+private:
+    int general(char* out, double value) const;
+    bool direct_ = true;
+    char point_ = localeDecimalPoint();
+    NumberFormat number_;
+    GcvtFn curried_;   // empty: formatNumber with "%.15g"
+};
 
 class CsvReader {
 public:

@@ -1,5 +1,6 @@
 // The number formatter against snprintf: millions of random and edge values under the formats
 // the tables use, the decimal comma, the forms of curried_gcvt, and the integer columns.
+#include <array>
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -131,6 +132,34 @@ TEST(NumberFormat, CurriedGcvtFormsAndCells)
     EXPECT_STREQ(a, "0.66666666666667");
     EXPECT_EQ(csvFormatDouble(2.5, 0), "2");
     EXPECT_EQ(csvFormatDouble(3.5, 0), "4");
+}
+
+// the writers of the yearly tables format through ValueFormat: the same bytes as curried_gcvt of
+// the same format, for every form of the setting, in both decimal points, not finite values too
+TEST(NumberFormat, ValueFormatWritesWhatCurriedGcvtWrites)
+{
+    for (const char* locale : {"C", "de_DE.UTF-8"}) {
+        Locale l(locale);
+        std::mt19937_64 rng(11);
+        char a[NUMBER_TEXT_MAX], b[NUMBER_TEXT_MAX];
+        for (const char* form : {"", "%.15g", "%.6f", "%12.3e", "%r", "%8r", "%.3x", "%+.2f"}) {
+            ValueFormat value(form);
+            GcvtFn curried = curried_gcvt(form);
+            for (int i = 0; i < 20000; ++i) {
+                double v = i < 6 ? std::array<double, 6>{0.0, -0.0, NAN, -INFINITY, INFINITY, 0.28}[i]
+                                 : probe(rng, static_cast<uint64_t>(i));
+                int n = value.put(a, v);
+                a[n] = 0;
+                ASSERT_EQ(n, curried(b, sizeof b, v)) << form << " " << v;
+                ASSERT_STREQ(a, b) << form << " " << locale;
+            }
+        }
+        // without a setting, formatNumber's "%.15g" under the locale of the moment
+        ValueFormat unset;
+        int n = unset.put(a, 1234.5);
+        a[n] = 0;
+        EXPECT_STREQ(a, std::string(locale) == "C" ? "1234.5" : "1234,5");
+    }
 }
 
 TEST(NumberFormat, IntegerColumnsAsSnprintf)
