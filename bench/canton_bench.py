@@ -42,7 +42,9 @@ def run_once(work):
         _, status, usage = os.wait4(p.pid, 0)
     wall = time.monotonic() - start
     if os.waitstatus_to_exitcode(status) != 0:
-        sys.exit(f"the forecast in {work} ended with status {os.waitstatus_to_exitcode(status)}; see run.log")
+        with open(os.path.join(work, "run.log"), encoding="utf-8", errors="replace") as log:
+            tail = log.read()[-2000:]
+        raise SystemExit(f"the forecast in {work} ended with status {os.waitstatus_to_exitcode(status)}:\n{tail}")
     return usage.ru_utime, usage.ru_stime, wall
 
 

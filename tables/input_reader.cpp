@@ -14,6 +14,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <set>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -587,6 +588,44 @@ namespace {
 // thrown after a structure-type message when the protocol does not throw itself
 struct StopRead {};
 
+// The read buffer of a table being read: large, so that a table of many lines comes in few
+// reads, and kept for the next table. One per reader open at the same time (a table's
+// expression may read another), taken and given back in the order of a stack.
+class ReadBuffer {
+public:
+    static constexpr size_t kSize = size_t(1) << 18;
+    ReadBuffer()
+    {
+        if (depth() == pool().size()) pool().emplace_back(new char[kSize]);
+        data_ = pool()[depth()++].get();
+    }
+    ~ReadBuffer() { --depth(); }
+    ReadBuffer(const ReadBuffer&) = delete;
+    ReadBuffer& operator=(const ReadBuffer&) = delete;
+    // gives the stream the buffer, when nothing was read from it yet
+    void serve(FILE* f) const
+    {
+#ifdef __GLIBC__
+        if (f && !f->_IO_buf_base) setvbuf(f, data_, _IOFBF, kSize);
+#else
+        (void)f;
+#endif
+    }
+
+private:
+    char* data_ = nullptr;
+    static std::vector<std::unique_ptr<char[]>>& pool()
+    {
+        thread_local std::vector<std::unique_ptr<char[]>> buffers;
+        return buffers;
+    }
+    static size_t& depth()
+    {
+        thread_local size_t open = 0;
+        return open;
+    }
+};
+
 class TableReader {
 public:
     TableReader(FileEntry& f, ReadTarget& t, int sp, int n, const long long* sz, const char* nm, int vc)
@@ -613,6 +652,7 @@ private:
     long long sizes[5];
     std::string names[5];
 
+    ReadBuffer buffer;
     FILE* in = nullptr;
     FILE* copy = nullptr;
     CsvReader* reader = nullptr;
@@ -1467,6 +1507,7 @@ ReadResult TableReader::run()
 {
     std::string note;
     if (openReadTable(file, &in, path, note) != 0 || !in) return result;
+    buffer.serve(in);
     name = tableFileName(file, file.fileNumber);
     g_readingName = name;
     mode = file.checkMode;
