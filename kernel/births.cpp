@@ -288,7 +288,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 6. and 7. the births of the mothers of each region and group, by age group
     GemTable& DG3G = y.DG3G;
-    DG3G.make(_(Y_0) ? "DG3G" : "DG3G_Y1", ngz, nbg, ngg, nag, true);
+    DG3G.makeFirstAge(_(Y_0) ? "DG3G" : "DG3G_Y1", ngz, nbg, ngg, nag);
     const size_t mothers = C.NGG != 1 ? 1 : 0;
     const double GP = C.GP;
     const double mbf = montecarlo ? opt::get("$MBF", MBF) : MBF;
