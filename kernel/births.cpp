@@ -263,11 +263,6 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
                     if (static_cast<int>(a) > highest) highest = static_cast<int>(a);
                 }
     if (lowest >= 0) Prot::writeln(2, "@frucRange; %d .. %d", lowest, highest);
-    // mothers in the last age group, which collects in ageing, are counted in the aged table
-    if (y.ageWithDeaths && lowest >= 0 && highest >= static_cast<int>(nag) - 1) {
-        ageWithoutSpecialGroups(C);
-        y.ageWithDeaths = false;
-    }
 
     // 3. total fertility
     LA2 BR1G("BR1G", {ntyg, nbg}, 0.0);
@@ -326,13 +321,12 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
     std::vector<double> typeSums(nbg * ngg);
     // likewise the rows the new-born of each region enter at age group 0, by child's group and sex
     std::vector<double*> newbornRow;
-    if (enterAtOnce && !mothersRow.empty() && !y.ageWithDeaths) {
+    if (enterAtOnce && !mothersRow.empty()) {
         newbornRow.resize(ngz * nbg * ngg);
         for (size_t z = 0; z < ngz; ++z)
             for (size_t ch = 0; ch < nbg; ++ch)
                 for (size_t g = 0; g < ngg; ++g) newbornRow[(z * nbg + ch) * ngg + g] = C.BG40.row(z, ch, g);
     }
-    std::vector<double> agedWomen(nag, 0.0);
     constexpr size_t AHEAD = 2;
     for (size_t z = 0; z < ngz; ++z) {
         if (!mothersRow.empty() && z + AHEAD < ngz) {
@@ -351,16 +345,6 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
             // outside the ages of the fertility table no rate is other than 0
             const std::vector<double>& rates = PR2G[tyg][b];
             const double* women = mothersRow.empty() ? nullptr : mothersRow[z * nbg + b];
-            if (women && y.ageWithDeaths) {
-                // the table ages later: the women of each age stand where ageing will put them,
-                // each age group a step down (the last age group, which collects, is no mother's)
-                const int step = ageStep(C, static_cast<int>(z));
-                for (int a = lowest; a <= highest; ++a) {
-                    const double w = a >= step ? women[a - step] : 0.0;
-                    agedWomen[Z(a)] = w != 0 ? w : 0.0;
-                }
-                women = agedWomen.data();
-            }
             const std::vector<double>& childGroup = QR2G[tyg][b];
             auto& ofType = DG4BGWG_[tyg][b];
             for (size_t ch = 0; ch < nbg; ++ch)
@@ -431,13 +415,10 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
                 if (v == 0) continue;
                 DG3G.addInOrder(z, ch, g, 0, v);
                 if (!enterAtOnce) continue;
-                // the newborn of a table that ages later enter it after its ageing
-                if (!y.ageWithDeaths) {
-                    if (newbornRow.empty())
-                        C.BG40.add(z, ch, g, 0, v);
-                    else
-                        newbornRow[(z * nbg + ch) * ngg + g][0] += v;
-                }
+                if (newbornRow.empty())
+                    C.BG40.add(z, ch, g, 0, v);
+                else
+                    newbornRow[(z * nbg + ch) * ngg + g][0] += v;
                 bornOfGroup[ch] += v;
             }
     }

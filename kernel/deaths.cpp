@@ -351,47 +351,6 @@ bool leaveRow(double* __restrict d, double* __restrict w, const double* __restri
     return below < 0;
 }
 
-// The deaths of the persons of from (each + 0) into d, what is left of them into w, as leaveRow.
-#if defined(__GNUC__) && !defined(__clang__)
-__attribute__((optimize("no-trapping-math")))
-#endif
-bool leaveRowFrom(double* __restrict d, double* __restrict w, const double* __restrict from,
-                  const double* __restrict r, size_t n)
-{
-    double below = 0;
-    for (size_t a = 0; a < n; ++a) {
-        const double persons = from[a] + 0.0, rate = r[a];
-        const double product = -(persons * rate);
-        const double x = ((persons != 0) & (rate != 0) ? product : 0.0) + 0.0;
-        d[a] = x;
-        const double left = persons + x;
-        w[a] = left;
-        below = left < 0 ? -1.0 : below;
-    }
-    return below < 0;
-}
-
-// One cohort's row (nag at least 2) aged by one age group, its newborn entered at age group 0
-// and its deaths taken off, in one pass: the values of ageRowInPlace, the births' entry and
-// leaveRow one after the other. True when an age of the row ends below 0.
-bool ageEnterAndLeaveRow(double* d, double* w, const double* r, size_t nag, double born)
-{
-    const size_t last = nag - 1;
-    // the row before ageing, aside (it stays in the cache)
-    thread_local std::vector<double> before;
-    before.assign(w, w + nag);
-    double top = 0.0;
-    if (before[last - 1] != 0) top += before[last - 1];
-    if (before[last] != 0) top += before[last];
-    // age group 0 holds the newborn alone, the last age group what collects there
-    double first = born != 0 ? born : 0.0;
-    double lastPersons = top;
-    bool below = leaveRowFrom(d, w, &first, r, 1);
-    below = leaveRowFrom(d + 1, w + 1, before.data(), r + 1, last - 1) || below;
-    below = leaveRowFrom(d + last, w + last, &lastPersons, r + last, 1) || below;
-    return below;
-}
-
 void areaTarget(Orvane& C, GemTable& DG4S, bool montecarlo)
 {
     const double T = DG4S.sum();
@@ -506,17 +465,8 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
     y.deathsInPopulation = y.deathsInPopulation && plain;
     const bool enter = y.deathsInPopulation;
     if (enter) y.belowZero.assign(Z(C.NGZ), 0);
-    if (y.ageWithDeaths && !enter) {
-        // the table was to age here: it ages, and its newborn enter it, before the deaths
-        ageWithoutSpecialGroups(C);
-        y.DG3G.forEach([&](size_t z, size_t b, size_t g, size_t a, double v) { C.BG40.add(z, b, g, a, v); });
-        y.ageWithDeaths = false;
-    }
-    const bool age = y.ageWithDeaths;
-    const int last = C.NAG - 1;
     auto body = [&](int z) {
         const size_t t = Z(C.region(z).tys);
-        const int step = age ? ageStep(C, z) : 0;
         if (plain) {
             // cohort by cohort, the deaths of each age by its rate; every element of the region
             // is written, as the table may hold the values of an earlier one
@@ -524,17 +474,6 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
                 for (size_t g = 0; g < ngg; ++g) {
                     double* d = DG4S.row(Z(z), b, g);
                     double* w = C.BG40.row(Z(z), b, g);
-                    if (age) {
-                        // the row ages and its newborn enter it, then its deaths go, in one pass
-                        // where the row moves on by one age group
-                        const double born = y.DG3G.get(Z(z), b, g, 0);
-                        if (step == 1 && last >= 1 && t < ntys) {
-                            if (ageEnterAndLeaveRow(d, w, C.PR3S[t][b][g].data(), nag, born)) y.belowZero[Z(z)] = 1;
-                            continue;
-                        }
-                        ageRowInPlace(w, last, step);
-                        if (born != 0) w[0] += born;
-                    }
                     if (t >= ntys) {
                         std::fill(d, d + nag, 0.0);
                         if (enter) {
@@ -567,7 +506,6 @@ void deaths(MonteCarlo& mc, Orvane& c, YearStep& y)
     } else {
         os::parallelFor(0, C.NGZ, body);
     }
-    y.ageWithDeaths = false;
 
     // 6. the death targets
     if (S_() == 1)

@@ -47,7 +47,6 @@ void YearStep::release()
     PR4WBG.release();
     for (LA1* a : {&GG1ATTR, &DG1IBN_, &DG1OBR_}) a->release();
     regionsOfType.clear();
-    ageWithDeaths = false;
     std::vector<char>().swap(belowZero);
     DR4FBrates.release();
     DR4FBsRates.clear();
@@ -79,8 +78,6 @@ long long keyOf(const Orvane& c, int gz)
     if (c.keyScale != 1 && Z(gz) < c.indexKeys.size()) return c.indexKeys[Z(gz)];
     return Z(gz) < c.regions.size() ? c.regions[Z(gz)].key : gz + 1;
 }
-
-} // namespace
 
 // ---------------------------------------------------------------- ageing
 
@@ -151,8 +148,6 @@ void ageWithoutSpecialGroups(Orvane& c)
             }
     });
 }
-
-namespace {
 
 struct NegativeRest {
     long long key;
@@ -527,9 +522,6 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         std::swap(c.BGEM, c.BG40);
         c.BGEM.name = "C.BGEM";
     }
-    // a year of births and deaths alone (see YearStep)
-    y.deathsInPopulation = _(T_0) && _(W_0) && _(S_0) && !MONTE_CARLO && !c.sparseGem &&
-                           opt::get("$MIDYEAR_BIRTHS", 0) == 0 && opt::get("$MIDYEAR_EXPOSURE", 0) == 0;
     // nothing reads the start population after ageing: without special groups a dense table of
     // the year's shape becomes the year's table and ages in place
     const bool inPlace = c.BGEM.exists() && _(R_0) && !c.sparseGem && !c.BGEM.sparse &&
@@ -541,12 +533,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     } else {
         c.makeGem(c.BG40, "C.BG40");
     }
-    // in a year of births and deaths alone, without targets and with nobody looking at the table
-    // in between, the deaths age each region in the pass in which they take its deaths off
-    y.ageWithDeaths = inPlace && _(R_0) && y.deathsInPopulation && G_() == 0 && !laActive(3);
-    if (y.ageWithDeaths) {
-        // the table ages in the deaths
-    } else if (c.BGEM.exists() || inPlace) {
+    if (c.BGEM.exists() || inPlace) {
         if (_(R_0))
             ageWithoutSpecialGroups(c);
         else
@@ -566,6 +553,8 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         c.makeGem(y.DG4WBGv, "DG4WBGv");
         c.makeGem(y.DG4WBGn, "DG4WBGn");
     }
+    y.deathsInPopulation = _(T_0) && _(W_0) && _(S_0) && !MONTE_CARLO && !c.sparseGem &&
+                           opt::get("$MIDYEAR_BIRTHS", 0) == 0 && opt::get("$MIDYEAR_EXPOSURE", 0) == 0;
     births(mc, c, y);
     deaths(mc, c, y);
     groupChange(mc, c, y);

@@ -43,10 +43,6 @@ struct YearStep {
     // year: the deaths may enter the population as they are worked out, region by region, and
     // deaths says so by leaving it true (the cohort equation then leaves DG4S out)
     bool deathsInPopulation = false;
-    // the year's table has not aged yet: the births count the mothers where ageing will put
-    // them, and the deaths age each region's rows, enter its newborn and take off its deaths in
-    // one pass over the region (in a year of births and deaths alone, without targets)
-    bool ageWithDeaths = false;
     // with the deaths in the population: for each region, whether the deaths left any element of
     // it below 0 (or may have); the cohort equation looks for negative results there alone
     std::vector<char> belowZero;
@@ -113,13 +109,6 @@ struct Statistic {
 };
 
 // ---- the stages of the year, in the order RK::PAG calls them ----
-
-// ageing: the age groups a cohort of region z advances in a year (the region's TYAGF); one
-// cohort's row moved on by step age groups in place, the last age group collecting; every
-// cohort of the year's table that took over the start population, without special groups
-int ageStep(const Orvane& c, int z);
-void ageRowInPlace(double* row, int last, int step);
-void ageWithoutSpecialGroups(Orvane& c);
 
 // births: the new-born enter C.BG40 at age group 0
 void births(MonteCarlo& mc, Orvane& c, YearStep& y);
