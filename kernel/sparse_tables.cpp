@@ -2,11 +2,13 @@
 #include "kernel/sparse_tables.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <mutex>
 #include <new>
 
 #include "kernel/kernel_helpers.h"
+#include "platform/operating_system.h"
 #include "platform/protocol.h"
 
 namespace {
@@ -52,8 +54,19 @@ DenseBlock DenseBlock::zeros(size_t n)
 {
     DenseBlock b;
     if (n == 0) n = 1;
-    // calloc hands large blocks over as fresh pages of zeros, without writing them first
-    b.values = static_cast<double*>(std::calloc(n, sizeof(double)));
+    const size_t bytes = n * sizeof(double), huge = os::hugePageBytes;
+    if (bytes >= 2 * huge) {
+        // a large table in huge pages: its passes in order walk the page tables 512 times less
+        // often; the block is cleared at once, which faults its pages in
+        const size_t rounded = (bytes + huge - 1) / huge * huge;
+        b.values = static_cast<double*>(std::aligned_alloc(huge, rounded));
+        if (!b.values) throw std::bad_alloc();
+        os::adviseHugePages(b.values, rounded);
+        std::memset(b.values, 0, bytes);
+    } else {
+        // calloc hands large blocks over as fresh pages of zeros, without writing them first
+        b.values = static_cast<double*>(std::calloc(n, sizeof(double)));
+    }
     if (!b.values) throw std::bad_alloc();
     b.count = n;
     return b;
