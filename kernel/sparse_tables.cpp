@@ -1,7 +1,6 @@
 // Region tables in dense or sparse storage and the list form of the type flows.
 #include "kernel/sparse_tables.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <mutex>
@@ -55,26 +54,20 @@ DenseBlock DenseBlock::zeros(size_t n)
     DenseBlock b;
     if (n == 0) n = 1;
     const size_t bytes = n * sizeof(double), huge = os::hugePageBytes;
-    if (bytes >= 2 * huge) {
-        // a large table in huge pages: its passes in order walk the page tables 512 times less
-        // often; the block is cleared at once, which faults its pages in
-        const size_t rounded = (bytes + huge - 1) / huge * huge;
-        b.values = static_cast<double*>(std::aligned_alloc(huge, rounded));
-        if (!b.values) throw std::bad_alloc();
-        os::adviseHugePages(b.values, rounded);
-        std::memset(b.values, 0, bytes);
-    } else {
-        // calloc hands large blocks over as fresh pages of zeros, without writing them first
-        b.values = static_cast<double*>(std::calloc(n, sizeof(double)));
-    }
-    if (!b.values) throw std::bad_alloc();
+    // a large table in huge pages: its passes in order walk the page tables 512 times less often
+    b.alignment = bytes >= 2 * huge ? huge : 64;
+    const size_t rounded = (bytes + b.alignment - 1) / b.alignment * b.alignment;
+    // through operator new, so that a failed allocation ends the run as every other does
+    b.values = static_cast<double*>(::operator new(rounded, std::align_val_t(b.alignment)));
+    if (b.alignment == huge) os::adviseHugePages(b.values, rounded);
+    std::memset(b.values, 0, bytes);
     b.count = n;
     return b;
 }
 
 void DenseBlock::free()
 {
-    std::free(values);
+    if (values) ::operator delete(values, std::align_val_t(alignment));
     values = nullptr;
     count = 0;
 }

@@ -28,7 +28,7 @@ struct GemKey {
 class DenseBlock {
 public:
     DenseBlock() = default;
-    DenseBlock(DenseBlock&& from) noexcept : values(from.values), count(from.count)
+    DenseBlock(DenseBlock&& from) noexcept : values(from.values), count(from.count), alignment(from.alignment)
     {
         from.values = nullptr;
         from.count = 0;
@@ -37,6 +37,7 @@ public:
     {
         std::swap(values, from.values);
         std::swap(count, from.count);
+        std::swap(alignment, from.alignment);
         from.free();
         return *this;
     }
@@ -55,6 +56,7 @@ public:
 private:
     double* values = nullptr;
     size_t count = 0;
+    size_t alignment = 64;
 };
 
 // A population table indexed region, BG, GG, AG. Dense: one block of values, age innermost.
