@@ -416,6 +416,15 @@ TEST(NaturalChange, ShortcutsAndGeneralPathsWriteTheSameBytes)
     // region 1, group 1: a quarter of the children of its mothers go to group 2
     EXPECT_NEAR(at(t, 1, 1, 1, 0), 20 * 0.5 * 0.5 * 0.75 * 0.9, 1e-12);
     EXPECT_NEAR(at(t, 1, 2, 1, 0), (20 * 0.5 * 0.5 * 0.25 + 20 * 0.5 * 0.5) * 0.9, 1e-12);
+
+    // a member's summary of the population by band and of the components, from either storage
+    ASSERT_EQ(dense.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)"}).status, 0);
+    ASSERT_EQ(sparse.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)", "-o",
+                          "option($SPARSEGEM 100)"}).status, 0);
+    for (const char* f : {"summary_population.bin", "summary_components.bin"}) {
+        EXPECT_GT(dense.read(std::string("var/v/") + f).size(), 100u) << f;
+        EXPECT_EQ(dense.read(std::string("var/v/") + f), sparse.read(std::string("var/v/") + f)) << f;
+    }
 }
 
 TEST(NaturalTargets, NegativeDeathTargetsStopTheRun)
