@@ -178,22 +178,11 @@ size_t GemTable::stored() const {
     return sparse ? cells.size() : ext[0] * ext[1] * ext[2] * ext[3];
 }
 
-LA4 GemTable::nested() const {
-    LA4 a(valuesName);
-    if (sparse || !block.exists()) return a;
-    a.make({ext[0], ext[1], ext[2], ext[3]}, 0.0);
-    for (size_t z = 0; z < ext[0]; ++z)
-        for (size_t b = 0; b < ext[1]; ++b)
-            for (size_t g = 0; g < ext[2]; ++g) {
-                const double* r = rowAt(z, b, g);
-                std::copy(r, r + ext[3], a[z][b][g].begin());
-            }
-    return a;
-}
-
 void GemTable::printDense(int level, const char* names, const char* title, int kind, double total) const {
     if (!laActive(level)) return;
-    laPrint4(nested(), nullptr, names, title, kind, total);
+    // a table given up prints as an array that holds no element
+    const std::array<size_t, 4> none{};
+    laPrint4(block.data(), block.exists() ? ext : none, valuesName, nullptr, names, title, kind, total);
 }
 
 void GemTable::print(int level, const char* title, int kind) const {

@@ -204,8 +204,6 @@ public:
     size_t stored() const;
     // bytes of the dense form
     size_t denseBytes() const { return ext[0] * ext[1] * ext[2] * ext[3] * sizeof(double); }
-    // the dense form as nested arrays (for the protocol's tables and the reader's targets)
-    LA4 nested() const;
 
     // prints at the protocol level: dense as a table, sparse as a compact listing
     void print(int level, const char* title = nullptr, int kind = LA_NUMBER) const;

@@ -363,9 +363,6 @@ TEST_F(StateTest, BirthsAtAgeGroupZeroReadAsASparseTable) {
     EXPECT_TRUE(std::signbit(dense.get(0, 0, 0, 1)));
     EXPECT_EQ(dense.get(0, 0, 0, 2), 0);
     EXPECT_EQ(dense.get(0, 0, 0, 3), 1);
-    LA4 nested = dense.nested();
-    EXPECT_EQ(nested.name, "D");
-    EXPECT_EQ(nested[0][0][0][3], 1);
 }
 
 TEST_F(StateTest, FlowListMatchesDenseTable) {
