@@ -314,10 +314,9 @@ StepTimes traceTimes(const fs::path& protocol)
 }
 
 // The bare arithmetic of the natural change: ageing with an open last age, the births of the
-// women of 15 to 49 into age 0 by sex, deaths by the same Gompertz rates. Once in place on one
-// flat array, and once on tables as the year step keeps them (a row of ages per region, group
-// and sex, allocated one by one): the start population aged into the year's table, the deaths
-// into a table of their own, then taken off. CPU seconds of each.
+// women of 15 to 49 into age 0 by sex, deaths by the same Gompertz rates, region by region. Once
+// in place on one flat array, and once on tables as the year step keeps them: the population in
+// one block, the deaths written into a block of their own and taken off. CPU seconds of each.
 struct Bare {
     double flat = 0, tables = 0;
 };
@@ -361,42 +360,38 @@ Bare bareArithmetic(int n, int years)
         b.flat = double(std::clock() - t0) / CLOCKS_PER_SEC;
         for (double v : pop) keep = keep + v;
     }
-    using Table = std::vector<std::vector<std::vector<std::vector<double>>>>;
-    auto table = [&] { return Table(N, std::vector<std::vector<std::vector<double>>>(NBG, std::vector<std::vector<double>>(NGG, std::vector<double>(NAG, 0.0)))); };
-    Table begin = table(), end = table(), deaths = table();
+    // the population in one block that ages in place, the deaths of the year written into a block
+    // of their own and taken off the population, region by region
+    std::vector<double> pop(N * region), deaths(N * region);
     for (size_t z = 0; z < N; ++z)
         for (size_t c = 0; c < NBG * NGG; ++c)
-            for (size_t a = 0; a < NAG; ++a) begin[z][c / NGG][c % NGG][a] = start(z, c, a);
+            for (size_t a = 0; a < NAG; ++a) pop[z * region + c * cohort + a] = start(z, c, a);
     std::clock_t t0 = std::clock();
-    for (int y = 0; y < years; ++y) {
-        for (size_t z = 0; z < N; ++z)
-            for (size_t g = 0; g < NBG; ++g)
-                for (size_t s = 0; s < NGG; ++s) {
-                    const std::vector<double>& from = begin[z][g][s];
-                    std::vector<double>& to = end[z][g][s];
-                    std::fill(to.begin(), to.end(), 0.0);
-                    for (size_t a = 0; a < NAG; ++a) to[std::min(NAG - 1, a + 1)] += from[a];
-                }
-        for (size_t z = 0; z < N; ++z)
+    for (int y = 0; y < years; ++y)
+        for (size_t z = 0; z < N; ++z) {
+            double* r = &pop[z * region];
+            double* d = &deaths[z * region];
+            for (size_t c = 0; c < NBG * NGG; ++c) {
+                double* p = r + c * cohort;
+                p[NAG - 1] += p[NAG - 2];
+                for (size_t a = NAG - 2; a > 0; --a) p[a] = p[a - 1];
+                p[0] = 0;
+            }
             for (size_t g = 0; g < NBG; ++g) {
-                const std::vector<double>& women = end[z][g][1];
+                const double* women = r + (g * NGG + 1) * cohort;
                 double born = 0;
                 for (size_t a = 15; a <= 49; ++a) born += f[a] * women[a];
-                end[z][g][0][0] += born * 0.515;
-                end[z][g][1][0] += born * 0.485;
+                r[(g * NGG) * cohort] += born * 0.515;
+                r[(g * NGG + 1) * cohort] += born * 0.485;
             }
-        for (size_t z = 0; z < N; ++z)
-            for (size_t g = 0; g < NBG; ++g)
-                for (size_t s = 0; s < NGG; ++s)
-                    for (size_t a = 0; a < NAG; ++a) deaths[z][g][s][a] = -(end[z][g][s][a] * q[a]);
-        for (size_t z = 0; z < N; ++z)
-            for (size_t g = 0; g < NBG; ++g)
-                for (size_t s = 0; s < NGG; ++s)
-                    for (size_t a = 0; a < NAG; ++a) end[z][g][s][a] += deaths[z][g][s][a];
-        std::swap(begin, end);
-    }
+            for (size_t c = 0; c < NBG * NGG; ++c)
+                for (size_t a = 0; a < NAG; ++a) {
+                    d[c * cohort + a] = -(r[c * cohort + a] * q[a]);
+                    r[c * cohort + a] += d[c * cohort + a];
+                }
+        }
     b.tables = double(std::clock() - t0) / CLOCKS_PER_SEC;
-    for (const auto& r : begin) keep = keep + r[0][0][30];
+    for (size_t z = 0; z < N; ++z) keep = keep + pop[z * region + 30] + deaths[z * region + 30];
     return b;
 }
 

@@ -147,11 +147,30 @@ void populationRows(const Orvane& c, const GemTable& t, int label, SummaryFile& 
         std::vector<double>& r = byRegion[gz];
         const int row = aggregateRowOf(c, int(gz));
         std::vector<double>* agg = row >= 0 && row < aggregates ? &byAggregate[size_t(row)] : nullptr;
-        t.forRegion(gz, [&](size_t, size_t b, size_t g, size_t a, double v) {
-            const size_t i = d.index(b, g, a / 5);
-            r[i] += v;
-            if (agg) (*agg)[i] += v;
-        });
+        if (const double* v = t.values()) {
+            // a dense table band by band: adding a 0 leaves a sum as it is, so the sums are those
+            // of the elements that are not 0, in the same order
+            const auto& e = t.extents();
+            v += gz * e[1] * e[2] * e[3];
+            for (size_t b = 0; b < e[1]; ++b)
+                for (size_t g = 0; g < e[2]; ++g, v += e[3])
+                    for (size_t a = 0; a < e[3]; a += 5) {
+                        const size_t i = d.index(b, g, a / 5), end = std::min(a + 5, e[3]);
+                        double cell = r[i];
+                        for (size_t k = a; k < end; ++k) cell += v[k];
+                        r[i] = cell;
+                        if (!agg) continue;
+                        double sum = (*agg)[i];
+                        for (size_t k = a; k < end; ++k) sum += v[k];
+                        (*agg)[i] = sum;
+                    }
+        } else {
+            t.forRegion(gz, [&](size_t, size_t b, size_t g, size_t a, double v) {
+                const size_t i = d.index(b, g, a / 5);
+                r[i] += v;
+                if (agg) (*agg)[i] += v;
+            });
+        }
         for (size_t i = 0; i < d.size(); ++i) all[i] += r[i];
     }
     auto area = [&](int kind, long long key, const std::vector<double>& v, bool bySex) {
@@ -201,9 +220,19 @@ void componentRows(const Orvane& c, const YearStep& y, int label, SummaryFile& o
     Values all{};
     for (size_t gz = 0; gz < regions; ++gz) {
         double total[NMOVEMENTCOLUMNS] = {};
-        for (size_t k = 0; k < columns.size(); ++k)
-            if (columns[k]->exists())
-                columns[k]->forRegion(gz, [&](size_t, size_t, size_t, size_t, double v) { total[k] += v; });
+        for (size_t k = 0; k < columns.size(); ++k) {
+            if (!columns[k]->exists()) continue;
+            if (const double* v = columns[k]->values()) {
+                // a dense table in one run of the region's values, the sum in a register (a 0 adds nothing)
+                const auto& e = columns[k]->extents();
+                const size_t cells = e[1] * e[2] * e[3];
+                double sum = 0;
+                for (const double* x = v + gz * cells; x != v + (gz + 1) * cells; ++x) sum += *x;
+                total[k] = sum;
+                continue;
+            }
+            columns[k]->forRegion(gz, [&](size_t, size_t, size_t, size_t, double v) { total[k] += v; });
+        }
         Values& r = byRegion[gz];
         for (size_t k = 0; k < columns.size(); ++k) {
             const double shown = total[k] * YearStep::columnSign[k] + 0.0;

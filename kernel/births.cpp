@@ -204,6 +204,23 @@ void normaliseQuotas(Orvane& C, LA3& QR2G)
 void plainBirths(const double* women, const double* rates, const double* quotas, size_t nbg, size_t lowest,
                  size_t highest, double GP, size_t ownGroup, double* regionBorn, double* typeSums)
 {
+    // the sums of the mothers' own group stay in registers while its children stay in it: four
+    // chains of additions side by side instead of one through memory
+    const bool own = ownGroup < nbg;
+    double born0 = 0, born1 = 0, type0 = 0, type1 = 0;
+    auto load = [&] {
+        born0 = regionBorn[ownGroup * 2];
+        born1 = regionBorn[ownGroup * 2 + 1];
+        type0 = typeSums[ownGroup * 2];
+        type1 = typeSums[ownGroup * 2 + 1];
+    };
+    auto store = [&] {
+        regionBorn[ownGroup * 2] = born0;
+        regionBorn[ownGroup * 2 + 1] = born1;
+        typeSums[ownGroup * 2] = type0;
+        typeSums[ownGroup * 2 + 1] = type1;
+    };
+    if (own) load();
     for (size_t a = lowest; a <= highest; ++a) {
         const double w = women[a];
         if (w == 0) continue;
@@ -211,13 +228,21 @@ void plainBirths(const double* women, const double* rates, const double* quotas,
         if (f == 0) continue;
         const double born[2] = {f * w * GP, f * w * (1 - GP)};
         const bool finite = std::isfinite(born[0]) && std::isfinite(born[1]);
+        if (own && finite) {
+            if (born[0] != 0) {
+                born0 += born[0];
+                type0 += born[0];
+            }
+            if (born[1] != 0) {
+                born1 += born[1];
+                type1 += born[1];
+            }
+            continue;
+        }
+        // births that are not finite go through the quotas of every child's group
+        if (own) store();
         for (size_t g = 0; g < 2; ++g) {
             if (born[g] == 0) continue;
-            if (ownGroup < nbg && finite) {
-                regionBorn[ownGroup * 2 + g] += born[g];
-                typeSums[ownGroup * 2 + g] += born[g];
-                continue;
-            }
             for (size_t ch = 0; ch < nbg; ++ch) {
                 const double x = born[g] * quotas[ch];
                 if (x == 0) continue;
@@ -225,7 +250,9 @@ void plainBirths(const double* women, const double* rates, const double* quotas,
                 typeSums[ch * 2 + g] += x;
             }
         }
+        if (own) load();
     }
+    if (own) store();
 }
 
 } // namespace
@@ -288,7 +315,7 @@ void births(MonteCarlo& mc, Orvane& c, YearStep& y)
 
     // 6. and 7. the births of the mothers of each region and group, by age group
     GemTable& DG3G = y.DG3G;
-    DG3G.make(_(Y_0) ? "DG3G" : "DG3G_Y1", ngz, nbg, ngg, nag, true);
+    DG3G.makeFirstAge(_(Y_0) ? "DG3G" : "DG3G_Y1", ngz, nbg, ngg, nag);
     const size_t mothers = C.NGG != 1 ? 1 : 0;
     const double GP = C.GP;
     const double mbf = montecarlo ? opt::get("$MBF", MBF) : MBF;

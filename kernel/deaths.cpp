@@ -351,18 +351,6 @@ bool leaveRow(double* __restrict d, double* __restrict w, const double* __restri
     return below < 0;
 }
 
-// whole persons: each element rounded with the carry of the table
-void roundWithCarry(GemTable& t)
-{
-    if (!t.sparse) {
-        laRoundCarry(t.dense);
-        return;
-    }
-    RoundCarry r;
-    for (auto& kv : t.cells) kv.second = r(kv.second);
-    for (auto it = t.cells.begin(); it != t.cells.end();) it = it->second == 0 ? t.cells.erase(it) : std::next(it);
-}
-
 void areaTarget(Orvane& C, GemTable& DG4S, bool montecarlo)
 {
     const double T = DG4S.sum();
@@ -384,7 +372,7 @@ void areaTarget(Orvane& C, GemTable& DG4S, bool montecarlo)
     Prot::writeln(1, "SFAK %.15g", SFAK);
     DG4S.print(2, "@DG4S; @rk3tod_fmt300;");
     DG4S.scaleRegions([SFAK](size_t) { return SFAK; });
-    if (montecarlo) roundWithCarry(DG4S);
+    if (montecarlo) DG4S.roundWithCarry();
     writeTargetFactor(FT_OUT_STRBFAK, SFAK);
 }
 
@@ -420,7 +408,7 @@ void regionTargets(Orvane& C, GemTable& DG4S, bool montecarlo)
         laPrint(3, SFAK, "C.NGZ\0", nullptr, LA_RATE);
     }
     DG4S.scaleRegions([&SFAK](size_t z) { return SFAK[z]; });
-    if (montecarlo) roundWithCarry(DG4S);
+    if (montecarlo) DG4S.roundWithCarry();
     double targets = 0, sums = 0;
     for (size_t z = 0; z < ngz; ++z) {
         targets += isUndef(DG11SE[z]) ? SUMMESTRB[z] : DG11SE[z];

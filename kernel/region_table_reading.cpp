@@ -60,6 +60,46 @@ public:
     std::vector<bool> assigned;
 };
 
+// the dense region table: rows of ages in one block, every cell undefined until a line names it
+class DenseGemTarget : public ReadTarget {
+public:
+    explicit DenseGemTarget(GemTable& t) : table(t), ext(t.extents()) {}
+    // the row of the line before serves again while the outer indices stay (the lines of a
+    // table mostly run through the last index)
+    double* row(const long long* index) override
+    {
+        if (last && std::equal(index, index + 3, lastIndex)) return last;
+        last = table.row(static_cast<size_t>(index[0]), static_cast<size_t>(index[1]), static_cast<size_t>(index[2]));
+        std::copy(index, index + 3, lastIndex);
+        return last;
+    }
+    void clear() override { std::fill(table.values(), table.values() + table.stored(), UNDEF); }
+    void unassigned(const std::function<void(const long long*)>& f) override
+    {
+        long long idx[4];
+        double* v = table.values();
+        for (size_t a = 0; a < ext[0]; ++a)
+            for (size_t b = 0; b < ext[1]; ++b)
+                for (size_t c = 0; c < ext[2]; ++c)
+                    for (size_t d = 0; d < ext[3]; ++d, ++v) {
+                        if (!isUndef(*v)) continue;
+                        *v = fill;
+                        idx[0] = static_cast<long long>(a);
+                        idx[1] = static_cast<long long>(b);
+                        idx[2] = static_cast<long long>(c);
+                        idx[3] = static_cast<long long>(d);
+                        f(idx);
+                    }
+    }
+    uint64_t cells() const override { return table.stored(); }
+    GemTable& table;
+    std::array<size_t, 4> ext;
+
+private:
+    double* last = nullptr;
+    long long lastIndex[3] = {};
+};
+
 class ListTarget : public ReadTarget {
 public:
     explicit ListTarget(std::vector<GemCell>& c) : list(c) {}
@@ -136,8 +176,15 @@ template <class Target> ReadResult readGemTable(FileEntry& file, GemTable& table
 ReadResult readTable(FileEntry& file, GemTable& target, const char* names, int valueCheck)
 {
     if (!target.sparse) {
-        ReadResult r = readTable(file, target.dense, names, valueCheck);
-        target.rowsChanged();
+        CheckUndefGuard reset;
+        auto ext = target.extents();
+        long long sizes[4] = {};
+        if (target.stored() != 0)
+            for (int j = 0; j < 4; ++j) sizes[j] = static_cast<long long>(ext[static_cast<size_t>(j)]);
+        DenseGemTarget t(target);
+        ReadResult r = readTable(file, t, 0, 4, sizes, names, valueCheck);
+        if (r.nonZero != 0 || valueCheck == VC_ADDITIVE)
+            target.printDense(1, names, nullptr, readKind(valueCheck), readTotalShown(r, valueCheck));
         return r;
     }
     return readGemTable<CompactTarget>(file, target, 0, names, valueCheck);

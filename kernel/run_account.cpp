@@ -24,14 +24,31 @@ Sums sumsOf(const Orvane& c, const GemTable& t, bool byAggregate)
     s.groups.assign(size_t(c.NBG > 0 ? c.NBG : 1), 0.0);
     const int rows = byAggregate ? aggregateRows() : 0;
     s.aggregates.assign(size_t(rows > 0 ? rows : 0), 0.0);
-    const size_t n = t.extents()[0];
+    const auto& e = t.extents();
+    const size_t n = e[0];
+    const double* values = t.exists() ? t.values() : nullptr;
     for (size_t z = 0; z < n; ++z) {
         const int row = rows > 0 ? aggregateRowOf(c, int(z)) : -1;
         double regionSum = 0;
-        t.forRegion(z, [&](size_t, size_t b, size_t, size_t, double v) {
-            if (b < s.groups.size()) s.groups[b] += v;
-            regionSum += v;
-        });
+        if (values) {
+            // a dense table row by row, each sum held in a register: adding a 0 leaves a sum as
+            // it is, so the sums are those of the elements that are not 0, in the same order
+            const double* v = values + z * e[1] * e[2] * e[3];
+            for (size_t b = 0; b < e[1]; ++b) {
+                const bool counted = b < s.groups.size();
+                double group = counted ? s.groups[b] : 0;
+                for (size_t k = 0; k < e[2] * e[3]; ++k, ++v) {
+                    group += *v;
+                    regionSum += *v;
+                }
+                if (counted) s.groups[b] = group;
+            }
+        } else {
+            t.forRegion(z, [&](size_t, size_t b, size_t, size_t, double v) {
+                if (b < s.groups.size()) s.groups[b] += v;
+                regionSum += v;
+            });
+        }
         if (row >= 0 && row < rows) s.aggregates[size_t(row)] += regionSum;
     }
     return s;
@@ -43,6 +60,22 @@ std::vector<double> flowByGroup(const Orvane& c, std::initializer_list<const Gem
     std::vector<double> sum(size_t(c.NBG > 0 ? c.NBG : 1), 0.0);
     for (const GemTable* t : tables) {
         if (!t->exists()) continue;
+        if (const double* v = t->values()) {
+            // a dense table row by row, as in sumsOf: a 0 adds nothing
+            const auto& e = t->extents();
+            for (size_t z = 0; z < e[0]; ++z)
+                for (size_t b = 0; b < e[1]; ++b) {
+                    const size_t cells = e[2] * e[3];
+                    if (b >= sum.size()) {
+                        v += cells;
+                        continue;
+                    }
+                    double group = sum[b];
+                    for (size_t k = 0; k < cells; ++k, ++v) group += *v < 0 ? -*v : *v;
+                    sum[b] = group;
+                }
+            continue;
+        }
         t->forEach([&](size_t, size_t b, size_t, size_t, double v) {
             if (b < sum.size()) sum[b] += v < 0 ? -v : v;
         });

@@ -1,70 +1,110 @@
 // Region tables in dense or sparse storage and the list form of the type flows.
 #include "kernel/sparse_tables.h"
 
+#include <cstring>
 #include <iterator>
 #include <mutex>
+#include <new>
 
+#include "kernel/kernel_helpers.h"
+#include "platform/operating_system.h"
 #include "platform/protocol.h"
 
 namespace {
 
-// The storage of dense tables given up lately, kept for the next table of the same shape: the
-// tables of a year are made again the year after, and a table of 10,000 regions is 40,000 rows,
-// each allocated and freed again otherwise. A few are enough for the tables of one year step.
+// The storage of dense tables given up lately, kept for the next table of the same size: the
+// tables of a year are made again the year after, and a block of 10,000 regions is 32 MB, whose
+// pages would be given back and faulted in anew every year otherwise. A few are enough for the
+// tables of one year step.
 constexpr size_t KEPT_TABLES = 4;
 std::mutex keptLock;
-std::vector<LA4> kept;
+std::vector<DenseBlock> kept;
 
-void keep(LA4& storage)
+void keep(DenseBlock& storage)
 {
     if (!storage.exists()) return;
     std::lock_guard<std::mutex> lock(keptLock);
-    if (kept.size() < KEPT_TABLES) kept.push_back(std::move(storage));
-    storage.release();
+    if (kept.size() < KEPT_TABLES)
+        kept.push_back(std::move(storage));
+    else
+        storage.free();
 }
 
-// storage of the shape, from the kept tables if one fits; the caller fills it
-void reuse(LA4& storage, const LA4::Extents& shape)
+// storage of n values, from the kept blocks if one fits; the caller fills it
+void reuse(DenseBlock& storage, size_t n)
 {
-    if (storage.exists() && storage.extents() == shape) return;
-    storage.release();
-    std::lock_guard<std::mutex> lock(keptLock);
-    for (auto it = kept.begin(); it != kept.end(); ++it)
-        if (it->extents() == shape) {
-            storage = std::move(*it);
-            kept.erase(it);
-            return;
-        }
+    if (storage.exists() && storage.size() == n) return;
+    keep(storage);
+    {
+        std::lock_guard<std::mutex> lock(keptLock);
+        for (auto it = kept.begin(); it != kept.end(); ++it)
+            if (it->size() == n) {
+                storage = std::move(*it);
+                kept.erase(it);
+                return;
+            }
+    }
+    storage = DenseBlock::zeros(n);
 }
 
 } // namespace
 
-void GemTable::indexRows() {
-    rows.clear();
-    if (sparse || !dense.exists()) return;
-    rows.reserve(ext[0] * ext[1] * ext[2]);
-    for (auto& r : dense)
-        for (auto& b : r)
-            for (auto& g : b) rows.push_back(g.data());
+DenseBlock DenseBlock::zeros(size_t n)
+{
+    DenseBlock b;
+    if (n == 0) n = 1;
+    const size_t bytes = n * sizeof(double), huge = os::hugePageBytes;
+    // a large table in huge pages: its passes in order walk the page tables 512 times less often
+    b.alignment = bytes >= 2 * huge ? huge : 64;
+    const size_t rounded = (bytes + b.alignment - 1) / b.alignment * b.alignment;
+    // through operator new, so that a failed allocation ends the run as every other does
+    b.values = static_cast<double*>(::operator new(rounded, std::align_val_t(b.alignment)));
+    if (b.alignment == huge) os::adviseHugePages(b.values, rounded);
+    std::memset(b.values, 0, bytes);
+    b.count = n;
+    return b;
+}
+
+void DenseBlock::free()
+{
+    if (values) ::operator delete(values, std::align_val_t(alignment));
+    values = nullptr;
+    count = 0;
 }
 
 void GemTable::make(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse, double fill) {
     name = std::move(n);
     std::map<uint64_t, double>().swap(cells);
     sparse = asSparse;
+    firstAge = false;
     ext = {ngz, nbg, ngg, nag};
     if (sparse) {
-        keep(dense);
+        keep(block);
         // the key has room for 4096 age groups, 16 sex groups and 65536 population groups
         VCHECK(nag <= GemKey::maxAG && ngg <= GemKey::maxGG && nbg <= GemKey::maxBG, "source\\c\\sparse");
         // a sparse table reads 0 where nothing is stored: it can only start empty
         VCHECK(fill == 0, "source\\c\\sparse");
     } else {
-        reuse(dense, {ngz, nbg, ngg, nag});
-        dense.make(name, {ngz, nbg, ngg, nag}, fill);
+        reuse(block, ngz * nbg * ngg * nag);
+        std::fill(block.data(), block.data() + block.size(), fill);
+        valuesName = name;
     }
-    indexRows();
     made = true;
+}
+
+void GemTable::makeFirstAge(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag) {
+    name = std::move(n);
+    std::map<uint64_t, double>().swap(cells);
+    sparse = true;
+    firstAge = true;
+    ext = {ngz, nbg, ngg, nag};
+    reuse(block, ngz * nbg * ngg);
+    std::fill(block.data(), block.data() + block.size(), 0.0);
+    made = true;
+}
+
+void GemTable::outsideFirstAge(size_t ag) const {
+    Prot::message(SEV_ERROR, "%s: %s %zu, %s", name.c_str(), "AG", ag, "the table holds age group 0 alone");
 }
 
 void GemTable::makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse) {
@@ -74,19 +114,18 @@ void GemTable::makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ng
     }
     std::map<uint64_t, double>().swap(cells);
     sparse = false;
+    firstAge = false;
     ext = {ngz, nbg, ngg, nag};
-    reuse(dense, {ngz, nbg, ngg, nag});
-    if (!dense.exists()) dense.make({ngz, nbg, ngg, nag}, 0.0);
+    reuse(block, ngz * nbg * ngg * nag);
     name = std::move(n);
-    dense.name = name;
-    indexRows();
+    valuesName = name;
     made = true;
 }
 
 void GemTable::release() {
-    keep(dense);
+    keep(block);
     std::map<uint64_t, double>().swap(cells);
-    std::vector<double*>().swap(rows);
+    firstAge = false;
     made = false;
 }
 
@@ -94,26 +133,34 @@ GemTable& GemTable::operator=(const GemTable& from) {
     if (this == &from) return *this;
     name = from.name;
     sparse = from.sparse;
+    firstAge = from.firstAge;
     ext = from.ext;
     made = from.made;
     cells = from.cells;
-    if (from.sparse || !from.dense.exists()) {
-        keep(dense);
+    if ((from.sparse && !from.firstAge) || !from.block.exists()) {
+        keep(block);
     } else {
-        reuse(dense, from.ext);
-        dense = from.dense;
+        reuse(block, from.block.size());
+        std::copy(from.block.data(), from.block.data() + from.block.size(), block.data());
+        valuesName = from.valuesName;
     }
-    indexRows();
     return *this;
 }
 
 double GemTable::sum() const {
     double s = 0;
+    if (firstAge) {
+        forEach([&s](size_t, size_t, size_t, size_t, double v) { s += v; });
+        return s;
+    }
     if (sparse) {
         for (const auto& kv : cells) s += kv.second;
         return s;
     }
-    return dense.sum();
+    if (!block.exists()) return s;
+    const double* v = block.data();
+    for (size_t i = 0, n = stored(); i < n; ++i) s += v[i];
+    return s;
 }
 
 double GemTable::regionSum(size_t gz) const {
@@ -122,20 +169,56 @@ double GemTable::regionSum(size_t gz) const {
     return s;
 }
 
-size_t GemTable::stored() const { return sparse ? cells.size() : ext[0] * ext[1] * ext[2] * ext[3]; }
+size_t GemTable::stored() const {
+    if (firstAge) {
+        size_t n = 0;
+        forEach([&n](size_t, size_t, size_t, size_t, double) { ++n; });
+        return n;
+    }
+    return sparse ? cells.size() : ext[0] * ext[1] * ext[2] * ext[3];
+}
+
+void GemTable::printDense(int level, const char* names, const char* title, int kind, double total) const {
+    if (!laActive(level)) return;
+    // a table given up prints as an array that holds no element
+    const std::array<size_t, 4> none{};
+    laPrint4(block.data(), block.exists() ? ext : none, valuesName, nullptr, names, title, kind, total);
+}
 
 void GemTable::print(int level, const char* title, int kind) const {
     if (!laActive(level)) return;
     if (!sparse) {
-        laPrint4(dense, nullptr, "NGZ\0NBG\0NGG\0NAG\0", title, kind);
+        printDense(level, "NGZ\0NBG\0NGG\0NAG\0", title, kind, LA_AUTO);
         return;
     }
     std::vector<LAListRow> rows;
-    rows.reserve(cells.size());
-    for (const auto& [k, v] : cells)
-        rows.push_back({static_cast<unsigned long>(GemKey::gz(k)), static_cast<unsigned>(GemKey::bg(k)),
-                        static_cast<unsigned>(GemKey::gg(k)), static_cast<unsigned>(GemKey::ag(k)), v});
+    rows.reserve(stored());
+    forEach([&rows](size_t z, size_t b, size_t g, size_t a, double v) {
+        rows.push_back({static_cast<unsigned long>(z), static_cast<unsigned>(b), static_cast<unsigned>(g),
+                        static_cast<unsigned>(a), v});
+    });
     laPrintList(nullptr, name.c_str(), title, kind, rows);
+}
+
+void GemTable::roundWithCarry() {
+    if (!exists()) return;
+    RoundCarry r;
+    if (firstAge) {
+        // in key order, as a sparse table; an element rounded to 0 is no longer one
+        double* v = block.data();
+        for (size_t i = 0, n = block.size(); i < n; ++i)
+            if (v[i] != 0) v[i] = r(v[i]);
+        return;
+    }
+    if (sparse) {
+        for (auto& kv : cells) kv.second = r(kv.second);
+        for (auto it = cells.begin(); it != cells.end();) it = it->second == 0 ? cells.erase(it) : std::next(it);
+        return;
+    }
+    // a dense 0 stays as it is (a -0 too)
+    double* v = block.data();
+    for (size_t i = 0, n = stored(); i < n; ++i)
+        if (v[i] != 0) v[i] = r(v[i]);
 }
 
 double FBList::get(size_t v, size_t n, size_t bg, size_t gg, size_t ag) const {
@@ -176,6 +259,20 @@ void FBList::print(int level, const char* title, int kind) const {
 void GemTable::scaleRegions(const std::function<double(size_t gz)>& factorOf)
 {
     if (!exists()) return;
+    if (firstAge) {
+        // an element that is 0 is none: it stays 0
+        const size_t perRegion = ext[1] * ext[2];
+        for (size_t z = 0; z < ext[0]; ++z) {
+            double* v = block.data() + z * perRegion;
+            bool any = false;
+            for (size_t i = 0; i < perRegion; ++i) any = any || v[i] != 0;
+            if (!any) continue;
+            const double f = factorOf(z);
+            for (size_t i = 0; i < perRegion; ++i)
+                if (v[i] != 0) v[i] *= f;
+        }
+        return;
+    }
     if (sparse) {
         for (auto it = cells.begin(); it != cells.end();) {
             it->second *= factorOf(GemKey::gz(it->first));
@@ -183,11 +280,12 @@ void GemTable::scaleRegions(const std::function<double(size_t gz)>& factorOf)
         }
         return;
     }
-    for (size_t z = 0; z < dense.size(); ++z) {
-        double f = factorOf(z);
-        for (auto& b : dense[z])
-            for (auto& g : b)
-                for (double& v : g) v *= f;
+    if (!block.exists()) return;
+    const size_t perRegion = ext[1] * ext[2] * ext[3];
+    for (size_t z = 0; z < ext[0]; ++z) {
+        const double f = factorOf(z);
+        double* v = rowAt(z, 0, 0);
+        for (size_t i = 0; i < perRegion; ++i) v[i] *= f;
     }
 }
 

@@ -23,25 +23,57 @@ struct GemKey {
     static constexpr size_t ag(uint64_t k) { return static_cast<size_t>(k & 0xFFF); }
 };
 
-// A population table indexed region, BG, GG, AG. Dense: an LA4. Sparse: an ordered map
-// from GemKey to value, where a missing key reads 0 and writing 0 removes the key.
-// Stages reach elements only through get, set, add and the walks below, so that one code
-// path serves both forms. Inside a parallel loop over regions a body may change values of
-// its own region but must not create or remove keys of a sparse table.
+// The values of a dense region table: one block of doubles, region by group by sex by age, the
+// age innermost. A block given up goes back to a few kept for the next table of the same size.
+class DenseBlock {
+public:
+    DenseBlock() = default;
+    DenseBlock(DenseBlock&& from) noexcept : values(from.values), count(from.count), alignment(from.alignment)
+    {
+        from.values = nullptr;
+        from.count = 0;
+    }
+    DenseBlock& operator=(DenseBlock&& from) noexcept
+    {
+        std::swap(values, from.values);
+        std::swap(count, from.count);
+        std::swap(alignment, from.alignment);
+        from.free();
+        return *this;
+    }
+    DenseBlock(const DenseBlock&) = delete;
+    DenseBlock& operator=(const DenseBlock&) = delete;
+    ~DenseBlock() { free(); }
+
+    // a new block of n values, all 0
+    static DenseBlock zeros(size_t n);
+    double* data() { return values; }
+    const double* data() const { return values; }
+    size_t size() const { return count; }
+    bool exists() const { return values != nullptr; }
+    void free();
+
+private:
+    double* values = nullptr;
+    size_t count = 0;
+    size_t alignment = 64;
+};
+
+// A population table indexed region, BG, GG, AG. Dense: one block of values, age innermost.
+// Sparse: an ordered map from GemKey to value, where a missing key reads 0 and writing 0 removes
+// the key; or, for a table whose elements all stand at age group 0 (the births of a year), one
+// value per cohort, read as a sparse table is (the elements that are not 0, in the same order). Stages reach elements only through get, set, add, the rows and the walks below, so
+// that one code path serves both forms. Inside a parallel loop over regions a body may change
+// values of its own region but must not create or remove keys of a sparse table.
 class GemTable {
 public:
     std::string name;
     bool sparse = false;
-    LA4 dense;
     std::map<uint64_t, double> cells;
 
     GemTable() = default;
     explicit GemTable(std::string n) : name(std::move(n)) {}
-    GemTable(const GemTable& from)
-        : name(from.name), sparse(from.sparse), dense(from.dense), cells(from.cells), made(from.made), ext(from.ext)
-    {
-        indexRows();
-    }
+    GemTable(const GemTable& from) { *this = from; }
     GemTable(GemTable&&) = default;
     GemTable& operator=(GemTable&&) = default;
     // a copy into the storage this table or a table given up lately already holds
@@ -52,20 +84,33 @@ public:
     // make for a caller that writes every element of a dense table before anything reads it: the
     // storage of a table given up lately keeps its old values instead of being filled first
     void makeForOverwrite(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag, bool asSparse);
+    // builds an empty table of the extents whose elements stand at age group 0 alone
+    void makeFirstAge(std::string n, size_t ngz, size_t nbg, size_t ngg, size_t nag);
     void release();
-    // after the rows of dense were made again from outside (a reader that builds its target)
-    void rowsChanged() { indexRows(); }
+    // a new name for the table and for the table of its values in the protocol
+    void rename(std::string n) {
+        name = std::move(n);
+        valuesName = name;
+    }
     bool exists() const { return made; }
     const std::array<size_t, 4>& extents() const { return ext; }
 
     double get(size_t gz, size_t bg, size_t gg, size_t ag) const {
         if (!sparse) return rowAt(gz, bg, gg)[ag];
+        if (firstAge) return ag == 0 ? block.data()[cohortAt(gz, bg, gg)] : 0.0;
         auto it = cells.find(GemKey::make(gz, bg, gg, ag));
         return it == cells.end() ? 0.0 : it->second;
     }
     void set(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
         if (!sparse) {
             rowAt(gz, bg, gg)[ag] = v;
+            return;
+        }
+        if (firstAge) {
+            if (ag == 0)
+                block.data()[cohortAt(gz, bg, gg)] = v;
+            else if (v != 0)
+                outsideFirstAge(ag);
             return;
         }
         uint64_t k = GemKey::make(gz, bg, gg, ag);
@@ -80,6 +125,13 @@ public:
             return;
         }
         if (v == 0) return;
+        if (firstAge) {
+            if (ag == 0)
+                block.data()[cohortAt(gz, bg, gg)] += v;
+            else
+                outsideFirstAge(ag);
+            return;
+        }
         uint64_t k = GemKey::make(gz, bg, gg, ag);
         auto it = cells.find(k);
         if (it == cells.end()) {
@@ -93,7 +145,7 @@ public:
     // add for elements reached in key order, as a loop over regions, groups, sexes and ages
     // reaches them: a sparse table appends a new key behind the last without searching
     void addInOrder(size_t gz, size_t bg, size_t gg, size_t ag, double v) {
-        if (!sparse || v == 0) {
+        if (!sparse || firstAge || v == 0) {
             add(gz, bg, gg, ag, v);
             return;
         }
@@ -106,20 +158,32 @@ public:
     // the ages of one cohort of a dense table, nullptr for a sparse one
     double* row(size_t gz, size_t bg, size_t gg) { return sparse ? nullptr : rowAt(gz, bg, gg); }
     const double* row(size_t gz, size_t bg, size_t gg) const { return sparse ? nullptr : rowAt(gz, bg, gg); }
+    // every value of a dense table in index order (stored() of them), nullptr for a sparse one
+    double* values() { return sparse ? nullptr : block.data(); }
+    const double* values() const { return sparse ? nullptr : block.data(); }
 
     // every element that is not 0, in index order (dense) or key order (sparse), which is
     // the same order: f(gz, bg, gg, ag, value)
     template <class F> void forEach(F&& f) const {
+        if (firstAge) {
+            for (size_t z = 0; z < ext[0]; ++z) forRegionFirstAge(z, f);
+            return;
+        }
         if (sparse) {
             for (const auto& [k, v] : cells) f(GemKey::gz(k), GemKey::bg(k), GemKey::gg(k), GemKey::ag(k), v);
             return;
         }
-        for (size_t z = 0; z < dense.size(); ++z) forRegionDense(z, f);
+        if (!block.exists()) return;
+        for (size_t z = 0; z < ext[0]; ++z) forRegionDense(z, f);
     }
     // the elements of one region that are not 0, in order
     template <class F> void forRegion(size_t gz, F&& f) const {
         if (!sparse) {
-            forRegionDense(gz, f);
+            if (block.exists()) forRegionDense(gz, f);
+            return;
+        }
+        if (firstAge) {
+            forRegionFirstAge(gz, f);
             return;
         }
         auto it = cells.lower_bound(GemKey::make(gz, 0, 0, 0));
@@ -132,6 +196,10 @@ public:
     double regionSum(size_t gz) const;
     // multiplies every element by the factor of its region; a sparse element that becomes 0 goes
     void scaleRegions(const std::function<double(size_t gz)>& factorOf);
+    // whole persons: each element that is not 0 rounded half away from 0 with the running
+    // remainder of the table, in index order, so that the total survives; a sparse element
+    // rounded to 0 goes
+    void roundWithCarry();
     // stored elements: all of a dense table, the keys of a sparse one
     size_t stored() const;
     // bytes of the dense form
@@ -139,22 +207,37 @@ public:
 
     // prints at the protocol level: dense as a table, sparse as a compact listing
     void print(int level, const char* title = nullptr, int kind = LA_NUMBER) const;
+    // prints a dense table under the dimension names given, with the total shown in its title
+    void printDense(int level, const char* names, const char* title, int kind, double total) const;
 
 private:
     bool made = false;
+    // sparse, held as one value per cohort at age group 0
+    bool firstAge = false;
     std::array<size_t, 4> ext{};
-    // where each row of ages of a dense table starts, region by group by sex: a row is found by one
-    // look-up in this contiguous index instead of through the vectors of each region and group
-    std::vector<double*> rows;
-    void indexRows();
-    double* rowAt(size_t gz, size_t bg, size_t gg) const { return rows[(gz * ext[1] + bg) * ext[2] + gg]; }
-    template <class F> void forRegionDense(size_t z, F& f) const {
+    DenseBlock block;
+    // the name the protocol shows over the values of a dense table: the name the table was made
+    // with, or that of the table its values were copied from
+    std::string valuesName;
+    double* rowAt(size_t gz, size_t bg, size_t gg) const {
+        return const_cast<double*>(block.data()) + ((gz * ext[1] + bg) * ext[2] + gg) * ext[3];
+    }
+    size_t cohortAt(size_t gz, size_t bg, size_t gg) const { return (gz * ext[1] + bg) * ext[2] + gg; }
+    // an element that is not 0 written at another age group than 0: a fault of the caller
+    void outsideFirstAge(size_t ag) const;
+    template <class F> void forRegionFirstAge(size_t z, F& f) const {
+        if (!block.exists()) return;
+        const double* v = block.data() + cohortAt(z, 0, 0);
         for (size_t b = 0; b < ext[1]; ++b)
-            for (size_t g = 0; g < ext[2]; ++g) {
-                const double* v = rowAt(z, b, g);
-                for (size_t a = 0; a < ext[3]; ++a)
-                    if (v[a] != 0) f(z, b, g, a, v[a]);
-            }
+            for (size_t g = 0; g < ext[2]; ++g, ++v)
+                if (*v != 0) f(z, b, g, size_t(0), *v);
+    }
+    template <class F> void forRegionDense(size_t z, F& f) const {
+        const double* v = rowAt(z, 0, 0);
+        for (size_t b = 0; b < ext[1]; ++b)
+            for (size_t g = 0; g < ext[2]; ++g)
+                for (size_t a = 0; a < ext[3]; ++a, ++v)
+                    if (*v != 0) f(z, b, g, a, *v);
     }
 };
 

@@ -406,16 +406,7 @@ void specialGroupsByRate()
         for (int z = 0; z < C.NGZ; ++z) body(z);
     else
         os::parallelFor(0, C.NGZ, body);
-    if (MONTE_CARLO) {
-        if (C.BG40DSG.sparse) {
-            RoundCarry r;
-            for (auto& kv : C.BG40DSG.cells) kv.second = r(kv.second);
-            for (auto it = C.BG40DSG.cells.begin(); it != C.BG40DSG.cells.end();)
-                it = it->second == 0 ? C.BG40DSG.cells.erase(it) : std::next(it);
-        } else {
-            laRoundCarry(C.BG40DSG.dense);
-        }
-    }
+    if (MONTE_CARLO) C.BG40DSG.roundWithCarry();
     C.BG40DSG.print(3);
 }
 

@@ -194,7 +194,7 @@ void ageWithSpecialGroups(Orvane& c)
         for (size_t b = 0; b < Z(c.NBG); ++b)
             for (size_t g = 0; g < Z(c.NGG); ++g) {
                 if (!c.BG40.sparse) {
-                    auto& v = c.BG40.dense[Z(z)][b][g];
+                    double* v = c.BG40.row(Z(z), b, g);
                     double lastValue = v[nag - 1];
                     for (size_t a = nag - 1; a > 0; --a) v[a] = v[a - 1];
                     v[0] = 0;
@@ -502,17 +502,7 @@ void addSpecialGroups(Orvane& c)
 
 void roundMovements(YearStep& y)
 {
-    for (GemTable* t : y.movements()) {
-        if (!t->exists()) continue;
-        if (!t->sparse) {
-            laRoundCarry(t->dense);
-            continue;
-        }
-        RoundCarry r;
-        for (auto& kv : t->cells) kv.second = r(kv.second);
-        for (auto it = t->cells.begin(); it != t->cells.end();)
-            it = it->second == 0 ? t->cells.erase(it) : std::next(it);
-    }
+    for (GemTable* t : y.movements()) t->roundWithCarry();
 }
 
 } // namespace
@@ -539,8 +529,7 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
     if (inPlace) {
         c.BG40 = std::move(c.BGEM);
         c.BGEM.release();
-        c.BG40.name = "C.BG40";
-        c.BG40.dense.name = "C.BG40";
+        c.BG40.rename("C.BG40");
     } else {
         c.makeGem(c.BG40, "C.BG40");
     }
@@ -690,12 +679,13 @@ void RK::PAG(MonteCarlo& mc, Orvane* orvane)
         if (MONTE_CARLO && _(P_1))
             for (GemTable* t : {&y.DG4ZA, &y.DG4ZB, &y.DG4OI, &y.DG4II}) {
                 if (!t->exists()) continue;
-                if (t->sparse) {
-                    RoundCarry r;
-                    for (auto& kv : t->cells) kv.second = r(kv.second);
-                } else {
-                    laRoundCarry(t->dense);
+                if (!t->sparse) {
+                    t->roundWithCarry();
+                    continue;
                 }
+                // the elements rounded to 0 stay in the table here
+                RoundCarry r;
+                for (auto& kv : t->cells) kv.second = r(kv.second);
             }
     }
 

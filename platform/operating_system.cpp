@@ -16,6 +16,7 @@
 #include <fstream>
 #include <liblnk.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
@@ -314,6 +315,17 @@ void os::fatal(const std::string& text)
 
 bool os::parallel() { return g_parallel; }
 void os::setParallel(bool on) { g_parallel = on; }
+
+void os::adviseHugePages(void* p, size_t bytes)
+{
+#ifdef MADV_HUGEPAGE
+    // advice only: a system without huge pages keeps the small ones
+    madvise(p, bytes, MADV_HUGEPAGE);
+#else
+    (void)p;
+    (void)bytes;
+#endif
+}
 void os::addLoopTime(double ms) { g_loopTime += ms; }
 double os::loopTime() { return g_loopTime; }
 void os::countRegion() { ++g_regions; }

@@ -507,6 +507,13 @@ void laPrint2(const LA2& a, FILE* s, const char* n, const char* t, int k, double
 void laPrint3(const LA3& a, FILE* s, const char* n, const char* t, int k, double tot) { printAny(a, s, n, t, k, tot); }
 void laPrint4(const LA4& a, FILE* s, const char* n, const char* t, int k, double tot) { printAny(a, s, n, t, k, tot); }
 void laPrint5(const LA5& a, FILE* s, const char* n, const char* t, int k, double tot) { printAny(a, s, n, t, k, tot); }
+void laPrint4(const double* data, const std::array<size_t, 4>& e, const std::string& name, FILE* s, const char* n,
+              const char* t, int k, double tot) {
+    // extents as an array reads them: all 0 when it holds no element
+    std::vector<size_t> ext(e.begin(), e.end());
+    if (product(ext, 0, ext.size()) == 0) std::fill(ext.begin(), ext.end(), 0);
+    printDense(data, ext, s, name, n, t, k, tot);
+}
 
 void laPrintText(FILE* s, const LA1& a, const char* n) { textAny(s, a, n); }
 void laPrintText(FILE* s, const LA2& a, const char* n) { textAny(s, a, n); }

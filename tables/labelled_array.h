@@ -153,6 +153,9 @@ void laPrint2(const LA2& a, FILE* stream, const char* names, const char* title, 
 void laPrint3(const LA3& a, FILE* stream, const char* names, const char* title, int kind, double total = LA_AUTO);
 void laPrint4(const LA4& a, FILE* stream, const char* names, const char* title, int kind, double total = LA_AUTO);
 void laPrint5(const LA5& a, FILE* stream, const char* names, const char* title, int kind, double total = LA_AUTO);
+// the same print of an array of rank 4 held in one block in row order, with its extents and name
+void laPrint4(const double* data, const std::array<size_t, 4>& extents, const std::string& name, FILE* stream,
+              const char* names, const char* title, int kind, double total = LA_AUTO);
 
 inline void laPrintAny(const LA1& a, FILE* s, const char* n, const char* t, int k, double tot) { laPrint1(a, s, n, t, k, tot); }
 inline void laPrintAny(const LA2& a, FILE* s, const char* n, const char* t, int k, double tot) { laPrint2(a, s, n, t, k, tot); }

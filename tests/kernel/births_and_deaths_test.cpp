@@ -396,6 +396,14 @@ TEST(NaturalChange, ShortcutsAndGeneralPathsWriteTheSameBytes)
         EXPECT_EQ(expected, dataOf(sparse.read(std::string("var/v/") + f))) << f;
         EXPECT_EQ(expected, dataOf(parallel.read(std::string("var/v/") + f))) << f;
     }
+    // the account of the run (persons, births and deaths by group and year) is summed alike
+    auto account = [](const std::string& page) {
+        const size_t from = page.find("<h2>Komponenten der Bevölkerungsveränderung</h2>");
+        return from == std::string::npos ? std::string() : page.substr(from, page.find("</table>", from) - from);
+    };
+    const std::string expected = account(dense.read("var/v/prot/results.htm"));
+    EXPECT_TRUE(has(expected, "<td>")) << expected;
+    for (Area* a : {&sparse, &parallel}) EXPECT_EQ(expected, account(a->read("var/v/prot/results.htm")));
     // region 2, group 1: ten women of age group 2 after ageing by two give 5 children, half of them
     // boys, of whom a fifth die; the men of 0 (the -0 skipped), 30 and 40 collect in the last age
     // group and have no deaths there; the 10 of age group 0 reach age group 2, 2 of them die
@@ -408,6 +416,15 @@ TEST(NaturalChange, ShortcutsAndGeneralPathsWriteTheSameBytes)
     // region 1, group 1: a quarter of the children of its mothers go to group 2
     EXPECT_NEAR(at(t, 1, 1, 1, 0), 20 * 0.5 * 0.5 * 0.75 * 0.9, 1e-12);
     EXPECT_NEAR(at(t, 1, 2, 1, 0), (20 * 0.5 * 0.5 * 0.25 + 20 * 0.5 * 0.5) * 0.9, 1e-12);
+
+    // a member's summary of the population by band and of the components, from either storage
+    ASSERT_EQ(dense.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)"}).status, 0);
+    ASSERT_EQ(sparse.run({"orvane", "-d", "var/", "-v", "v", "-o", "option($SUMMARY_ONLY 1)", "-o",
+                          "option($SPARSEGEM 100)"}).status, 0);
+    for (const char* f : {"summary_population.bin", "summary_components.bin"}) {
+        EXPECT_GT(dense.read(std::string("var/v/") + f).size(), 100u) << f;
+        EXPECT_EQ(dense.read(std::string("var/v/") + f), sparse.read(std::string("var/v/") + f)) << f;
+    }
 }
 
 TEST(NaturalTargets, NegativeDeathTargetsStopTheRun)

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -298,6 +299,70 @@ TEST_F(StateTest, SparseAndDenseRegionTablesAgree) {
     EXPECT_EQ(sparse.sum(), 10);
     EXPECT_EQ(sparse.stored(), 2u);
     EXPECT_EQ(dense.stored(), 3u * 3 * 2 * 5);
+}
+
+// The births of a year, held as one value per cohort at age group 0, read as the sparse table
+// of the same elements: the same walks, sums, scaling, rounding with carry and copies.
+TEST_F(StateTest, BirthsAtAgeGroupZeroReadAsASparseTable) {
+    GemTable sparse, births;
+    sparse.make("S", 4, 2, 2, 5, true);
+    births.makeFirstAge("B", 4, 2, 2, 5);
+    ASSERT_TRUE(births.sparse);
+    EXPECT_EQ(births.extents(), sparse.extents());
+    EXPECT_EQ(births.row(0, 0, 0), nullptr);
+    for (GemTable* t : {&sparse, &births}) {
+        t->addInOrder(0, 1, 0, 0, 2.4);
+        t->addInOrder(1, 0, 1, 0, 0.3);
+        t->add(1, 0, 1, 0, -0.3);   // cancels: no element left
+        t->addInOrder(2, 0, 0, 0, 1.7);
+        t->add(2, 1, 1, 0, 0.6);
+        t->set(3, 1, 0, 0, -0.0);   // writing 0 stores nothing
+        t->set(3, 1, 1, 2, 0);      // nor at another age
+    }
+    auto walk = [](const GemTable& t) {
+        std::vector<std::string> out;
+        t.forEach([&out](size_t z, size_t b, size_t g, size_t a, double v) {
+            out.push_back(std::to_string(z) + "," + std::to_string(b) + "," + std::to_string(g) + "," +
+                          std::to_string(a) + "=" + std::to_string(v));
+        });
+        return out;
+    };
+    EXPECT_EQ(walk(births), walk(sparse));
+    EXPECT_EQ(walk(births).size(), 3u);
+    EXPECT_EQ(births.stored(), sparse.stored());
+    EXPECT_EQ(births.sum(), sparse.sum());
+    for (size_t z = 0; z < 4; ++z) EXPECT_EQ(births.regionSum(z), sparse.regionSum(z)) << z;
+    EXPECT_EQ(births.get(2, 1, 1, 0), 0.6);
+    EXPECT_EQ(births.get(2, 1, 1, 3), 0);
+    // region 3 has no births: an infinite factor there makes nothing of nothing
+    auto factor = [](size_t z) { return z == 3 ? INFINITY : 1.5 + double(z); };
+    births.scaleRegions(factor);
+    sparse.scaleRegions(factor);
+    EXPECT_EQ(walk(births), walk(sparse));
+    births.roundWithCarry();
+    sparse.roundWithCarry();
+    EXPECT_EQ(walk(births), walk(sparse));
+    EXPECT_EQ(births.sum(), sparse.sum());
+    GemTable copy;
+    copy = births;
+    EXPECT_EQ(walk(copy), walk(sparse));
+    births.release();
+    EXPECT_FALSE(births.exists());
+    births.makeFirstAge("B", 4, 2, 2, 5);
+    EXPECT_EQ(births.stored(), 0u);
+
+    // a dense table rounds with carry in index order and leaves its zeros (a -0 too) as they are
+    GemTable dense;
+    dense.make("D", 1, 1, 1, 4, false);
+    dense.set(0, 0, 0, 0, 0.6);
+    dense.set(0, 0, 0, 1, -0.0);
+    dense.set(0, 0, 0, 2, 0.6);
+    dense.set(0, 0, 0, 3, 0.3);
+    dense.roundWithCarry();
+    EXPECT_EQ(dense.get(0, 0, 0, 0), 1);
+    EXPECT_TRUE(std::signbit(dense.get(0, 0, 0, 1)));
+    EXPECT_EQ(dense.get(0, 0, 0, 2), 0);
+    EXPECT_EQ(dense.get(0, 0, 0, 3), 1);
 }
 
 TEST_F(StateTest, FlowListMatchesDenseTable) {
