@@ -62,8 +62,9 @@ private:
 // A population table indexed region, BG, GG, AG. Dense: one block of values, age innermost.
 // Sparse: an ordered map from GemKey to value, where a missing key reads 0 and writing 0 removes
 // the key; or, for a table whose elements all stand at age group 0 (the births of a year), one
-// value per cohort, read as a sparse table is (the elements that are not 0, in the same order). Stages reach elements only through get, set, add, the rows and the walks below, so
-// that one code path serves both forms. Inside a parallel loop over regions a body may change
+// value per cohort, read as a sparse table is (the elements that are not 0, in the same order).
+// Stages reach elements only through get, set, add, the rows and the walks below, so that one
+// code path serves both forms. Inside a parallel loop over regions a body may change
 // values of its own region but must not create or remove keys of a sparse table.
 class GemTable {
 public:
