@@ -6,6 +6,23 @@
 
 namespace {
 
+// every index of a region table in order, with its position among the cells: f(index, position)
+template <class F> void forEachIndex(const std::array<size_t, 4>& ext, F&& f)
+{
+    long long idx[4];
+    uint64_t k = 0;
+    for (size_t a = 0; a < ext[0]; ++a)
+        for (size_t b = 0; b < ext[1]; ++b)
+            for (size_t c = 0; c < ext[2]; ++c)
+                for (size_t d = 0; d < ext[3]; ++d, ++k) {
+                    idx[0] = static_cast<long long>(a);
+                    idx[1] = static_cast<long long>(b);
+                    idx[2] = static_cast<long long>(c);
+                    idx[3] = static_cast<long long>(d);
+                    f(idx, k);
+                }
+}
+
 // the compact region table in sparse storage: a bit per cell marks what was assigned
 class CompactTarget : public ReadTarget {
 public:
@@ -40,19 +57,9 @@ public:
     }
     void unassigned(const std::function<void(const long long*)>& f) override
     {
-        long long idx[4];
-        uint64_t k = 0;
-        for (size_t a = 0; a < ext[0]; ++a)
-            for (size_t b = 0; b < ext[1]; ++b)
-                for (size_t c = 0; c < ext[2]; ++c)
-                    for (size_t d = 0; d < ext[3]; ++d, ++k) {
-                        if (assigned[k]) continue;
-                        idx[0] = static_cast<long long>(a);
-                        idx[1] = static_cast<long long>(b);
-                        idx[2] = static_cast<long long>(c);
-                        idx[3] = static_cast<long long>(d);
-                        f(idx);
-                    }
+        forEachIndex(ext, [&](const long long* idx, uint64_t k) {
+            if (!assigned[k]) f(idx);
+        });
     }
     uint64_t cells() const override { return assigned.size(); }
     GemTable& table;
@@ -76,20 +83,12 @@ public:
     void clear() override { std::fill(table.values(), table.values() + table.stored(), UNDEF); }
     void unassigned(const std::function<void(const long long*)>& f) override
     {
-        long long idx[4];
         double* v = table.values();
-        for (size_t a = 0; a < ext[0]; ++a)
-            for (size_t b = 0; b < ext[1]; ++b)
-                for (size_t c = 0; c < ext[2]; ++c)
-                    for (size_t d = 0; d < ext[3]; ++d, ++v) {
-                        if (!isUndef(*v)) continue;
-                        *v = fill;
-                        idx[0] = static_cast<long long>(a);
-                        idx[1] = static_cast<long long>(b);
-                        idx[2] = static_cast<long long>(c);
-                        idx[3] = static_cast<long long>(d);
-                        f(idx);
-                    }
+        forEachIndex(ext, [&](const long long* idx, uint64_t k) {
+            if (!isUndef(v[k])) return;
+            v[k] = fill;
+            f(idx);
+        });
     }
     uint64_t cells() const override { return table.stored(); }
     GemTable& table;
