@@ -203,21 +203,15 @@ void GemTable::print(int level, const char* title, int kind) const {
 void GemTable::roundWithCarry() {
     if (!exists()) return;
     RoundCarry r;
-    if (firstAge) {
-        // in key order, as a sparse table; an element rounded to 0 is no longer one
-        double* v = block.data();
-        for (size_t i = 0, n = block.size(); i < n; ++i)
-            if (v[i] != 0) v[i] = r(v[i]);
-        return;
-    }
-    if (sparse) {
+    if (sparse && !firstAge) {
         for (auto& kv : cells) kv.second = r(kv.second);
         for (auto it = cells.begin(); it != cells.end();) it = it->second == 0 ? cells.erase(it) : std::next(it);
         return;
     }
-    // a dense 0 stays as it is (a -0 too)
+    // a block in index order, which is key order: a 0 stays as it is (a -0 too), and an element of
+    // the births rounded to 0 is no longer one
     double* v = block.data();
-    for (size_t i = 0, n = stored(); i < n; ++i)
+    for (size_t i = 0, n = firstAge ? block.size() : stored(); i < n; ++i)
         if (v[i] != 0) v[i] = r(v[i]);
 }
 

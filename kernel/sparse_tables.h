@@ -221,7 +221,7 @@ private:
     // with, or that of the table its values were copied from
     std::string valuesName;
     double* rowAt(size_t gz, size_t bg, size_t gg) const {
-        return const_cast<double*>(block.data()) + ((gz * ext[1] + bg) * ext[2] + gg) * ext[3];
+        return const_cast<double*>(block.data()) + cohortAt(gz, bg, gg) * ext[3];
     }
     size_t cohortAt(size_t gz, size_t bg, size_t gg) const { return (gz * ext[1] + bg) * ext[2] + gg; }
     // an element that is not 0 written at another age group than 0: a fault of the caller
