@@ -13,6 +13,7 @@
 #include "platform/operating_system.h"
 #include "platform/safe_output.h"
 #include "platform/settings.h"
+#include "platform/write_behind.h"
 #include "tables/number_format.h"
 
 namespace {
@@ -149,7 +150,10 @@ void csvWrite(FILE* file, const char* data, size_t length)
 #else
     size_t done = file ? std::fwrite(data, 1, length, file) : 0;
 #endif
-    if (done == length && !ferror(file)) return;
+    if (done == length && !ferror(file)) {
+        writeBehind::wrote(fileno(file), length);
+        return;
+    }
     int err = errno ? errno : (file ? EIO : EBADF);
     safeOutput::fatal(file, err);
 }

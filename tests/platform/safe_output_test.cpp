@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "platform/safe_output.h"
+#include "platform/write_behind.h"
 
 namespace fs = std::filesystem;
 
@@ -81,6 +82,48 @@ TEST_F(SafeOutput, FullDiskLeavesTargetAsItWasAndNoTemporary)
 // A table of all years is moved aside while a year's lines are appended: whatever a killed
 // process wrote of them, no file under the table's name ends inside a line. A failed year puts
 // it back as it was.
+// A table of several windows is handed to the disk and dropped from the cache while it is
+// written: every byte still stands in its place, in a new file, in one appended to and in one
+// put back after a failed year.
+TEST_F(SafeOutput, LargeTablesWrittenBehindKeepEveryByte)
+{
+    const size_t piece = size_t(1) << 20, window = writeBehind::WINDOW / piece;
+    // piece k: its number in every byte, so that a piece lost, doubled or moved shows
+    auto pieces = [&](size_t from, size_t to) {
+        std::string text;
+        for (size_t k = from; k < to; ++k) text.append(piece, static_cast<char>('A' + k % 53));
+        return text;
+    };
+    auto writePieces = [&](FILE* f, size_t from, size_t to) {
+        for (size_t k = from; k < to; ++k) {
+            std::string text = pieces(k, k + 1);
+            ASSERT_EQ(fwrite(text.data(), 1, text.size(), f), text.size());
+            writeBehind::wrote(fileno(f), text.size());
+        }
+    };
+    const size_t first = window * 7 / 2, failed = window * 3 / 2, last = window;
+    // from the first byte, not only beyond the kernel's own limit
+    writeBehind::startAfter(0);
+    FILE* f = safeOutput::open(dir + "/big.csv");
+    ASSERT_NE(f, nullptr);
+    writePieces(f, 0, first);
+    EXPECT_EQ(safeOutput::commit(f), 0);
+    EXPECT_TRUE(read("big.csv") == pieces(0, first));
+
+    f = safeOutput::open(dir + "/big.csv", true);
+    writePieces(f, first, first + failed);
+    fflush(f);
+    safeOutput::dropAppends();
+    EXPECT_EQ(fs::file_size(dir + "/big.csv"), first * piece);
+
+    f = safeOutput::open(dir + "/big.csv", true);
+    writePieces(f, first, first + last);
+    EXPECT_EQ(safeOutput::commit(f), 0);
+    EXPECT_TRUE(read("big.csv") == pieces(0, first + last));
+    EXPECT_EQ(files(), 1u);
+    writeBehind::startAfter(writeBehind::KERNEL_LIMIT);
+}
+
 TEST_F(SafeOutput, AppendedTableIsNeverSeenHalfWritten)
 {
     write("bew.csv", "year\n2024\n");
