@@ -1,4 +1,4 @@
-// Long result files written behind: once a run's results outgrow what the kernel keeps unwritten
+// Large result files written behind: once a run's results outgrow what the kernel keeps unwritten
 // on its own, what a large file has written is handed to the disk while the run goes on, and its
 // pages leave the page cache once they are on the disk.
 #pragma once
