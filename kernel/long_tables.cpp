@@ -112,8 +112,9 @@ char* putPlainNumber(char* out, const char* text, size_t length)
         return out + 2;
     }
     std::memcpy(out, text, length);
+    char* end = out + length;
     if (si::decimalPoint != '.')
-        for (size_t i = 0; i < length; ++i)
-            if (out[i] == si::decimalPoint) out[i] = '.';
-    return out + length;
+        for (char* p = out; (p = static_cast<char*>(std::memchr(p, si::decimalPoint, static_cast<size_t>(end - p))));)
+            *p++ = '.';
+    return end;
 }
