@@ -113,8 +113,13 @@ char* putPlainNumber(char* out, const char* text, size_t length)
     }
     std::memcpy(out, text, length);
     char* end = out + length;
-    if (si::decimalPoint != '.')
-        for (char* p = out; (p = static_cast<char*>(std::memchr(p, si::decimalPoint, static_cast<size_t>(end - p))));)
-            *p++ = '.';
+    // a number holds one decimal point at most, mostly among its first digits
+    const char point = si::decimalPoint;
+    if (point != '.')
+        for (char* p = out; p != end; ++p)
+            if (*p == point) {
+                *p = '.';
+                break;
+            }
     return end;
 }
