@@ -21,6 +21,7 @@
 #include "platform/safe_output.h"
 #include "platform/settings.h"
 #include "platform/variant_settings.h"
+#include "platform/write_behind.h"
 #include "tables/block_writer.h"
 
 namespace {
@@ -57,6 +58,7 @@ FILE* openLong(const char* name, const char* header)
     bool fresh = JAHR == ini::STARTJAHR || os::fileSize(path) == 0;
     FILE* f = safeOutput::open(path, !fresh);
     if (!f) safeOutput::fatalPath(path, errno);
+    writeBehind::fromStart(fileno(f));
     if (fresh) {
         BlockWriter w(f);
         w.write(header);

@@ -5,8 +5,9 @@
 // cache holds about two windows of each file. Only clean pages leave the cache, so nothing
 // written is lost, and the run never waits for the disk here: a part not yet written back stays
 // cached. Below the amount the kernel lets stand unwritten before it writes back on its own,
-// results are left to the cache as before (handing them to the disk early would only cost), and
-// files below one window are never touched.
+// results are left to the cache as before (handing them to the disk early would only cost),
+// unless a file is one the run only appends to and never reads back; files below one window are
+// never touched.
 #include "platform/write_behind.h"
 
 #include <fcntl.h>
@@ -27,6 +28,7 @@ struct Progress {
     ino_t inode = 0;
     off_t started = 0, dropped = 0;
     size_t since = 0;
+    bool always = false;
 };
 
 // by descriptor; a file is written by one thread at a time, and files of higher descriptors
@@ -82,6 +84,15 @@ void writeBehind::startAfter(uint64_t bytes)
     written.store(0, std::memory_order_relaxed);
 }
 
+void writeBehind::fromStart(int fd)
+{
+    struct stat st;
+    if (fd < 0 || fd >= TRACKED || fstat(fd, &st) != 0) return;
+    Progress& p = progress[fd];
+    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0, false};
+    p.always = true;
+}
+
 void writeBehind::wrote(int fd, size_t bytes)
 {
     const uint64_t total = written.fetch_add(bytes, std::memory_order_relaxed) + bytes;
@@ -90,10 +101,10 @@ void writeBehind::wrote(int fd, size_t bytes)
     p.since += bytes;
     if (p.since < WINDOW) return;
     p.since = 0;
-    if (total < startBytes()) return;
     struct stat st;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return;
-    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0};
+    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0, false};
+    if (!p.always && total < startBytes()) return;
     const off_t end = lseek(fd, 0, SEEK_CUR);
     if (end < 0) return;
     // a file cut back or written anew starts again

@@ -12,6 +12,10 @@ namespace writeBehind {
 // for the disk and the part before it, written back by then, is dropped from the cache
 void wrote(int fd, size_t bytes);
 
+// the file of descriptor fd is written behind from its first byte, whatever the process wrote
+// before: a table the run only ever appends to, never reads back
+void fromStart(int fd);
+
 // the bytes of one window
 constexpr size_t WINDOW = size_t(32) << 20;
 
