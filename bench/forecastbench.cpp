@@ -48,6 +48,9 @@ const char* const USAGE =
     "  --floor                a serial run against formatting and writing its results again with to_chars\n"
     "  --long                 the cost of the long tables (LangeTabellen=1): the writing of the year's\n"
     "                         outputs from the run's trace without and with them, and the whole runs\n"
+    "  --pairs N              with --long: N pairs of runs, without and with in turn, and the median\n"
+    "                         share (the page cache's state moves a single pair a lot):\n"
+    "                           forecastbench --long --pairs 5 10000\n"
     "  --duplicates MB        with --building: the weights of demolition by region (reagzr.csv, a table\n"
     "                         without a year in its name, read every year) as MB megabytes of rows that\n"
     "                         repeat each region's row, as a table appended to over the years may; the\n"
@@ -507,30 +510,45 @@ bool runStepCase(const fs::path& app, const fs::path& root, int n)
     return true;
 }
 
-// the writing of the year's outputs without and with the long tables, from the run's trace; false
-// when a run failed
+// the writing of the year's outputs without and with the long tables, from the run's trace, in
+// pairs (without, then with), each pair's figures and with more than one pair their median share;
+// false when a run failed
+int longPairs = 1;
+
 bool runLongCase(const fs::path& app, const fs::path& root, int n)
 {
-    StepTimes t[2];
-    double cpu[2];
-    for (int with = 0; with < 2; ++with) {
-        longTables = true;
-        longTablesOn = with == 1;
-        traceOn = true;
-        bool ok = runCase(app, root, n, false);
-        traceOn = false;
-        longTables = longTablesOn = false;
-        if (!ok) return false;
-        t[with] = traceTimes(root / "var" / "v" / "prot");
-        cpu[with] = lastCpu;
-        fs::remove_all(root);
+    std::vector<double> shares;
+    for (int pair = 0; pair < longPairs; ++pair) {
+        StepTimes t[2];
+        double cpu[2];
+        for (int with = 0; with < 2; ++with) {
+            longTables = true;
+            longTablesOn = with == 1;
+            traceOn = true;
+            bool ok = runCase(app, root, n, false);
+            traceOn = false;
+            longTables = longTablesOn = false;
+            if (!ok) return false;
+            t[with] = traceTimes(root / "var" / "v" / "prot");
+            cpu[with] = lastCpu;
+            fs::remove_all(root);
+        }
+        double cost = t[1].outputs - t[0].outputs;
+        double share = t[0].outputs > 0 ? 100 * cost / t[0].outputs : 0.0;
+        shares.push_back(share);
+        printf("%-8d %-6d long tables: outputs of the years %.2f s without, %.2f s with them: %.2f s, %.0f %% of the "
+               "specified tables; whole run %.2f s and %.2f s of CPU\n",
+               n, YEARS, t[0].outputs, t[1].outputs, cost, share, cpu[0], cpu[1]);
+        fflush(stdout);
     }
-    double cost = t[1].outputs - t[0].outputs;
-    printf("%-8d %-6d long tables: outputs of the years %.2f s without, %.2f s with them: %.2f s, %.0f %% of the "
-           "specified tables; whole run %.2f s and %.2f s of CPU\n",
-           n, YEARS, t[0].outputs, t[1].outputs, cost, t[0].outputs > 0 ? 100 * cost / t[0].outputs : 0.0, cpu[0],
-           cpu[1]);
-    fflush(stdout);
+    if (shares.size() > 1) {
+        std::sort(shares.begin(), shares.end());
+        size_t m = shares.size() / 2;
+        double median = shares.size() % 2 ? shares[m] : (shares[m - 1] + shares[m]) / 2;
+        printf("%-8d %-6d long tables over %zu pairs: median %.0f %% of the specified tables (%.0f %% to %.0f %%)\n", n,
+               YEARS, shares.size(), median, shares.front(), shares.back());
+        fflush(stdout);
+    }
     return true;
 }
 
@@ -558,6 +576,8 @@ int main(int argc, char** argv)
             all = true;
         } else if (a == "--long") {
             longCost = true;
+        } else if (a == "--pairs" && i + 1 < argc) {
+            longPairs = std::max(1, std::atoi(argv[++i]));
         } else if (a == "--help" || a == "-h") {
             fputs(USAGE, stdout);
             return 0;
