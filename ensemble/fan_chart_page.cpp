@@ -229,9 +229,6 @@ std::string writeFanChartPage(const FanChartPage& page, std::string& error)
             fprintf(f, "<img alt=\"%s\" src=\"%s.png\"><br>\n", item.alt.c_str(), item.picture.c_str());
         else fprintf(f, "<p>%s: %s</p>\n", item.alt.c_str(), text("ens_noGnuplot").c_str());
     fprintf(f, "</body>\n</html>\n");
-    if (int err = safeOutput::commit(f)) {
-        error = path + ": " + std::strerror(err);
-        return {};
-    }
+    if (!safeOutput::finish(f, true, path, error)) return {};
     return path;
 }

@@ -154,13 +154,5 @@ bool writeSummaryText(SummaryTable table, const std::string& keysPath, const std
         fwrite(text.data(), 1, text.size(), out);
         text.clear();
     }
-    if (!ok) {
-        safeOutput::discard(out);
-        return false;
-    }
-    if (int err = safeOutput::commit(out)) {
-        error = output + ": " + std::strerror(err);
-        return false;
-    }
-    return true;
+    return safeOutput::finish(out, ok, output, error);
 }

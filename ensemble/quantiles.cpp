@@ -197,14 +197,6 @@ bool writeQuantiles(SummaryTable table, const std::string& keysPath, const std::
                 }
                 delete p;
             }));
-    if (!ok || failed) {
-        if (ok) error = output + ": " + std::strerror(writeError);
-        safeOutput::discard(out);
-        return false;
-    }
-    if (int err = safeOutput::commit(out)) {
-        error = output + ": " + std::strerror(err);
-        return false;
-    }
-    return true;
+    if (ok && failed) error = output + ": " + std::strerror(writeError);
+    return safeOutput::finish(out, ok && !failed, output, error);
 }

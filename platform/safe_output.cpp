@@ -273,6 +273,19 @@ int commit(FILE* f)
     return err;
 }
 
+bool finish(FILE* f, bool ok, const std::string& path, std::string& error)
+{
+    if (!ok) {
+        discard(f);
+        return false;
+    }
+    if (int err = commit(f)) {
+        error = path + ": " + std::strerror(err);
+        return false;
+    }
+    return true;
+}
+
 void discard(FILE* f)
 {
     Entry e;

@@ -26,6 +26,9 @@ std::string writingPath(FILE* f);
 int commit(FILE* f);
 // Closes and removes the temporary (or cuts the appended part off): the target stays as it was.
 void discard(FILE* f);
+// A complete output (ok) committed, a failed one discarded; false when it failed or could not be
+// put into place, then with "<path>: <the system's reason>" in error for the latter.
+bool finish(FILE* f, bool ok, const std::string& path, std::string& error);
 // commit, and on failure the fatal output error. A stream that is not ours is closed with
 // fclose, checked the same way.
 void close(FILE* f);

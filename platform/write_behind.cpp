@@ -36,6 +36,12 @@ struct Progress {
 constexpr int TRACKED = 256;
 Progress progress[TRACKED];
 
+// a descriptor that now stands for another file starts afresh
+void follow(Progress& p, const struct stat& st)
+{
+    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0, false};
+}
+
 std::atomic<uint64_t> written{0};
 constexpr uint64_t UNSET = writeBehind::KERNEL_LIMIT;
 // where the system does not say its limit: never
@@ -89,7 +95,7 @@ void writeBehind::fromStart(int fd)
     struct stat st;
     if (fd < 0 || fd >= TRACKED || fstat(fd, &st) != 0) return;
     Progress& p = progress[fd];
-    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0, false};
+    follow(p, st);
     p.always = true;
 }
 
@@ -103,7 +109,7 @@ void writeBehind::wrote(int fd, size_t bytes)
     p.since = 0;
     struct stat st;
     if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return;
-    if (st.st_dev != p.device || st.st_ino != p.inode) p = {st.st_dev, st.st_ino, 0, 0, 0, false};
+    follow(p, st);
     if (!p.always && total < startBytes()) return;
     const off_t end = lseek(fd, 0, SEEK_CUR);
     if (end < 0) return;
